@@ -1,0 +1,113 @@
+// kavor_private.h - the file manager's records and the functions its source
+// files share. Internal to the library: nothing here is exported.
+//
+// A manager (kavor_mobj_t) is an engine task record with the manager's own
+// fields behind the engine's head. It holds a list of files (kavor_fcom_t),
+// each with a list of registered nodes (kavor_file_t). Lock order:
+// fcom_rwlock, then f_mutex, then mtx_ld, then file_rwlock.
+#ifndef KAVOR_PRIVATE_H
+#define KAVOR_PRIVATE_H
+
+#include <pthread.h>
+#include <stdint.h>
+
+#include <libxml/tree.h>
+
+#include "kavor.h"
+#include "vn_ipc.h"
+#include "vn_task.h"
+#include "zlst.h"
+
+/// One manager: the engine's task head, then the manager's fields.
+typedef struct _kavor_mobj {
+    vn_task_t task;                  // engine head; the library sets stack_size, pf_process
+    VN_MUTEX_ID mtx_ld;              // one parse at a time under this manager
+    int32_t mtx_ld_valid;
+    VN_SEM_ID sem_sav;               // wakes the save task
+    int32_t sem_sav_valid;
+    pthread_rwlock_t fcom_rwlock;    // guards fcom_lst
+    int32_t fcom_rwlock_valid;
+    zhead_t fcom_lst;                // the manager's files
+    int32_t sv_dly;                  // pacing count in ms; negative: idle
+    int32_t sv_dly_lmt;              // save delay in ms, fixed at creation
+} kavor_mobj_t;
+
+/// One file on disk and its registered nodes.
+typedef struct kavor_fcom {
+    struct znode node;               // link in the manager's fcom_lst
+    kavor_mobj_t *mobj;              // NULL while being built, and for a standalone file
+    int32_t is_saving;               // 0 done, 1 marked, 2 written not flushed; see saving_get/set
+    VN_MUTEX_ID f_mutex;             // saves and loads of this file, is_saving, kavor_file_lock
+    int32_t f_mutex_valid;
+    char *filename;                  // normalised file name
+    char *file_bak;                  // backup name
+    char *rt_node;                   // root element name (the stem)
+    char *virtfile;                  // virtual name, or NULL
+    pthread_rwlock_t file_rwlock;    // guards file_lst
+    int32_t file_rwlock_valid;
+    zhead_t file_lst;                // the file's nodes
+} kavor_fcom_t;
+
+/// One registered node (the target of an xml_file_hdl).
+typedef struct _xmlParamNode {
+    struct znode node;               // link in file_lst
+    kavor_fcom_t *fcom;              // the file; set once the node is complete
+    char *node_name;                 // own copy
+    struct pdesc *param_desc;        // not owned
+    void *mem;                       // not owned
+} kavor_file_t;
+
+/// is_saving is read without a lock by design: every access is a relaxed
+/// atomic, so a reader sees some value that was written, never a torn one.
+static inline int32_t saving_get(const kavor_fcom_t *fcom)
+{
+    return __atomic_load_n(&fcom->is_saving, __ATOMIC_RELAXED);
+}
+static inline void saving_set(kavor_fcom_t *fcom, int32_t v)
+{
+    __atomic_store_n(&fcom->is_saving, v, __ATOMIC_RELAXED);
+}
+
+// ---- file names (kavor_names.cpp) ----------------------------------------
+char *file_name_pt(char *path);
+void cut_file_suffix(char *name);
+char *suffix_name(const char *name, const char *suf);
+char *xml_file_name(const char *name, int32_t ugz);
+char *xml_file_bak_name(const char *name);
+char *get_file_root_node(const char *name);
+int32_t isGzFile(const char *path);
+
+// ---- document load (kavor_load.cpp) ----------------------------------------
+int32_t xmlParseParamFile(kavor_fcom_t *fcom);
+void xmlParseNode(xmlNodePtr pRoot, kavor_file_t *fobj);
+int32_t load_xml(kavor_fcom_t *fcom);
+void string_swap(char **s1, char **s2);
+int32_t load_one_xml(kavor_fcom_t *fcom);
+
+// ---- document build (kavor_build.cpp) ---------------------------------------
+int32_t xmlMakeParamFile(kavor_fcom_t *fcom, char *file_name);
+void xmlMakeNode(xmlNodePtr pRoot, kavor_file_t *fobj);
+
+// ---- save engine and task (kavor_save.cpp, kavor_manager.cpp) --------------
+int32_t save_para_using_xml(kavor_fcom_t *fcom, int flag);
+int32_t xml_save_process(vn_task_handle h);
+
+/// The outside operations of the save road, in one table that a test can
+/// replace to make any of them fail or to stop a save after any step.
+typedef struct {
+    int (*remove)(const char *path);
+    int (*rename)(const char *from, const char *to);
+    int (*system)(const char *command);
+    void (*sync)(void);
+    int (*save_doc)(const char *path, xmlDocPtr doc, const char *encoding, int format);
+    /// Called after each step of a save with the step's name and the file;
+    /// NULL by default.
+    void (*step)(const char *step, const kavor_fcom_t *fcom);
+} kavor_sys_t;
+
+/// The table in use; tests may swap entries and must restore them.
+extern kavor_sys_t kavor_sys;
+/// The default table (the C library and libxml2).
+extern const kavor_sys_t kavor_sys_default;
+
+#endif

@@ -1,0 +1,36 @@
+// test_util.h - small helpers shared by the tests: a temporary directory that
+// removes itself, whole-file reads, and a serialisation of an element tree.
+#ifndef KAVOR_TEST_UTIL_H
+#define KAVOR_TEST_UTIL_H
+
+#include <string>
+
+#include <libxml/tree.h>
+
+/// A fresh directory under $TMPDIR (or /tmp), removed with its content.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir &) = delete;
+    TempDir &operator=(const TempDir &) = delete;
+    const std::string &path() const { return path_; }
+    /// path() + "/" + name
+    std::string file(const std::string &name) const { return path_ + "/" + name; }
+
+private:
+    std::string path_;
+};
+
+/// The whole content of a file; empty if it can't be read.
+std::string read_file(const std::string &path);
+/// Writes `content` to `path`, replacing it. Returns false on failure.
+bool write_file(const std::string &path, const std::string &content);
+/// True if `path` exists (any type).
+bool file_exists(const std::string &path);
+/// The element and its subtree as XML text, unindented.
+std::string dump_node(xmlNode *node);
+/// The children of `node` as XML text, one after another, unindented.
+std::string dump_children(xmlNode *node);
+
+#endif
