@@ -41,7 +41,10 @@ typedef struct {
     void *params;
     VN_THREAD_ID tsk_id;      ///< the task's thread, NULL until started
     VN_MUTEX_ID mux;
-    uint32_t stack_size;      ///< stack size of the task's thread in bytes
+    /// Stack size of the task's thread in bytes; 0 keeps the system default.
+    /// A smaller non-zero size is raised to 256 KiB (1 MiB in sanitizer
+    /// builds) so that parsing and compression on the task stay safe.
+    uint32_t stack_size;
     char task_name[32];
     linker_t outs;
     linker_t ins;
