@@ -77,16 +77,43 @@ char *xml_file_bak_name(const char *name);
 char *get_file_root_node(const char *name);
 int32_t isGzFile(const char *path);
 
+// ---- registration (kavor_register.cpp) -------------------------------------
+/// Why a virtual name can't be used for the outside gzip command with this
+/// file name, or NULL when it can: a character outside [A-Za-z0-9._/+-], a
+/// base name starting with '-', the two names equal, or a command
+/// "gzip -c <virt> > <file>" longer than its 256-byte buffer holds.
+const char *virt_name_refusal(const char *virtname, const char *filename);
+
 // ---- document load (kavor_load.cpp) ----------------------------------------
-int32_t xmlParseParamFile(kavor_fcom_t *fcom);
+// The record's filename and file_bak are never exchanged: the fall-back
+// passes the backup's path down, so every reader of the record always sees
+// the true pair, and the trace names the path actually read.
+
+/// Parses `path` (the file name or the backup name of `fcom`) and fills the
+/// nodes of `fcom`. 0 parsed, 1 recovered (possibly partial), -1 nothing
+/// filled. The caller serialises parses (mtx_ld, or a record no other thread
+/// sees).
+int32_t xmlParseParamFile(kavor_fcom_t *fcom, const char *path);
 void xmlParseNode(xmlNodePtr pRoot, kavor_file_t *fobj);
-int32_t load_xml(kavor_fcom_t *fcom);
+/// Size test, then xmlParseParamFile under the manager's mtx_ld.
+int32_t load_xml(kavor_fcom_t *fcom, const char *path);
 void string_swap(char **s1, char **s2);
+/// The file name first, then the backup name, under f_mutex. Needs mobj.
 int32_t load_one_xml(kavor_fcom_t *fcom);
 
 // ---- document build (kavor_build.cpp) ---------------------------------------
+/// Builds the document of all nodes of `fcom` and writes it to `file_name`
+/// through kavor_sys.save_doc (compressed and indented if the name ends in
+/// ".gz"). Returns 0 when the target was written, -1 when it wasn't. A
+/// document that would miss its root element or a node's child is never
+/// written, and neither is one of a managed file (mobj set) whose node list
+/// is empty (its last node is leaving): the target stays untouched then.
 int32_t xmlMakeParamFile(kavor_fcom_t *fcom, char *file_name);
-void xmlMakeNode(xmlNodePtr pRoot, kavor_file_t *fobj);
+/// Appends one child per node, from `fobj` to the end of its list, filled by
+/// param2xml. Returns the number of children added: 0 (with a level-4
+/// message) when there is no node; -1 (with a level-4 message) when pRoot is
+/// missing or a child can't be made.
+int32_t xmlMakeNode(xmlNodePtr pRoot, kavor_file_t *fobj);
 
 // ---- save engine and task (kavor_save.cpp, kavor_manager.cpp) --------------
 int32_t save_para_using_xml(kavor_fcom_t *fcom, int flag);

@@ -1,0 +1,283 @@
+// kavor_register.cpp - registration: a memory block and its table become a
+// node (kavor_file_t) of a file record (kavor_fcom_t), standalone or on a
+// manager's list, where several nodes may share one file.
+//
+// Invariants:
+// - Under a manager a file name is unique on fcom_lst and a node name unique
+//   on its file's list; find-or-create runs with fcom_rwlock held for
+//   writing, so two registrations of one new path can't build two records.
+// - A record is published (mobj set, on fcom_lst) only with its first node
+//   on its own list; mobj NULL on a built record means "never published",
+//   which is how the failure exit tells a new record from an existing one.
+// - Unregistering a managed node holds fcom_rwlock for writing, then
+//   file_rwlock, across the node's removal and, when the file ends, the
+//   record's removal from fcom_lst: a concurrent unregister of the file's
+//   other node or a registration joining the file can't reach freed memory.
+// Registration touches no disk and traces nothing on success.
+#include <assert.h>
+#include <string.h>
+
+#include "kavor_private.h"
+#include "strmisc.h"
+#include "vn_mem.h"
+#include "xml_trace.h"
+
+namespace {
+
+const char kTag[] = "kavor_register";
+const char kUnTag[] = "kavor_unregister";
+
+// Fixed text of the outside command "gzip -c %s > %s" and its buffer.
+const size_t kCmdFixed = sizeof("gzip -c  > ") - 1;
+const size_t kCmdBuf = 256;
+
+void fcom_wrlock(kavor_mobj_t *mobj)
+{
+    if (mobj != NULL && mobj->fcom_rwlock_valid > 0)
+        pthread_rwlock_wrlock(&mobj->fcom_rwlock);
+}
+
+void fcom_unlock(kavor_mobj_t *mobj)
+{
+    if (mobj != NULL && mobj->fcom_rwlock_valid > 0)
+        pthread_rwlock_unlock(&mobj->fcom_rwlock);
+}
+
+bool shell_safe_char(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+           c == '.' || c == '_' || c == '/' || c == '+' || c == '-';
+}
+
+bool shell_safe(const char *s)
+{
+    for (; *s != '\0'; s++)
+        if (!shell_safe_char(*s))
+            return false;
+    return true;
+}
+
+// The base name (behind the last '/'; no backslash passes shell_safe).
+bool leading_dash(const char *s)
+{
+    const char *slash = strrchr(s, '/');
+    return (slash != NULL ? slash[1] : s[0]) == '-';
+}
+
+// The virtual name of a request, or NULL when it has none: its stem must be
+// the file's, and it always ends in ".xml".
+char *virtual_name(kavor_file_rgst_t *rgst, char *name)
+{
+    if (rgst->virtfile[0] == '\0')
+        return NULL;
+    rgst->virtfile[sizeof(rgst->virtfile) - 1] = '\0';
+    char *virtname = xml_file_name(rgst->virtfile, rgst->ugz);
+    if (virtname == NULL)
+        return NULL;
+    bool same = strcmp(file_name_pt(name), file_name_pt(virtname)) == 0;
+    _vn_free(virtname, kTag);
+    return same ? xml_file_name(rgst->virtfile, 1) : NULL;
+}
+
+kavor_fcom_t *find_file(kavor_mobj_t *mobj, const char *name)
+{
+    for (struct znode *n = mobj->fcom_lst; n != NULL; n = n->next) {
+        kavor_fcom_t *fcom = (kavor_fcom_t *)n;
+        if (strcmp(fcom->filename, name) == 0)
+            return fcom;
+    }
+    return NULL;
+}
+
+kavor_file_t *find_node(kavor_fcom_t *fcom, const char *node_name)
+{
+    kavor_file_t *found = NULL;
+    pthread_rwlock_rdlock(&fcom->file_rwlock);
+    for (struct znode *n = fcom->file_lst; n != NULL && found == NULL; n = n->next)
+        if (strcmp(((kavor_file_t *)n)->node_name, node_name) == 0)
+            found = (kavor_file_t *)n;
+    pthread_rwlock_unlock(&fcom->file_rwlock);
+    return found;
+}
+
+// Releases a record that is on no list: its locks, its four names, itself.
+void file_free(kavor_fcom_t *fcom, const char *tag)
+{
+    if (fcom->f_mutex_valid > 0)
+        vn_mutex_destroy(&fcom->f_mutex);
+    if (fcom->file_rwlock_valid > 0)
+        pthread_rwlock_destroy(&fcom->file_rwlock);
+    _vn_free(fcom->filename, tag);
+    _vn_free(fcom->virtfile, tag);
+    _vn_free(fcom->file_bak, tag);
+    _vn_free(fcom->rt_node, tag);
+    _vn_free(fcom, tag);
+}
+
+// A new record that owns `name` and `virtname` (both released here when the
+// record can't be allocated). A virtual name the gzip command can't use
+// safely is dropped with a message.
+kavor_fcom_t *file_new(char *name, char *virtname)
+{
+    if (virtname != NULL) {
+        const char *why = virt_name_refusal(virtname, name);
+        if (why != NULL) {
+            KV_LOGF(kTag, 4, "virtual file (%s) not used: %s.", virtname, why);
+            _vn_free(virtname, kTag);
+            virtname = NULL;
+        }
+    }
+    kavor_fcom_t *fcom = (kavor_fcom_t *)_vn_malloc(sizeof(*fcom), kTag);
+    if (fcom == NULL) {
+        KV_LOGF(kTag, 4, "malloc kavor_fcom_t failed.");
+        _vn_free(name, kTag);
+        _vn_free(virtname, kTag);
+        return NULL;
+    }
+    memset(fcom, 0, sizeof(*fcom));
+    fcom->filename = name;
+    fcom->virtfile = virtname;
+    return fcom;
+}
+
+// Derived names and locks of a new record. 0, or -1 after a message (none
+// of its own for a name that can't be derived).
+int file_init(kavor_fcom_t *fcom)
+{
+    fcom->file_bak = xml_file_bak_name(fcom->filename);
+    fcom->rt_node = get_file_root_node(fcom->filename);
+    if (fcom->file_bak == NULL || fcom->rt_node == NULL)
+        return -1;
+    if (vn_mutex_init(&fcom->f_mutex) != 0) {
+        KV_LOGF(kTag, 4, "f_mutex init failed!");
+        return -1;
+    }
+    fcom->f_mutex_valid = 1;
+    if (pthread_rwlock_init(&fcom->file_rwlock, NULL) != 0) {
+        KV_LOGF(kTag, 4, "rwlock init failed!");
+        return -1;
+    }
+    fcom->file_rwlock_valid = 1;
+    return 0;
+}
+
+kavor_file_t *node_new(const kavor_file_rgst_t *rgst)
+{
+    kavor_file_t *fobj = (kavor_file_t *)_vn_malloc(sizeof(*fobj), kTag);
+    if (fobj == NULL) {
+        KV_LOGF(kTag, 4, "malloc kavor_file_t failed.");
+        return NULL;
+    }
+    memset(fobj, 0, sizeof(*fobj));
+    fobj->node_name = _string_dup(rgst->node_name, kTag);
+    if (fobj->node_name == NULL) {
+        KV_LOGF(kTag, 4, "copy xml node name failed.");
+        _vn_free(fobj, kTag);
+        return NULL;
+    }
+    fobj->param_desc = rgst->param_desc;
+    fobj->mem = rgst->mem;
+    return fobj;
+}
+
+bool request_ok(const kavor_file_rgst_t *rgst)
+{
+    if (rgst == NULL) {
+        KV_LOGF(kTag, 4, "xmlParamFile pointer NULL!");
+        return false;
+    }
+    if (rgst->filename[0] == '\0' || rgst->node_name[0] == '\0') {
+        KV_LOGF(kTag, 4, "xml file name is empty!");
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+const char *virt_name_refusal(const char *virtname, const char *filename)
+{
+    if (strcmp(virtname, filename) == 0)
+        return "it is the file name itself";
+    if (!shell_safe(virtname) || !shell_safe(filename))
+        return "a name holds a character outside [A-Za-z0-9._/+-]";
+    if (leading_dash(virtname) || leading_dash(filename))
+        return "a base name begins with '-'";
+    if (kCmdFixed + strlen(virtname) + strlen(filename) >= kCmdBuf)
+        return "the gzip command would not fit its buffer";
+    return NULL;
+}
+
+extern "C" xml_file_hdl kavor_register(kavor_hdl hdl, kavor_file_rgst_t *rgst)
+{
+    if (!request_ok(rgst))
+        return NULL;
+    char *name = xml_file_name(rgst->filename, rgst->ugz);
+    if (name == NULL) {
+        KV_LOGF(kTag, 4, "copy xml file name fail!");
+        return NULL;
+    }
+    char *virtname = virtual_name(rgst, name);
+
+    kavor_fcom_t *fcom = NULL;
+    kavor_file_t *fobj = NULL;
+    fcom_wrlock(hdl);
+    if (hdl != NULL)
+        fcom = find_file(hdl, name);
+    if (fcom != NULL) {
+        // Joining: the file keeps the names of its first registration.
+        _vn_free(name, kTag);
+        _vn_free(virtname, kTag);
+        fobj = find_node(fcom, rgst->node_name);
+        if (fobj != NULL) {
+            KV_LOGF(kTag, 4, "file node(%s) has exist!", rgst->node_name);
+            fcom_unlock(hdl);
+            return fobj;
+        }
+    } else {
+        fcom = file_new(name, virtname);
+        if (fcom == NULL || file_init(fcom) != 0)
+            goto fail;
+    }
+    fobj = node_new(rgst);
+    if (fobj == NULL)
+        goto fail;
+    fobj->fcom = fcom;
+    pthread_rwlock_wrlock(&fcom->file_rwlock);
+    zlst_push(&fcom->file_lst, fobj);
+    pthread_rwlock_unlock(&fcom->file_rwlock);
+    if (hdl != NULL && fcom->mobj == NULL) {
+        fcom->mobj = hdl;
+        zlst_push(&hdl->fcom_lst, fcom);
+    }
+    fcom_unlock(hdl);
+    return fobj;
+
+fail:
+    fcom_unlock(hdl);
+    if (fcom != NULL && fcom->mobj == NULL)
+        file_free(fcom, kTag);
+    return NULL;
+}
+
+extern "C" void kavor_unregister(xml_file_hdl hdl)
+{
+    if (hdl == NULL)
+        return;
+    kavor_fcom_t *fcom = hdl->fcom;
+    if (fcom != NULL) {
+        kavor_mobj_t *mobj = fcom->mobj;
+        fcom_wrlock(mobj);
+        pthread_rwlock_wrlock(&fcom->file_rwlock);
+        zlst_delete(&fcom->file_lst, hdl);
+        bool ends = fcom->file_lst == NULL;
+        pthread_rwlock_unlock(&fcom->file_rwlock);
+        if (ends && mobj != NULL)
+            zlst_delete(&mobj->fcom_lst, fcom);
+        fcom_unlock(mobj);
+        if (ends)
+            file_free(fcom, kUnTag);
+    }
+    _vn_free(hdl->node_name, kUnTag);
+    _vn_free(hdl, kUnTag);
+}
