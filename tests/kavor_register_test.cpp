@@ -1,0 +1,421 @@
+// Registration: refused requests, the names of a new file, sharing of a file
+// by several nodes, the virtual name and the names it may not hold, the
+// end of a file with its last node, allocation failures at every step, and
+// unregister/register racing on one file.
+#include <gtest/gtest.h>
+
+#include <string.h>
+
+#include <algorithm>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bare_manager.h"
+#include "kavor_private.h"
+#include "trace_capture.h"
+#include "vn_mem_hook.h"
+
+namespace {
+
+kavor_file_rgst_t request(const std::string &file, const char *node, int32_t ugz = 0,
+                          const std::string &virt = "", void *mem = nullptr)
+{
+    kavor_file_rgst_t r;
+    memset(&r, 0, sizeof(r));
+    strncpy(r.filename, file.c_str(), sizeof(r.filename) - 1);
+    strncpy(r.node_name, node, sizeof(r.node_name) - 1);
+    strncpy(r.virtfile, virt.c_str(), sizeof(r.virtfile) - 1);
+    r.ugz = ugz;
+    r.mem = mem;
+    return r;
+}
+
+size_t file_count(kavor_hdl m)
+{
+    size_t n = 0;
+    for (struct znode *z = m->fcom_lst; z != nullptr; z = z->next)
+        n++;
+    return n;
+}
+
+std::vector<std::string> node_names(const kavor_fcom_t *fcom)
+{
+    std::vector<std::string> out;
+    for (struct znode *z = fcom->file_lst; z != nullptr; z = z->next)
+        out.push_back(reinterpret_cast<kavor_file_t *>(z)->node_name);
+    return out;
+}
+
+std::string str(const char *s) { return s != nullptr ? s : "<NULL>"; }
+
+TEST(KavorRegister, RefusedRequestsSayWhyAndBuildNothing)
+{
+    BareManager mgr;
+    kavor_file_rgst_t no_file = request("", "n");
+    kavor_file_rgst_t no_node = request("/d/net", "");
+    struct {
+        kavor_file_rgst_t *rgst;
+        const char *msg;
+    } rows[] = {
+        {nullptr, "xmlParamFile pointer NULL!"},
+        {&no_file, "xml file name is empty!"},
+        {&no_node, "xml file name is empty!"},
+    };
+    for (kavor_hdl hdl : {static_cast<kavor_hdl>(nullptr), mgr.get()}) {
+        for (const auto &r : rows) {
+            long live = vn_mem_live();
+            TraceCapture cap(8);
+            EXPECT_EQ(kavor_register(hdl, r.rgst), nullptr);
+            EXPECT_TRUE(cap.has(4, "kavor_register", r.msg)) << cap.dump();
+            EXPECT_EQ(cap.records().size(), 1u) << cap.dump();
+            EXPECT_EQ(vn_mem_live(), live);
+        }
+    }
+    EXPECT_EQ(file_count(mgr.get()), 0u);
+}
+
+struct NameRow {
+    std::string file;
+    int32_t ugz;
+    std::string virt;
+    std::string filename, file_bak, rt_node;
+    const char *virtfile;  // nullptr: no virtual name
+    const char *msg;       // level-4 message of a refused virtual name, or nullptr
+};
+
+TEST(KavorRegister, NewFileTakesItsNamesAndAVirtualNameOnlyWhenSafe)
+{
+    const std::string dir118 = "/" + std::string(118, 'a');
+    const std::string vdir118 = "/" + std::string(118, 'b');
+    const std::string long_virt = vdir118 + "/net.xml";
+    const std::string long_msg =
+        "virtual file (" + long_virt + ") not used: the gzip command would not fit its buffer.";
+    // 127 bytes ending in /net, and a 128th byte that must be ignored.
+    std::string full = std::string(123, 'v');
+    for (size_t i = 1; i < full.size(); i += 2)
+        full[i] = '/';
+    full += "/net";
+    const std::string full_virt = full + ".xml";
+    const std::string unsafe = ") not used: a name holds a character outside [A-Za-z0-9._/+-].";
+    const std::string msg_space = "virtual file (/tmp/a b/net.xml" + unsafe;
+    const std::string msg_semi = "virtual file (/tmp/net.xml" + unsafe;
+    const std::vector<NameRow> table = {
+        {"/data/net", 0, "/tmp/net.xml.gz", "/data/net.xml.gz", "/data/net.xml.bak.gz", "net",
+         "/tmp/net.xml", nullptr},
+        {"/data/net", 1, "/tmp/net", "/data/net.xml", "/data/net.xml.bak", "net", "/tmp/net.xml",
+         nullptr},
+        {"/data/net", 2, "", "/data/net.xml.gz", "/data/net.xml.bak.gz", "net", nullptr, nullptr},
+        {"/data/net", 0, "/tmp/other", "/data/net.xml.gz", "/data/net.xml.bak.gz", "net", nullptr,
+         nullptr},
+        {"/d/net.cfg", -3, "/t/net.x.y", "/d/net.xml.gz", "/d/net.xml.bak.gz", "net", "/t/net.xml",
+         nullptr},
+        {"/data/net", 1, "/data/net", "/data/net.xml", "/data/net.xml.bak", "net", nullptr,
+         "virtual file (/data/net.xml) not used: it is the file name itself."},
+        {"/data/net", 0, "/tmp/a b/net", "/data/net.xml.gz", "/data/net.xml.bak.gz", "net", nullptr,
+         msg_space.c_str()},
+        {"/da;ta/net", 0, "/tmp/net", "/da;ta/net.xml.gz", "/da;ta/net.xml.bak.gz", "net", nullptr,
+         msg_semi.c_str()},
+        {"/data/-net", 0, "/tmp/-net", "/data/-net.xml.gz", "/data/-net.xml.bak.gz", "-net",
+         nullptr, "virtual file (/tmp/-net.xml) not used: a base name begins with '-'."},
+        {dir118 + "/net", 0, vdir118 + "/net", dir118 + "/net.xml.gz", dir118 + "/net.xml.bak.gz",
+         "net", nullptr, long_msg.c_str()},
+        {"/d/net", 0, full + "Z", "/d/net.xml.gz", "/d/net.xml.bak.gz", "net", full_virt.c_str(),
+         nullptr},
+    };
+
+    for (const NameRow &r : table) {
+        SCOPED_TRACE(r.file + " | " + r.virt);
+        for (bool managed : {false, true}) {
+            BareManager mgr;
+            long live = vn_mem_live();
+            {
+                kavor_file_rgst_t rgst = request(r.file, "n", r.ugz);
+                memcpy(rgst.virtfile, r.virt.data(), std::min(r.virt.size(), sizeof(rgst.virtfile)));
+                TraceCapture cap(8);
+                kavor_file_t *f = kavor_register(managed ? mgr.get() : nullptr, &rgst);
+                ASSERT_NE(f, nullptr) << cap.dump();
+                EXPECT_EQ(str(f->fcom->filename), r.filename);
+                EXPECT_EQ(str(f->fcom->file_bak), r.file_bak);
+                EXPECT_EQ(str(f->fcom->rt_node), r.rt_node);
+                EXPECT_EQ(str(f->fcom->virtfile), str(r.virtfile));
+                EXPECT_EQ(f->fcom->mobj, managed ? mgr.get() : nullptr);
+                EXPECT_EQ(f->fcom->is_saving, 0);
+                if (!r.virt.empty()) {
+                    EXPECT_EQ(rgst.virtfile[sizeof(rgst.virtfile) - 1], '\0');
+                }
+                if (r.msg != nullptr) {
+                    EXPECT_TRUE(cap.has(4, "kavor_register", r.msg)) << cap.dump();
+                    EXPECT_EQ(cap.records().size(), 1u) << cap.dump();
+                } else {
+                    EXPECT_TRUE(cap.records().empty()) << cap.dump();
+                }
+                kavor_unregister(f);
+            }
+            EXPECT_EQ(vn_mem_live(), live);
+            EXPECT_EQ(file_count(mgr.get()), 0u);
+        }
+    }
+}
+
+TEST(KavorRegister, RefusalOfAVirtualNameCoversEveryShellCharacter)
+{
+    const char bad[] = " \t\n'\"$`;|&<>*?[]~(){}!#\\=%^,:@";
+    for (const char *c = bad; *c != '\0'; c++) {
+        std::string virt = std::string("/tmp/ne") + *c + "t.xml";
+        EXPECT_NE(virt_name_refusal(virt.c_str(), "/d/net.xml.gz"), nullptr) << int(*c);
+        EXPECT_NE(virt_name_refusal("/tmp/net.xml", virt.c_str()), nullptr) << int(*c);
+    }
+    EXPECT_EQ(virt_name_refusal("/tmp/A-z_0.9+x/net.xml", "/d/net.xml.gz"), nullptr);
+    EXPECT_NE(virt_name_refusal("-net.xml", "d/-net.xml.gz"), nullptr);
+    EXPECT_EQ(virt_name_refusal("/t/n-et.xml", "/d/n-et.xml.gz"), nullptr);
+    // The command "gzip -c V > F" needs 11 + |V| + |F| bytes and its NUL.
+    std::string v(120, 'v'), f(124, 'f');
+    EXPECT_EQ(virt_name_refusal(v.c_str(), f.c_str()), nullptr);  // 244: fits
+    f += 'f';
+    EXPECT_STREQ(virt_name_refusal(v.c_str(), f.c_str()),
+                 "the gzip command would not fit its buffer");  // 245
+}
+
+TEST(KavorRegister, NodesShareAFileOnlyUnderAManagerAndOnlyForOneNormalName)
+{
+    BareManager mgr;
+    kavor_hdl m = mgr.get();
+    TraceCapture cap(8);
+    struct {
+        const char *file;
+        const char *node;
+        int32_t ugz;
+        size_t files_after;
+    } rows[] = {
+        {"/d/net.old", "a", 0, 1}, {"/d/net.new", "b", 0, 1}, {"/d/net.xml.gz", "c", 2, 1},
+        {"/d/net", "a", 1, 2},     {"/e/net", "a", 0, 3},     {"/d/./net", "a", 0, 4},
+    };
+    std::vector<kavor_file_t *> nodes;
+    for (const auto &r : rows) {
+        kavor_file_rgst_t rgst = request(r.file, r.node, r.ugz);
+        nodes.push_back(kavor_register(m, &rgst));
+        ASSERT_NE(nodes.back(), nullptr);
+        EXPECT_EQ(file_count(m), r.files_after) << r.file;
+    }
+    EXPECT_EQ(nodes[0]->fcom, nodes[1]->fcom);
+    EXPECT_EQ(nodes[0]->fcom, nodes[2]->fcom);
+    EXPECT_EQ(node_names(nodes[0]->fcom), (std::vector<std::string>{"a", "b", "c"}));
+    EXPECT_STREQ(nodes[3]->fcom->rt_node, nodes[0]->fcom->rt_node);
+    EXPECT_TRUE(cap.records().empty()) << cap.dump();
+
+    // Standalone: every registration of one path is a file of its own.
+    kavor_file_rgst_t rgst = request("/d/net", "a");
+    kavor_file_t *s1 = kavor_register(nullptr, &rgst);
+    kavor_file_t *s2 = kavor_register(nullptr, &rgst);
+    ASSERT_NE(s1, nullptr);
+    ASSERT_NE(s2, nullptr);
+    EXPECT_NE(s1->fcom, s2->fcom);
+    EXPECT_EQ(file_count(m), 4u);
+    EXPECT_TRUE(cap.records().empty()) << cap.dump();
+    kavor_unregister(s1);
+    kavor_unregister(s2);
+}
+
+TEST(KavorRegister, SecondRegistrationOfANodeReturnsTheFirstUnchanged)
+{
+    BareManager mgr;
+    int first = 1, second = 2;
+    kavor_file_rgst_t r1 = request("/d/net", "a", 0, "", &first);
+    kavor_file_rgst_t r2 = request("/d/net.cfg", "a", 0, "", &second);
+    kavor_file_t *f1 = kavor_register(mgr.get(), &r1);
+    long live = vn_mem_live();
+    TraceCapture cap(8);
+    kavor_file_t *f2 = kavor_register(mgr.get(), &r2);
+    EXPECT_EQ(f1, f2);
+    EXPECT_EQ(f1->mem, &first);
+    EXPECT_TRUE(cap.has(4, "kavor_register", "file node(a) has exist!")) << cap.dump();
+    EXPECT_EQ(vn_mem_live(), live);
+    EXPECT_EQ(node_names(f1->fcom).size(), 1u);
+    // No reference count: one unregister ends the node for both holders.
+    kavor_unregister(f1);
+    EXPECT_EQ(file_count(mgr.get()), 0u);
+}
+
+TEST(KavorRegister, AFileKeepsTheVirtualNameOfItsFirstRegistration)
+{
+    BareManager mgr;
+    kavor_file_rgst_t with = request("/d/net", "a", 0, "/t/net");
+    kavor_file_rgst_t other = request("/d/net", "b", 0, "/u/net");
+    kavor_file_rgst_t none = request("/d/net", "c", 0);
+    kavor_file_t *a = kavor_register(mgr.get(), &with);
+    ASSERT_NE(kavor_register(mgr.get(), &other), nullptr);
+    ASSERT_NE(kavor_register(mgr.get(), &none), nullptr);
+    EXPECT_STREQ(a->fcom->virtfile, "/t/net.xml");
+
+    kavor_file_rgst_t plain = request("/d/user", "a", 0);
+    kavor_file_rgst_t late = request("/d/user", "b", 0, "/t/user");
+    kavor_file_t *u = kavor_register(mgr.get(), &plain);
+    ASSERT_NE(kavor_register(mgr.get(), &late), nullptr);
+    EXPECT_EQ(u->fcom->virtfile, nullptr);
+}
+
+TEST(KavorRegister, LastUnregisterEndsTheFileAndANewRegistrationStartsAfresh)
+{
+    BareManager mgr;
+    kavor_hdl m = mgr.get();
+    long live = vn_mem_live();
+    kavor_file_rgst_t ra = request("/d/net", "a", 0, "/t/net");
+    kavor_file_rgst_t rb = request("/d/net", "b", 0);
+    kavor_file_t *a = kavor_register(m, &ra);
+    kavor_file_t *b = kavor_register(m, &rb);
+    TraceCapture cap(8);
+    kavor_unregister(a);
+    EXPECT_EQ(file_count(m), 1u);
+    EXPECT_EQ(node_names(b->fcom), (std::vector<std::string>{"b"}));
+    kavor_unregister(b);
+    EXPECT_EQ(file_count(m), 0u);
+    EXPECT_EQ(vn_mem_live(), live);
+    kavor_unregister(nullptr);
+    EXPECT_TRUE(cap.records().empty()) << cap.dump();
+
+    kavor_file_rgst_t again = request("/d/net", "b", 0, "/v/net");
+    kavor_file_t *c = kavor_register(m, &again);
+    ASSERT_NE(c, nullptr);
+    EXPECT_STREQ(c->fcom->virtfile, "/v/net.xml");
+}
+
+// What the nth allocation failing does. FAIL: NULL with `msg` from
+// kavor_register (nullptr: no message of kavor_register at all). NOVIRT: the
+// node is made but the file has no virtual name.
+enum Outcome { FAIL, NOVIRT };
+struct Step {
+    Outcome outcome;
+    const char *msg;
+};
+
+const Step kName[] = {{FAIL, "copy xml file name fail!"}, {FAIL, "copy xml file name fail!"}};
+const Step kVirt[] = {{NOVIRT, nullptr}, {NOVIRT, nullptr}, {NOVIRT, nullptr}, {NOVIRT, nullptr}};
+const Step kFile[] = {{FAIL, "malloc kavor_fcom_t failed."},
+                      {FAIL, nullptr},  // backup name copy
+                      {FAIL, nullptr},  // backup name join
+                      {FAIL, nullptr},  // root name copy
+                      {FAIL, nullptr},  // root name stem
+                      {FAIL, "f_mutex init failed!"}};
+const Step kNode[] = {{FAIL, "malloc kavor_file_t failed."}, {FAIL, "copy xml node name failed."}};
+
+std::vector<Step> steps(bool virt, bool new_file)
+{
+    std::vector<Step> s(std::begin(kName), std::end(kName));
+    if (virt)
+        s.insert(s.end(), std::begin(kVirt), std::end(kVirt));
+    if (new_file)
+        s.insert(s.end(), std::begin(kFile), std::end(kFile));
+    s.insert(s.end(), std::begin(kNode), std::end(kNode));
+    return s;
+}
+
+TEST(KavorRegister, EveryFailedAllocationIsReportedAndLeavesNothingBehind)
+{
+    struct {
+        const char *what;
+        bool managed, existing, virt;
+    } rows[] = {
+        {"new managed file", true, false, false},
+        {"new managed file with virtual name", true, false, true},
+        {"node joining a file", true, true, false},
+        {"node joining a file, with virtual name", true, true, true},
+        {"standalone file", false, false, false},
+        {"standalone file with virtual name", false, false, true},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.what);
+        BareManager mgr;
+        kavor_hdl hdl = r.managed ? mgr.get() : nullptr;
+        kavor_file_rgst_t first = request("/d/net", "first", 0);
+        kavor_file_t *existing = r.existing ? kavor_register(hdl, &first) : nullptr;
+        std::vector<Step> expect = steps(r.virt, !r.existing);
+        for (unsigned long n = 1;; n++) {
+            ASSERT_LE(n, expect.size() + 1);
+            long live = vn_mem_live();
+            kavor_file_rgst_t rgst = request("/d/net", "node", 0, r.virt ? "/t/net" : "");
+            TraceCapture cap(8);
+            unsigned long calls = vn_mem_calls();
+            vn_mem_fail_nth(n);
+            kavor_file_t *f = kavor_register(hdl, &rgst);
+            vn_mem_fail_nth(0);
+            bool fired = vn_mem_calls() - calls >= n;
+            if (!fired) {
+                ASSERT_NE(f, nullptr) << cap.dump();
+                EXPECT_EQ(n, expect.size() + 1);
+                EXPECT_EQ(str(f->fcom->virtfile), r.virt && !r.existing ? "/t/net.xml" : "<NULL>");
+                EXPECT_TRUE(cap.records().empty()) << cap.dump();
+                kavor_unregister(f);
+                EXPECT_EQ(vn_mem_live(), live);
+                break;
+            }
+            SCOPED_TRACE("n=" + std::to_string(n) + "\n" + cap.dump());
+            const Step &s = expect[n - 1];
+            if (s.outcome == NOVIRT) {
+                ASSERT_NE(f, nullptr);
+                EXPECT_EQ(f->fcom->virtfile, nullptr);
+                kavor_unregister(f);
+            } else {
+                EXPECT_EQ(f, nullptr);
+                if (s.msg != nullptr) {
+                    EXPECT_TRUE(cap.has(4, "kavor_register", s.msg));
+                } else {
+                    EXPECT_EQ(cap.count_containing("kavor_register:"), 0u);
+                }
+            }
+            EXPECT_EQ(vn_mem_live(), live);
+            EXPECT_EQ(file_count(mgr.get()), r.managed && r.existing ? 1u : 0u);
+            if (existing != nullptr) {
+                EXPECT_EQ(node_names(existing->fcom), (std::vector<std::string>{"first"}));
+            }
+        }
+        kavor_unregister(existing);
+    }
+}
+
+// Threads that end a file at the same time as another unregisters or joins
+// it; ASan and TSan builds catch any use of a freed record.
+TEST(KavorRegisterConcurrency, TwoThreadsUnregisterTheLastTwoNodesOfAFile)
+{
+    BareManager mgr;
+    kavor_hdl m = mgr.get();
+    long live = vn_mem_live();
+    for (int i = 0; i < 300; i++) {
+        kavor_file_rgst_t ra = request("/d/net", "a"), rb = request("/d/net", "b");
+        kavor_file_t *a = kavor_register(m, &ra);
+        kavor_file_t *b = kavor_register(m, &rb);
+        ASSERT_NE(a, nullptr);
+        ASSERT_NE(b, nullptr);
+        std::thread t1([a] { kavor_unregister(a); });
+        std::thread t2([b] { kavor_unregister(b); });
+        t1.join();
+        t2.join();
+        ASSERT_EQ(file_count(m), 0u);
+    }
+    EXPECT_EQ(vn_mem_live(), live);
+}
+
+TEST(KavorRegisterConcurrency, UnregisterEndingAFileWhileARegistrationJoinsIt)
+{
+    BareManager mgr;
+    kavor_hdl m = mgr.get();
+    long live = vn_mem_live();
+    for (int i = 0; i < 300; i++) {
+        kavor_file_rgst_t ra = request("/d/net", "a"), rb = request("/d/net", "b");
+        kavor_file_t *a = kavor_register(m, &ra);
+        ASSERT_NE(a, nullptr);
+        kavor_file_t *b = nullptr;
+        std::thread t1([a] { kavor_unregister(a); });
+        std::thread t2([&] { b = kavor_register(m, &rb); });
+        t1.join();
+        t2.join();
+        ASSERT_NE(b, nullptr);
+        ASSERT_EQ(file_count(m), 1u);
+        ASSERT_EQ(reinterpret_cast<kavor_fcom_t *>(m->fcom_lst), b->fcom);
+        ASSERT_EQ(node_names(b->fcom), (std::vector<std::string>{"b"}));
+        kavor_unregister(b);
+    }
+    EXPECT_EQ(vn_mem_live(), live);
+}
+
+}  // namespace
