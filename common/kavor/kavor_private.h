@@ -46,6 +46,8 @@ typedef struct kavor_fcom {
     pthread_rwlock_t file_rwlock;    // guards file_lst
     int32_t file_rwlock_valid;
     zhead_t file_lst;                // the file's nodes
+    int32_t disk_state;              // save task only: whether filename is known to hold
+                                     // a complete copy (see kavor_save.cpp); 0 unknown
 } kavor_fcom_t;
 
 /// One registered node (the target of an xml_file_hdl).
@@ -117,6 +119,8 @@ int32_t xmlMakeNode(xmlNodePtr pRoot, kavor_file_t *fobj);
 
 // ---- save engine and task (kavor_save.cpp, kavor_manager.cpp) --------------
 int32_t save_para_using_xml(kavor_fcom_t *fcom, int flag);
+/// One sweep: saves every marked file of the manager in turn, on the task.
+void kavor_save_sweep(kavor_mobj_t *mobj);
 int32_t xml_save_process(vn_task_handle h);
 
 /// The outside operations of the save road, in one table that a test can
