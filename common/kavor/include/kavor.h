@@ -22,14 +22,38 @@ extern "C" {
 /// The descriptor row, as the file manager names it.
 typedef struct pdesc xml_pd_t;
 
-/// A registration request, filled by the application.
+/// A registration request, filled by the application. kavor_register() reads
+/// it during the call only (and writes a NUL into the last byte of a
+/// non-empty `virtfile`); the strings are copied, so the record may be
+/// reused at once. `param_desc` and `mem` are kept as pointers.
 typedef struct {
-    char filename[128];     ///< path of the parameter file; must not be empty
-    char node_name[64];     ///< element name of this node; must not be empty
-    xml_pd_t *param_desc;   ///< descriptor table of `mem`; not copied
-    void *mem;              ///< the memory block; not copied
-    int32_t ugz;            ///< 1: plain file; any other value: gzip file
-    char virtfile[128];     ///< path of the virtual file; empty: none
+    /// Path of the parameter file; must not be empty and must hold its NUL
+    /// within the field. Its base name is cut at the first dot (a leading
+    /// dot doesn't count) and ".xml" (`ugz` 1) or ".xml.gz" (any other
+    /// `ugz`) put behind it; the backup ends in ".xml.bak[.gz]" and the
+    /// document's root element is named after the stem.
+    char filename[128];
+    /// Element name of this node in the document; must not be empty and must
+    /// hold its NUL within the field.
+    char node_name[64];
+    /// Descriptor table of `mem`; not copied, not tested. It must outlive
+    /// the node, and is written into by loads (run-time fields).
+    xml_pd_t *param_desc;
+    /// The memory block; not copied, not tested. It must outlive the node.
+    void *mem;
+    /// 1: the file is plain; any other value (0 included): gzip-compressed.
+    int32_t ugz;
+    /// Path of the virtual file; empty: none. Read as its first 127 bytes.
+    /// A save then writes the plain document here and an outside
+    /// "gzip -c <virtual> > <file>" command writes the file from it. Used
+    /// only when its stem equals the file's stem; its name always ends in
+    /// ".xml". It is dropped, with a level-4 message, and the file saved the
+    /// plain way, when the virtual name or the file name holds any character
+    /// outside A-Z, a-z, 0-9 and . _ / + - (so blanks, quotes, $ ` ; | & < >
+    /// * ? [ ] ~ ( ) { } ! # \ and line ends are refused), when either base
+    /// name begins with '-', when the virtual name equals the file name, or
+    /// when the command would not fit its 256-byte buffer.
+    char virtfile[128];
 } kavor_file_rgst_t;
 
 /// Handle of a manager.
@@ -38,79 +62,186 @@ typedef struct _kavor_mobj *kavor_hdl;
 typedef struct _xmlParamNode *xml_file_hdl;
 
 /// @name Manager (one background save task each)
+/// Locks, always taken in this order: the manager's file-list lock, a
+/// file's mutex (also kavor_file_lock()), the manager's parse mutex, a
+/// file's node-list lock.
 /// @{
+
 /// Same as kavor_create_v2(name, 1000).
 kavor_hdl kavor_create(const char *name);
-/// Makes a manager and starts its save task. `save_dly_ms` is the quiet
-/// time after the last save request, rounded up to a multiple of 500 ms;
-/// 0 or less saves at once. Returns NULL (level-4 message) on failure.
+
+/// Makes a manager and starts its save task, named "kavor_tsk_<name>".
+/// `name` is read during the call only. `save_dly_ms` is the quiet time
+/// after the last save request, rounded up to a multiple of 500 ms; 0 or
+/// less saves at the next tick. The caller owns the handle until
+/// kavor_destroy(). Returns NULL, with a level-4 message, for a NULL
+/// `name` ("kavor module name NULL!") or when the record, its mutex, its
+/// semaphore or its lock can't be made (nothing is left behind then).
 kavor_hdl kavor_create_v2(const char *name, int32_t save_dly_ms);
+
 /// Stops the task, then releases the manager and every file and node
-/// record of it; every handle of the manager is dead afterwards. Makes no
-/// last save and touches no file. NULL is ignored in silence. No other
-/// thread may be inside the manager during the call.
+/// record of it; the handle and every xml_file_hdl of the manager are dead
+/// afterwards. Makes no last save (see kavor_any_on_saving()) and touches
+/// no file. Takes no lock: no other thread may be inside the manager during
+/// the call. NULL is ignored in silence.
 void kavor_destroy(kavor_hdl hdl);
 /// @}
 
 /// @name Registration
 /// @{
+
 /// Registers `rgst->mem` as node `rgst->node_name` of the file that
-/// `rgst->filename` and `rgst->ugz` name. With `hdl` NULL the file stands
-/// alone (no sharing, no save task). Touches no disk. Returns the node's
-/// handle, the existing one if the file already has that node name, or
-/// NULL (level-4 message) on failure.
+/// `rgst->filename` and `rgst->ugz` name. Under a manager, nodes whose file
+/// names are equal (as strings, after the suffix rule) share one file, and
+/// the file keeps the virtual name of its first registration. With `hdl`
+/// NULL the file stands alone: no sharing, no load or save through the
+/// manager's calls; that is for kavor_param2file() and kavor_file2param().
+/// Touches no disk and traces nothing on success. Takes the manager's
+/// file-list lock for writing (waiting for a running save sweep or
+/// kavor_load_all()), so it must not be called while this thread holds a
+/// kavor_file_lock(). The node belongs to the file record until
+/// kavor_unregister() or kavor_destroy().
+/// @return the node's handle; the existing handle, with the level-4 message
+/// "file node(<name>) has exist!", when the file already has that node
+/// name (the request's table and block are ignored then); NULL, with a
+/// level-4 message, for a NULL `rgst`, an empty file or node name, or
+/// memory that runs out (then nothing new is left behind and an existing
+/// file keeps its nodes).
 xml_file_hdl kavor_register(kavor_hdl hdl, kavor_file_rgst_t *rgst);
-/// Removes a node; its file record goes with its last node. Touches no
-/// disk; a pending save of a file that ends is dropped. NULL is ignored.
+
+/// Removes a node and releases it; its file record goes with its last node,
+/// together with any save of it that was requested and not yet run. Touches
+/// no disk. For a managed file it takes the manager's file-list lock for
+/// writing, then the file's node-list lock, so concurrent unregisters and
+/// registrations of one file are safe; it waits for a running sweep or load
+/// and must not be called while this thread holds a kavor_file_lock(). The
+/// handle is dead afterwards, also for every other holder of it. NULL is
+/// ignored in silence.
 void kavor_unregister(xml_file_hdl hdl);
 /// @}
 
 /// @name Load (on the caller's thread)
+/// A load tries the file name first and, if that gives nothing usable
+/// (missing, empty, not XML, another root element), the backup name; the
+/// trace tells which was read. It writes no file. Memory that the reader
+/// allocates for counted buffers and lists comes from xmlMalloc() and
+/// belongs to the application.
 /// @{
-/// Loads the file of `hdl` into all its nodes, falling back to the backup.
-/// Returns 0, 1 (recovered, possibly partial) or -1 (nothing filled).
+
+/// Loads the file of `hdl` into all nodes of that file, under the file's
+/// mutex, one parse at a time per manager. The handle must come from a
+/// registration with a manager.
+/// @return 0 parsed; 1 parsed by the recovery parser, possibly partial (the
+/// backup isn't tried then); -1 nothing filled, every block as it was: both
+/// copies unusable, a NULL handle ("xml_file_hdl is NULL.") or a standalone
+/// node ("file node (<name>) has no manager!"), each at level 4.
 int32_t kavor_load_one(xml_file_hdl hdl);
-/// Loads every file of the manager: -1 if any failed, else 1 if any was
-/// recovered, else 0.
+
+/// Loads every file of the manager in list order, holding the manager's
+/// file-list lock for reading throughout; a failed file ("load file (<name>)
+/// fail!" at level 4) doesn't stop the walk.
+/// @return -1 if any file failed or for a NULL handle ("kavor hdl is NULL."),
+/// else 1 if any file was recovered, else 0 (also for a manager without
+/// files).
 int32_t kavor_load_all(kavor_hdl hdl);
 /// @}
 
 /// @name One-shot conversion (no manager, no backup, no task)
+/// Both register a standalone file for the call and release it before
+/// they return; `rgst` is read as by kavor_register() (its `virtfile` has no
+/// effect). They take no lock: the application keeps the block steady.
 /// @{
-/// Writes `rgst->mem` to the file that `rgst` names, in place. 0 or -1.
+
+/// Writes `rgst->mem` to the file that `rgst` names, in place, in one step
+/// (making missing directories): plain and not indented for `ugz` 1,
+/// gzip-compressed and indented otherwise. A failed write can leave the
+/// file damaged.
+/// @return 0 written; -1 when the request was refused (level-4 message of
+/// kavor_register) or the document could not be built or written.
 int32_t kavor_param2file(kavor_file_rgst_t *rgst);
-/// Fills `rgst->mem` from the file that `rgst` names. 0, 1 or -1.
+
+/// Fills `rgst->mem` from the file that `rgst` names; no size test and no
+/// fall-back to the backup.
+/// @return 0 parsed; 1 recovered, possibly partial; -1 nothing filled (the
+/// block as it was): refused request, missing or unreadable file, or a root
+/// element other than the file's stem, each with a level-4 message.
 int32_t kavor_file2param(kavor_file_rgst_t *rgst);
 /// @}
 
 /// @name Save requests and their state
+/// A request only marks the file and wakes the task; the task writes after
+/// the quiet time, through a temporary file (or the virtual file and gzip)
+/// and renames that keep a complete earlier copy under the file name or the
+/// backup name at every moment.
 /// @{
-/// Marks the file of `hdl` for saving and wakes the task. 0 or -1.
+
+/// Marks the file of `hdl` (all its nodes) for saving, under the file's
+/// mutex, and wakes the task. The handle must come from a registration
+/// with a manager.
+/// @return 0 marked and woken; -1 for a NULL handle ("xml_file_hdl is
+/// NULL.") or when the wake-up failed ("sem_give error!"; the mark stays).
 int32_t kavor_save_one(xml_file_hdl hdl);
-/// Marks every file of the manager for saving and wakes the task. 0 or -1.
+
+/// Marks every file of the manager for saving and wakes the task once.
+/// Takes the manager's file-list lock for reading and each file's mutex.
+/// @return 0; -1 for a NULL handle ("kavor mobj is NULL.") or a failed
+/// wake-up ("sem_give error!").
 int32_t kavor_save_all(kavor_hdl hdl);
-/// The file's save state: 0 done, 1 marked, 2 written and not yet flushed.
-/// 0 for NULL.
+
+/// The file's save state, read without a lock: 0 nothing to do, 1 marked
+/// (possibly after a failed attempt), 2 written and not yet flushed.
+/// @return that state; 0 for a NULL handle ("xml file hdl is NULL." at
+/// level 4).
 int32_t kavor_file_on_saving(xml_file_hdl hdl);
-/// The file name of the first file still on saving, or NULL. The string
-/// belongs to the file record.
+
+/// The file name of the first file, in list order, still on saving. Takes
+/// the manager's file-list lock for reading.
+/// @return the file record's own string (not a copy; valid as long as the
+/// file record), or NULL when nothing is marked or for a NULL handle ("kavor
+/// mobj is NULL." at level 4).
 char *kavor_any_on_saving(kavor_hdl hdl);
 /// @}
 
 /// @name Queries, deletion and locks
+/// None of these changes a record.
 /// @{
-/// Removes the file and its backup from disk; records stay.
+
+/// Removes the file of `hdl` and its backup from disk (for any node of the
+/// file, so its other nodes lose their copies too); the virtual file and
+/// temporaries stay, and so do the records and any save request. Takes no
+/// lock. Failures of the removals are not reported; NULL is ignored in
+/// silence.
 void kavor_delete_one(xml_file_hdl hdl);
-/// Removes every file of the manager and its backup from disk.
+
+/// Removes every file of the manager and its backup from disk, holding the
+/// manager's file-list lock for reading. A NULL handle gives "kavor mobj is
+/// NULL." at level 4.
 void kavor_delete_all(kavor_hdl hdl);
-/// Number of files (not nodes) of the manager; 0 for NULL.
+
+/// Counts the manager's files (not nodes), holding the manager's file-list
+/// lock for reading.
+/// @return the number of files; 0 for a NULL handle ("kavor mobj is NULL."
+/// at level 4).
 uint32_t kavor_count_all_filename(kavor_hdl hdl);
-/// Copies the root element names of the files into `buf` as consecutive
-/// NUL-terminated strings; returns how many were copied.
+
+/// Copies the root element names (stems, without directory or suffix) of
+/// the manager's files into `buf`, in list order, as consecutive
+/// NUL-terminated strings with no extra terminator, holding the manager's
+/// file-list lock for reading. Never writes past `buf + buf_size`: the
+/// first name that doesn't fit ends the walk with "buf is not big enough!"
+/// at level 4. `buf` stays the caller's.
+/// @return the number of names copied; 0 also for a NULL handle ("kavor
+/// mobj is NULL.") or a NULL `buf` ("buf pointer NULL."), both at level 4.
 uint32_t kavor_get_all_filename(kavor_hdl hdl, uint8_t *buf, size_t buf_size);
-/// Holds the file of `hdl` against saves and loads (its per-file mutex).
+
+/// Takes the mutex of the file of `hdl` (shared by all its nodes), holding
+/// off that file's saves and loads while the application changes its
+/// blocks. Not recursive: while holding it, the thread must not load, save
+/// or mark that file, nor register or unregister under the manager. NULL
+/// gives "xml_file_hdl is NULL." at level 4.
 void kavor_file_lock(xml_file_hdl hdl);
-/// Releases kavor_file_lock().
+
+/// Releases kavor_file_lock(). NULL gives "xml_file_hdl is NULL." at level 4.
 void kavor_file_unlock(xml_file_hdl hdl);
 /// @}
 
