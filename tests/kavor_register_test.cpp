@@ -380,7 +380,7 @@ TEST(KavorRegisterConcurrency, TwoThreadsUnregisterTheLastTwoNodesOfAFile)
     BareManager mgr;
     kavor_hdl m = mgr.get();
     long live = vn_mem_live();
-    for (int i = 0; i < 300; i++) {
+    for (int i = 0; i < 1000; i++) {
         kavor_file_rgst_t ra = request("/d/net", "a"), rb = request("/d/net", "b");
         kavor_file_t *a = kavor_register(m, &ra);
         kavor_file_t *b = kavor_register(m, &rb);
@@ -400,7 +400,7 @@ TEST(KavorRegisterConcurrency, UnregisterEndingAFileWhileARegistrationJoinsIt)
     BareManager mgr;
     kavor_hdl m = mgr.get();
     long live = vn_mem_live();
-    for (int i = 0; i < 300; i++) {
+    for (int i = 0; i < 1000; i++) {
         kavor_file_rgst_t ra = request("/d/net", "a"), rb = request("/d/net", "b");
         kavor_file_t *a = kavor_register(m, &ra);
         ASSERT_NE(a, nullptr);
