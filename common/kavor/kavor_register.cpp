@@ -74,6 +74,7 @@ char *virtual_name(kavor_file_rgst_t *rgst, char *name)
     char *virtname = xml_file_name(rgst->virtfile, rgst->ugz);
     if (virtname == NULL)
         return NULL;
+    assert(name != NULL);
     bool same = strcmp(file_name_pt(name), file_name_pt(virtname)) == 0;
     _vn_free(virtname, kTag);
     return same ? xml_file_name(rgst->virtfile, 1) : NULL;
@@ -103,6 +104,7 @@ kavor_file_t *find_node(kavor_fcom_t *fcom, const char *node_name)
 // Releases a record that is on no list: its locks, its four names, itself.
 void file_free(kavor_fcom_t *fcom, const char *tag)
 {
+    assert(fcom->file_lst == NULL);
     if (fcom->f_mutex_valid > 0)
         vn_mutex_destroy(&fcom->f_mutex);
     if (fcom->file_rwlock_valid > 0)
