@@ -98,4 +98,6 @@ int xml2param(void *mem_base, xmlNode *xnode, struct pdesc *pdesc);
 }
 #endif
 
+#include "param_xml_table.h"
+
 #endif

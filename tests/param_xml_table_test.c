@@ -1,0 +1,68 @@
+/* param_xml_table_test.c - the table macros compiled as C11 with
+ * -Wall -Wextra -Werror: every macro's row equals the row written out by
+ * hand, and the companion tables end where they should. Run by CTest; exits 1 on
+ * the first difference, after printing it. */
+#include <stdio.h>
+#include <string.h>
+
+#include "param_xml.h"
+#include "param_xml_table_fixture.h"
+
+FX_DEFINE_TABLES
+FX_DEFINE_EXPECTED
+
+static int failures;
+
+#define EXPECT_EQ_U(row, field, got, want)                                            \
+    do {                                                                             \
+        if ((unsigned long long)(got) != (unsigned long long)(want)) {                \
+            fprintf(stderr, "row %d (%s): %s is %llu, expected %llu\n", (row),         \
+                    fx_expected[row].name, field, (unsigned long long)(got),         \
+                    (unsigned long long)(want));                                     \
+            failures++;                                                              \
+        }                                                                            \
+    } while (0)
+
+static void compare_rows(void)
+{
+    int i;
+    for (i = 0; i <= FX_ROWS; i++) {
+        const struct pdesc *g = &fx_table[i], *w = &fx_expected[i];
+        EXPECT_EQ_U(i, "iob", g->iob, 0);
+        EXPECT_EQ_U(i, "ioa", g->ioa, 0);
+        EXPECT_EQ_U(i, "count", g->count, w->count);
+        EXPECT_EQ_U(i, "type", g->type, w->type);
+        EXPECT_EQ_U(i, "offset", g->offset, w->offset);
+        EXPECT_EQ_U(i, "boffset", g->boffset, w->boffset);
+        EXPECT_EQ_U(i, "aoffset", g->aoffset, w->aoffset);
+        EXPECT_EQ_U(i, "size", g->size, w->size);
+        EXPECT_EQ_U(i, "pdesc", (uintptr_t)g->pdesc, (uintptr_t)w->pdesc);
+        EXPECT_EQ_U(i, "aux", g->aux, w->aux);
+        if ((g->name == NULL) != (w->name == NULL) ||
+            (g->name != NULL && strcmp(g->name, w->name) != 0)) {
+            fprintf(stderr, "row %d: name differs\n", i);
+            failures++;
+        }
+    }
+}
+
+static void companion_tables(void)
+{
+    EXPECT_EQ_U(0, "enume[3].key", (uintptr_t)fx_modes[3].key, 0);
+    EXPECT_EQ_U(0, "enume[3].value", fx_modes[3].value, FX_OFF);
+    EXPECT_EQ_U(0, "enume[2].value", fx_modes[2].value, FX_AUTO);
+    EXPECT_EQ_U(0, "adesc[0].size", fx_kinds[0].size, sizeof(struct fx_node));
+    EXPECT_EQ_U(0, "adesc[1].size", fx_kinds[1].size, sizeof(struct fx_other));
+    EXPECT_EQ_U(0, "adesc[1].pdesc", (uintptr_t)fx_kinds[1].pdesc, (uintptr_t)fx_other_table);
+    EXPECT_EQ_U(0, "adesc[2].name", (uintptr_t)fx_kinds[2].name, 0);
+    EXPECT_EQ_U(0, "adesc[2].size", fx_kinds[2].size, 0);
+}
+
+int main(void)
+{
+    compare_rows();
+    companion_tables();
+    if (failures == 0)
+        printf("all rows as written by hand\n");
+    return failures == 0 ? 0 : 1;
+}
