@@ -1,9 +1,27 @@
-// param_xml.cpp - the codec's trace registration.
+// param_xml.cpp - the codec's frames and what all kinds share.
+//
+// param2xml walks a table and hands each row to its kind's writer;
+// xml2param walks an element's children and hands each to the reader of the
+// first row of its name. A handler is chosen by one switch on the kind, and
+// a row of no known kind is reported and skipped. Both frames return 0:
+// what went wrong inside a row is told through the trace alone.
+//
+// Invariant: a table ends at its first row whose type is 0; nothing of that
+// row or of any row behind it is read or written. A row without a name is
+// a bad row (it could neither make nor match an element).
 #include "param_xml.h"
 
+#include <cstdio>
+#include <cstdlib>
+
+#include "param_xml_private.h"
 #include "xml_trace.h"
 
 vorn_trace_handle param_xml_trace_h = nullptr;
+
+const xmlChar *const xStrIdx = BAD_CAST "idx";
+const xmlChar *const xStrCnt = BAD_CAST "cnt";
+const xmlChar *const xStrTyp = BAD_CAST "typ";
 
 namespace {
 int has_init = 0;
@@ -16,4 +34,169 @@ extern "C" void param_xml_trace_init(const char *mod_name, const char *filename,
         return;
     param_xml_trace_h = vorn_mod_trace_init(mod_name, filename, dft_lvl, func);
     has_init = 1;
+}
+
+// ---- the kinds that share the array frame ----------------------------------
+
+const struct array_kind kSintKind = {"sint2xml", "sint2xml", "xml2sint", "xml2sint",
+                                     sint2node, node2sint, false, true};
+const struct array_kind kUintKind = {"uint2xml", "uint2xml", "xml2uint", "xml2uint",
+                                     uint2node, node2uint, false, true};
+const struct array_kind kFlotKind = {"flot2xml", "flot2xml", "xml2flot", "xml2flot",
+                                     flot2node, node2flot, false, true};
+const struct array_kind kStruKind = {"stru2xml", "stru2xml", "xml2stru", "xml2stru",
+                                     stru2node, node2stru, false, false};
+const struct array_kind kStruMKind = {"struM2xml", "stru2xml", "xml2struM", "xml2stru",
+                                      stru2node, node2stru, true, false};
+
+// ---- frames ----------------------------------------------------------------
+
+extern "C" int param2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    for (struct pdesc *row = pdesc; row->type != 0; row++) {
+        if (!row->name) {
+            KV_LOG(4, "param2xml: row without name, type(0x%X)", static_cast<unsigned>(row->type));
+            continue;
+        }
+        switch (row->type & PT_KIND_MASK) {
+        case PT_SINT: sint2xml(mem_base, xnode, row); break;
+        case PT_UINT: uint2xml(mem_base, xnode, row); break;
+        case PT_FLOT: flot2xml(mem_base, xnode, row); break;
+        case PT_STRI: stri2xml(mem_base, xnode, row); break;
+        case PT_ENUM: enum2xml(mem_base, xnode, row); break;
+        case PT_STRU: stru2xml(mem_base, xnode, row); break;
+        case PT_LIST: list2xml(mem_base, xnode, row); break;
+        case PT_VLST: vlst2xml(mem_base, xnode, row); break;
+        case PT_STRUM: struM2xml(mem_base, xnode, row); break;
+        default:
+            KV_LOG(4, "param2xml: %s bad type(0x%X)", row->name, static_cast<unsigned>(row->type));
+            break;
+        }
+    }
+    return 0;
+}
+
+namespace {
+
+struct pdesc *row_named(struct pdesc *pdesc, const xmlChar *name)
+{
+    for (struct pdesc *row = pdesc; row->type != 0; row++)
+        if (row->name && xmlStrEqual(name, BAD_CAST row->name))
+            return row;
+    return nullptr;
+}
+
+}  // namespace
+
+extern "C" int xml2param(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    for (struct pdesc *row = pdesc; row->type != 0; row++)
+        row->ioa = 0;
+    for (xmlNode *child = xnode->children; child; child = child->next) {
+        struct pdesc *row = row_named(pdesc, child->name);
+        if (!row) {
+            if (!xmlStrEqual(child->name, BAD_CAST "text"))
+                KV_LOG(5, "no mark in param is \"%s\"", shown(reinterpret_cast<const char *>(child->name)));
+            continue;
+        }
+        switch (row->type & PT_KIND_MASK) {
+        case PT_SINT: xml2sint(mem_base, child, row); break;
+        case PT_UINT: xml2uint(mem_base, child, row); break;
+        case PT_FLOT: xml2flot(mem_base, child, row); break;
+        case PT_STRI: xml2stri(mem_base, child, row); break;
+        case PT_ENUM: xml2enum(mem_base, child, row); break;
+        case PT_STRU: xml2stru(mem_base, child, row); break;
+        case PT_LIST: xml2list(mem_base, child, row); break;
+        case PT_VLST: xml2vlst(mem_base, child, row); break;
+        case PT_STRUM: xml2struM(mem_base, child, row); break;
+        default:
+            KV_LOG(4, "xml2param: %s bad type(0x%X)", row->name, static_cast<unsigned>(row->type));
+            break;
+        }
+    }
+    return 0;
+}
+
+// ---- shared helpers ----------------------------------------------------------
+
+int row_entries(void *mem_base, const struct pdesc *pdesc)
+{
+    int n = pdesc->count;
+    if (pdesc->type & PT_F_CIA) {
+        int cia = load_int(at(mem_base, pdesc->aoffset));
+        if (cia < n)
+            n = cia;
+    }
+    return n;
+}
+
+void store_cia(void *mem_base, const struct pdesc *pdesc)
+{
+    if (pdesc->type & PT_F_CIA)
+        store_int(at(mem_base, pdesc->aoffset), pdesc->ioa);
+}
+
+bool take_index(xmlNode *xnode, const char *func, const char *text, const char *name,
+                int count, int *idx)
+{
+    int v = *idx;
+    xmlChar *xIdx = xmlGetProp(xnode, xStrIdx);
+    if (xIdx) {
+        v = std::atoi(reinterpret_cast<const char *>(xIdx));
+        xmlFree(xIdx);
+    }
+    if (v < 0) {
+        KV_LOGF(func, 5, "%s: %s idx(%d) < 0, ignore", text, name, v);
+        return false;
+    }
+    *idx = v;
+    if (v >= count) {
+        KV_LOGF(func, 5, "%s: %s idx(%d) >= count(%d), ignore", text, name, v, count);
+        return false;
+    }
+    return true;
+}
+
+bool number_text(char *buf, int v)
+{
+    int n = std::snprintf(buf, kNumTextLen, "%d", v);
+    return n > 0 && static_cast<size_t>(n) < kNumTextLen;
+}
+
+xmlNode *new_element(const char *name)
+{
+    xmlNode *node = xmlNewNode(nullptr, BAD_CAST name);
+    if (node && !node->name) {
+        xmlFreeNode(node);
+        return nullptr;
+    }
+    return node;
+}
+
+bool set_attr(xmlNode *elem, const xmlChar *attr, const char *value)
+{
+    xmlAttr *prop = xmlNewProp(elem, attr, BAD_CAST value);
+    if (!prop || !prop->name)
+        return false;
+    if (value && *value && !(prop->children && prop->children->content))
+        return false;
+    return true;
+}
+
+bool add_text(xmlNode *elem, const char *text)
+{
+    if (!text || !*text)
+        return true;
+    xmlNode *before = elem->last;
+    xmlNodeAddContent(elem, BAD_CAST text);
+    xmlNode *last = elem->last;
+    return last && last != before && last->content;
+}
+
+const struct adesc *find_alternative(const struct adesc *table, const char *type)
+{
+    const struct adesc *alt = table;
+    while (alt->name && !xmlStrEqual(BAD_CAST alt->name, BAD_CAST type))
+        alt++;
+    return alt->name ? alt : nullptr;
 }

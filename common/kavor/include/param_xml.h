@@ -86,13 +86,78 @@ void param_xml_trace_init(const char *mod_name, const char *filename,
 /// reading the block at `mem_base`. Stores a 0 byte at the end of each
 /// string field of the block. All arguments must be valid. Returns 0 always;
 /// what failed is told only through the trace.
+///
+/// Safety rules for rows and blocks out of the ordinary:
+/// - A row without a `name` is a bad row (level 4), in both directions.
+/// - An integer or float row whose `count` has more than nine digits is
+///   refused (level 4, "<fn>: <name> bad count(<n>)"), since its "idx" texts
+///   would not fit; so is a PT_STRI row whose `count` is below 1.
+/// - In counted mode, a buffer count that doesn't fit "cnt" (nine
+///   characters) or a positive count whose pointer is NULL skips that buffer
+///   (level 4); a NULL PT_STRUM pointer is not followed (level 4).
+/// - An element that can't be completed (node, attribute or text) is freed,
+///   not attached, and ends its row as a failed node does.
+/// - PT_VLST: a node whose type no alternative names goes through the first
+///   alternative only when no other alternative is smaller than it (so a
+///   node made for any alternative holds every field it describes); else it
+///   is written as an inner element with its "typ" and no children (level 5,
+///   "vlst2xml: <name> type(<typ>) unknown, fields not written"). A table
+///   with no alternative writes no inner element (level 5,
+///   "vlst2xml: <name> adesc has no alternative").
 int param2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc);
 
 /// Fills the block at `mem_base` from the children of `xnode` as far as they
 /// match rows of `pdesc`. Buffers and list nodes that it allocates come from
-/// xmlMalloc() and belong to the caller. All arguments must be valid.
-/// Returns 0 always; what failed is told only through the trace.
+/// xmlMalloc() and belong to the caller (see param_xml_free()). All
+/// arguments must be valid. Returns 0 always; what failed is told only
+/// through the trace.
+///
+/// Safety rules for documents and blocks the writer never makes:
+/// - A negative "idx" (on any element, wrapper or outer list element) refuses
+///   that element at level 5 ("<fn>: <name> idx(<n>) < 0, ignore") and leaves
+///   the position where it was, so later elements go on as if it were absent.
+/// - A "cnt" that is negative, or too large for a buffer of `size`-byte
+///   elements, refuses the wrapper at level 4 ("<fn>: <name> bad count of
+///   buffer(<n>)"); the count entry is set to 0 and its pointer is left alone.
+/// - A PT_STRUM row whose pointer is NULL is not followed (level 4,
+///   "<fn>: <name> null pointer, ignore").
+/// - A list node is never smaller than a znode: a row or alternative whose
+///   size is smaller makes no node (level 4, "<fn>: <name> bad node size(<n>)").
+/// - A PT_ENUM row whose `size` is below sizeof(int) is refused in both
+///   directions (level 4, "<fn>: <name> bad size(<n>)").
 int xml2param(void *mem_base, xmlNode *xnode, struct pdesc *pdesc);
+
+/// Releases, with xmlFree(), every counted buffer and every list node
+/// reachable from the block at `mem_base` described by the table `pdesc`,
+/// at any depth: what a buffer or node holds is released before it. Leaves
+/// each buffer pointer NULL, each buffer count 0 and each list head empty.
+/// The block itself and the array behind a PT_STRUM pointer belong to the
+/// application and are not freed (their structures are walked into). Count
+/// fields of PT_F_CIA are left as they are. A variant-list node whose type
+/// no alternative names is freed without being walked into.
+///
+/// Precondition: every non-NULL buffer pointer of a counted row (all `count`
+/// entries), every list node, and everything inside them came from
+/// xmlMalloc(), as after xml2param() into a zero-filled block; each buffer
+/// count of a counted structure row is no more than its buffer holds.
+void param_xml_free(void *mem_base, struct pdesc *pdesc);
+
+/// Checks a descriptor table before use: walks `table`, its sub-tables and
+/// its `enume` and `adesc` tables (each once, so cycles end), and reports at
+/// level 4 through the trace, naming the row and the reason, every row that
+/// can't work as far as the table shows: an unknown kind, an integer width
+/// not 1/2/4/8, a float width not 4/8, a string with a capacity below 1, a
+/// count below 0 or of more than nine digits, an enumeration without an
+/// `enume` table or with an element size below 4, a structure or list row
+/// without a sub-table, a sub-table that reaches beyond its structure or
+/// node, a list node smaller than a znode or a sub-table row that addresses
+/// the znode, an `enume` or `adesc` table without an item or with a key or
+/// name twice, a name that is no XML element name or is taken by an earlier
+/// row, and a structure that contains itself in place.
+/// Reads the tables only; takes no lock; may run beside any walk.
+/// Returns the number of bad rows (0: the table is good), or -1 for a NULL
+/// `table` or when it runs out of memory (with a level-4 message).
+int param_xml_check(const struct pdesc *table);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,387 @@
+// param_xml_read.cpp - elements to memory: the reader handlers of every kind
+// and the per-element functions that store one element into an array.
+//
+// Invariant: nothing is ever stored outside the array, buffer or node it is
+// meant for: every position is checked against [0, capacity) before use, a
+// buffer is allocated for exactly the count its entry then holds, and a list
+// node is at least a znode. The reader clears nothing but the nodes it
+// allocates; what a document doesn't reach keeps what it held.
+//
+// Flow: xml2param -> xml2<kind> -> (array kinds) xml2array -> direct:
+// node2<kind> with the row's ioa; counted: each element is a wrapper whose
+// "cnt" sizes a new buffer, filled by node2<kind> with the row's iob.
+#include <cerrno>
+#include <cinttypes>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "param_xml_private.h"
+#include "xml_trace.h"
+
+namespace {
+
+// ---- numbers ---------------------------------------------------------------
+
+// Text of the values stored, per width and signedness.
+template <typename T>
+void trace_int(const char *func, int idx, T v)
+{
+    if (std::is_signed<T>::value) {
+        if (sizeof(T) == 8)
+            KV_LOGF(func, 8, "%s[%d]: %lld", func, idx, static_cast<long long>(v));
+        else
+            KV_LOGF(func, 8, "%s[%d]: %d", func, idx, static_cast<int>(v));
+    } else {
+        if (sizeof(T) == 8)
+            KV_LOGF(func, 8, "%s[%d]: 0x%llX", func, idx, static_cast<unsigned long long>(v));
+        else
+            KV_LOGF(func, 8, "%s[%d]: 0x%X", func, idx, static_cast<unsigned>(v));
+    }
+}
+
+// Converts the values of `ctnt` one by one into the array at `mem`, from
+// *idx while *idx < count; stops at the first text that is no number.
+template <typename T>
+void parse_ints(const char *ctnt, char *mem, int count, int *idx, const char *func)
+{
+    const char *p = ctnt;
+    char *the_mem = mem + sizeof(T) * static_cast<size_t>(*idx);
+    while (*idx < count) {
+        char *endp;
+        T data;
+        if (std::is_signed<T>::value)
+            data = static_cast<T>(std::strtoimax(p, &endp, 0));
+        else
+            data = static_cast<T>(std::strtoumax(p, &endp, 0));
+        if (endp == p)
+            break;
+        trace_int<T>(func, *idx, data);
+        std::memcpy(the_mem, &data, sizeof data);
+        the_mem += sizeof data;
+        (*idx)++;
+        p = endp;
+    }
+}
+
+template <typename T>
+void parse_floats(const char *ctnt, char *mem, int count, int *idx, const char *func)
+{
+    const char *p = ctnt;
+    char *the_mem = mem + sizeof(T) * static_cast<size_t>(*idx);
+    const int prec = sizeof(T) == 4 ? 7 : 16;
+    while (*idx < count) {
+        char *endp;
+        T data = static_cast<T>(std::strtod(p, &endp));
+        if (endp == p)
+            break;
+        KV_LOGF(func, 8, "%s[%d]: %.*e", func, *idx, prec, static_cast<double>(data));
+        std::memcpy(the_mem, &data, sizeof data);
+        the_mem += sizeof data;
+        (*idx)++;
+        p = endp;
+    }
+}
+
+typedef void (*parse_fn)(const char *ctnt, char *mem, int count, int *idx, const char *func);
+
+// One element of numbers into the array: the "idx" rule, the content, the
+// values. `parse` is NULL for a width the kind doesn't support.
+int node2numbers(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, int *idx,
+                 const char *func, parse_fn parse)
+{
+    if (!take_index(xnode, func, func, pdesc->name, count, idx))
+        return -1;
+    xmlChar *ctnt = xmlNodeGetContent(xnode);
+    if (!ctnt) {
+        KV_LOGF(func, 4, "%s: %s no content", func, pdesc->name);
+        return -1;
+    }
+    if (parse)
+        parse(reinterpret_cast<const char *>(ctnt), static_cast<char *>(mem), count, idx, func);
+    else
+        KV_LOGF(func, 4, "%s: %s bad data size(%zu)", func, pdesc->name, pdesc->size);
+    xmlFree(ctnt);
+    return 0;
+}
+
+template <bool Signed>
+parse_fn int_parser(size_t size)
+{
+    switch (size) {
+    case 1: return Signed ? parse_ints<int8_t> : parse_ints<uint8_t>;
+    case 2: return Signed ? parse_ints<int16_t> : parse_ints<uint16_t>;
+    case 4: return Signed ? parse_ints<int32_t> : parse_ints<uint32_t>;
+    case 8: return Signed ? parse_ints<int64_t> : parse_ints<uint64_t>;
+    default: return nullptr;
+    }
+}
+
+// ---- counted mode ----------------------------------------------------------
+
+// Element count of a new buffer from its "cnt"; false (with a message) for a
+// count that can't size a buffer of that many elements.
+bool buffer_count_ok(int entry, const struct pdesc *pdesc, const struct array_kind *k)
+{
+    if (entry < 0 || pdesc->size == 0 ||
+        static_cast<size_t>(entry) > SIZE_MAX / pdesc->size) {
+        KV_LOGF(k->rfunc, 4, "%s: %s bad count of buffer(%d)", k->rtext, pdesc->name, entry);
+        return false;
+    }
+    return true;
+}
+
+// One wrapper: its "cnt" sizes a new buffer at entry ioa, its inner elements
+// of the row's name fill it through the kind's per-element function.
+int xml2cob(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const struct array_kind *k)
+{
+    if (!take_index(xnode, k->rfunc, k->rtext, pdesc->name, pdesc->count, &pdesc->ioa))
+        return -1;
+    char *cob_entry = at(mem_base, pdesc->boffset + sizeof(int) * static_cast<size_t>(pdesc->ioa));
+    char *ptr_entry = at(mem_base, pdesc->offset + sizeof(void *) * static_cast<size_t>(pdesc->ioa));
+    xmlChar *cnt = xmlGetProp(xnode, xStrCnt);
+    if (!cnt) {
+        KV_LOGF(k->rfunc, 4, "%s: %s no count of buffer", k->rtext, pdesc->name);
+        return -1;
+    }
+    int entry = std::atoi(reinterpret_cast<const char *>(cnt));
+    xmlFree(cnt);
+    if (entry != 0 && !buffer_count_ok(entry, pdesc, k)) {
+        store_int(cob_entry, 0);  // the entry then says: no buffer
+        return -1;
+    }
+    store_int(cob_entry, entry);
+    if (entry == 0) {
+        KV_LOGF(k->rfunc, 4, "%s: %s count of buffer is zero", k->rtext, pdesc->name);
+        return -1;
+    }
+    KV_LOGF(k->rfunc, 8, "%s: xmlMalloc: %d * %zu", k->rtext, entry, pdesc->size);
+    void *buf = xmlMalloc(static_cast<size_t>(entry) * pdesc->size);
+    store_ptr(ptr_entry, buf);
+    if (!buf) {
+        KV_LOGF(k->rfunc, 4, "%s: %s malloc failed", k->rtext, pdesc->name);
+        return -1;
+    }
+    pdesc->iob = 0;
+    for (xmlNode *child = xnode->children; child; child = child->next) {
+        if (!xmlStrEqual(child->name, BAD_CAST pdesc->name))
+            continue;
+        KV_LOGF(k->rfunc, 8, "%s: cob %d", k->rtext, entry);
+        k->from_node(buf, child, pdesc, entry, &pdesc->iob);
+    }
+    pdesc->ioa++;
+    store_cia(mem_base, pdesc);
+    return 0;
+}
+
+// ---- lists -----------------------------------------------------------------
+
+typedef void (*node_reader)(zhead_t *head, xmlNode *child, struct pdesc *pdesc);
+
+// A zeroed node of `size` bytes pushed on the list, or NULL (reported).
+void *new_list_node(zhead_t *head, size_t size, const char *name_of_type, const char *func,
+                    const char *row_name)
+{
+    if (size < sizeof(struct znode)) {
+        KV_LOGF(func, 4, "%s: %s bad node size(%zu)", func, row_name, size);
+        return nullptr;
+    }
+    void *node = xmlMalloc(size);
+    if (!node) {
+        KV_LOGF(func, 4, "%s: %s malloc znode failed", func, row_name);
+        return nullptr;
+    }
+    std::memset(node, 0, size);
+    if (name_of_type)
+        zlst_set_name(node, name_of_type);
+    zlst_push(head, node);
+    return node;
+}
+
+void list_node_from_xml(zhead_t *head, xmlNode *child, struct pdesc *pdesc)
+{
+    void *node = new_list_node(head, pdesc->size, nullptr, "xml2list", pdesc->name);
+    if (node)
+        xml2param(node, child, pdesc->pdesc);
+}
+
+void vlst_node_from_xml(zhead_t *head, xmlNode *child, struct pdesc *pdesc)
+{
+    xmlChar *type_name = xmlGetProp(child, xStrTyp);
+    if (!type_name) {
+        KV_LOGF("xml2vlst", 4, "xml2vlst: %s type name", pdesc->name);
+        return;
+    }
+    const struct adesc *table = reinterpret_cast<const struct adesc *>(pdesc->aux);
+    if (!table) {
+        KV_LOGF("xml2vlst", 4, "xml2vlst: %s bad adesc", pdesc->name);
+        xmlFree(type_name);
+        return;
+    }
+    const struct adesc *alt = find_alternative(table, reinterpret_cast<const char *>(type_name));
+    xmlFree(type_name);
+    if (!alt)
+        return;
+    void *node = new_list_node(head, alt->size, alt->name, "xml2vlst", pdesc->name);
+    if (node && alt->pdesc)
+        xml2param(node, child, alt->pdesc);
+}
+
+// One outer element: the "idx" rule picks the head, which must be empty;
+// each inner element of the row's name becomes a node through read_node.
+int lists_from_xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const char *func,
+                   node_reader read_node)
+{
+    char *mem = at(mem_base, pdesc->offset);
+    KV_LOGF(func, 8, "%s: %s", func, pdesc->name);
+    if (!take_index(xnode, func, func, pdesc->name, pdesc->count, &pdesc->ioa))
+        return -1;
+    zhead_t *head = reinterpret_cast<zhead_t *>(mem + sizeof(zhead_t) * static_cast<size_t>(pdesc->ioa));
+    KV_LOGF(func, 8, "%s[%d]:", func, pdesc->ioa);
+    pdesc->ioa++;
+    if (*head) {
+        KV_LOGF(func, 4, "%s: %s not an empty list", func, pdesc->name);
+        return -1;
+    }
+    for (xmlNode *child = xnode->children; child; child = child->next)
+        if (xmlStrEqual(child->name, BAD_CAST pdesc->name))
+            read_node(head, child, pdesc);
+    store_cia(mem_base, pdesc);
+    return 0;
+}
+
+}  // namespace
+
+// ---- per-element functions ---------------------------------------------------
+
+int node2sint(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, int *idx)
+{
+    return node2numbers(mem, xnode, pdesc, count, idx, "node2sint", int_parser<true>(pdesc->size));
+}
+
+int node2uint(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, int *idx)
+{
+    return node2numbers(mem, xnode, pdesc, count, idx, "node2uint", int_parser<false>(pdesc->size));
+}
+
+int node2flot(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, int *idx)
+{
+    parse_fn parse = pdesc->size == 4 ? parse_floats<float>
+                   : pdesc->size == 8 ? parse_floats<double> : nullptr;
+    return node2numbers(mem, xnode, pdesc, count, idx, "node2flot", parse);
+}
+
+int node2stru(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, int *idx)
+{
+    if (!take_index(xnode, "node2stru", "node2stru", pdesc->name, count, idx))
+        return -1;
+    char *the_mem = static_cast<char *>(mem) + pdesc->size * static_cast<size_t>(*idx);
+    KV_LOG(8, "node2stru[%d]:", *idx);
+    (*idx)++;
+    xml2param(the_mem, xnode, pdesc->pdesc);
+    return 0;
+}
+
+// ---- the array frame: direct and counted mode --------------------------------
+
+int xml2array(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const struct array_kind *k)
+{
+    KV_LOGF(k->rfunc, 8, "%s: %s", k->rtext, pdesc->name);
+    if (pdesc->type & PT_F_COB)
+        return xml2cob(mem_base, xnode, pdesc, k);
+    KV_LOGF(k->rfunc, 8, "%s: cia %d", k->rtext, pdesc->count);
+    void *mem = at(mem_base, pdesc->offset);
+    if (k->via_pointer) {
+        mem = load_ptr(mem);
+        if (!mem) {
+            KV_LOGF(k->rfunc, 4, "%s: %s null pointer, ignore", k->rtext, pdesc->name);
+            return -1;
+        }
+    }
+    int ret = k->from_node(mem, xnode, pdesc, pdesc->count, &pdesc->ioa);
+    store_cia(mem_base, pdesc);
+    return ret;
+}
+
+// ---- handlers ----------------------------------------------------------------
+
+int xml2sint(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    return xml2array(mem_base, xnode, pdesc, &kSintKind);
+}
+
+int xml2uint(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    return xml2array(mem_base, xnode, pdesc, &kUintKind);
+}
+
+int xml2flot(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    return xml2array(mem_base, xnode, pdesc, &kFlotKind);
+}
+
+int xml2stru(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    return xml2array(mem_base, xnode, pdesc, &kStruKind);
+}
+
+int xml2struM(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    return xml2array(mem_base, xnode, pdesc, &kStruMKind);
+}
+
+int xml2stri(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    char *mem = at(mem_base, pdesc->offset);
+    KV_LOG(8, "xml2stri: %s", pdesc->name);
+    xmlChar *ctnt = xmlNodeGetContent(xnode);
+    if (!ctnt) {
+        KV_LOG(4, "xml2stri: %s no content", pdesc->name);
+        return -1;
+    }
+    size_t len = static_cast<size_t>(xmlStrlen(ctnt)) + 1;
+    std::memcpy(mem, ctnt, len < pdesc->size ? len : pdesc->size);
+    xmlFree(ctnt);
+    // The stored text may lack its terminator: print at most `size` bytes.
+    int shown_len = pdesc->size < static_cast<size_t>(INT_MAX) ? static_cast<int>(pdesc->size) : INT_MAX;
+    KV_LOG(8, "xml2stri: %.*s", shown_len, mem);
+    return 0;
+}
+
+int xml2enum(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    char *mem = at(mem_base, pdesc->offset);
+    const struct enume *table = reinterpret_cast<const struct enume *>(pdesc->aux);
+    KV_LOG(8, "xml2enum: %s", pdesc->name);
+    if (pdesc->size < sizeof(int)) {  // each value is stored as a whole int
+        KV_LOG(4, "xml2enum: %s bad size(%zu)", pdesc->name, pdesc->size);
+        return -1;
+    }
+    if (!take_index(xnode, "xml2enum", "xml2enum", pdesc->name, pdesc->count, &pdesc->ioa))
+        return -1;
+    char *the_mem = mem + pdesc->size * static_cast<size_t>(pdesc->ioa);
+    xmlChar *ctnt = xmlNodeGetContent(xnode);
+    if (!ctnt) {
+        KV_LOG(4, "xml2enum: %s no content", pdesc->name);
+        return -1;
+    }
+    const struct enume *item = table;
+    while (item->key && !xmlStrEqual(BAD_CAST item->key, ctnt))
+        item++;
+    xmlFree(ctnt);
+    store_int(the_mem, item->value);
+    KV_LOG(8, "xml2enum[%d]: %d(\"%s\")", pdesc->ioa, item->value, shown(item->key));
+    pdesc->ioa++;
+    return 0;
+}
+
+int xml2list(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    return lists_from_xml(mem_base, xnode, pdesc, "xml2list", list_node_from_xml);
+}
+
+int xml2vlst(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    return lists_from_xml(mem_base, xnode, pdesc, "xml2vlst", vlst_node_from_xml);
+}
