@@ -228,7 +228,7 @@ TEST(FloatWriter, WorkedCaseAtBothWidths)
               write_row(d, row_of(PT_FLOT, "gain", 10, 8)));
 }
 
-TEST(FloatWriter, PrecisionAndSpecialValues)
+TEST(FloatWriter, PrecisionAndNonFiniteValues)
 {
     float f[] = {1000000.0f, 0.1f, -1.0f / 3.0f, INFINITY, -INFINITY, FLT_MAX};
     EXPECT_EQ("<x>1e+06 0.1 -0.333333 inf -inf 3.40282e+38</x>", write_row(f, row_of(PT_FLOT, "x", 6, 4)));
