@@ -1,0 +1,143 @@
+// kavor_load.cpp - document load: a parameter file fills the memory blocks of
+// all nodes of its record, with the recovery parser for a damaged document
+// and a fall-back to the backup copy when the file gives nothing usable.
+//
+// Results: 0 parsed, 1 parsed by the recovery parser (possibly partial), -1
+// nothing filled. A -1 arises only before the first block is written, so the
+// fall-back never starts over a half-filled block.
+//
+// The record's filename and file_bak are never exchanged: the fall-back hands
+// the backup's path down to the parser, so registration and the save road,
+// which read the pair without f_mutex, always see the true names, while the
+// trace names the path actually read.
+//
+// Lock order: fcom_rwlock (read, kavor_load_all), f_mutex, mtx_ld (the parse
+// alone), file_rwlock (read, the node walk and xml2param).
+#include <assert.h>
+
+#include <libxml/parser.h>
+
+#include "kavor_private.h"
+#include "param_xml.h"
+#include "vn_ipc.h"
+#include "xml_trace.h"
+#include "zlib_if.h"
+
+void xmlParseNode(xmlNodePtr pRoot, kavor_file_t *fobj)
+{
+    if (pRoot == NULL || fobj == NULL) {
+        KV_LOG(4, "xmlParseNode: pRoot or fobj is NULL!");
+        return;
+    }
+    for (; fobj != NULL; fobj = (kavor_file_t *)fobj->node.next) {
+        for (xmlNodePtr child = pRoot->children; child != NULL; child = child->next) {
+            if (xmlStrcmp(child->name, BAD_CAST fobj->node_name) == 0) {
+                xml2param(fobj->mem, child, fobj->param_desc);
+                break;
+            }
+        }
+    }
+}
+
+int32_t xmlParseParamFile(kavor_fcom_t *fcom, const char *path)
+{
+    assert(fcom != NULL && path != NULL);
+    int32_t ret = 0;
+    xmlDocPtr doc = xmlParseFile(path);
+    if (doc == NULL) {
+        ret = 1;
+        doc = xmlRecoverFile(path);
+        if (doc == NULL) {
+            KV_LOG(4, "xmlParseFile %s failed!", path);
+            return -1;
+        }
+    }
+    xmlNodePtr root = xmlDocGetRootElement(doc);
+    if (root == NULL) {
+        KV_LOG(4, "%s get root node failed!", path);
+        ret = -1;
+    } else if (xmlStrcmp(root->name, BAD_CAST fcom->rt_node) != 0) {
+        KV_LOG(4, "parse xml file(%s) failed!", path);
+        ret = -1;
+    } else {
+        KV_LOG(7, "parse xml file(%s).", path);
+        pthread_rwlock_rdlock(&fcom->file_rwlock);
+        xmlParseNode(root, (kavor_file_t *)fcom->file_lst);
+        pthread_rwlock_unlock(&fcom->file_rwlock);
+    }
+    xmlFreeDoc(doc);
+    return ret;
+}
+
+int32_t load_xml(kavor_fcom_t *fcom, const char *path)
+{
+    assert(fcom->mobj != NULL);
+    if (get_gz_filesize(path) == 0) {
+        KV_LOG(5, "file (%s) size is 0!", path);
+        return -1;
+    }
+    vn_mutex_lock(&fcom->mobj->mtx_ld);
+    int32_t ret = xmlParseParamFile(fcom, path);
+    vn_mutex_unlock(&fcom->mobj->mtx_ld);
+    if (ret >= 0)
+        KV_LOG(7, "succeed to load file (%s).", path);
+    else
+        KV_LOG(5, "failed to load file (%s).", path);
+    return ret;
+}
+
+void string_swap(char **s1, char **s2)
+{
+    char *t = *s1;
+    *s1 = *s2;
+    *s2 = t;
+}
+
+int32_t load_one_xml(kavor_fcom_t *fcom)
+{
+    vn_mutex_lock(&fcom->f_mutex);
+    // The pair of paths to read, in order; the record's own pair stays put.
+    char *path = fcom->filename;
+    char *other = fcom->file_bak;
+    int32_t ret = load_xml(fcom, path);
+    if (ret < 0) {
+        string_swap(&path, &other);
+        ret = load_xml(fcom, path);
+    }
+    vn_mutex_unlock(&fcom->f_mutex);
+    return ret;
+}
+
+extern "C" int32_t kavor_load_one(xml_file_hdl hdl)
+{
+    if (hdl == NULL) {
+        KV_LOG(4, "xml_file_hdl is NULL.");
+        return -1;
+    }
+    // A standalone node has no manager, hence no mtx_ld to load under.
+    if (hdl->fcom == NULL || hdl->fcom->mobj == NULL) {
+        KV_LOG(4, "file node (%s) has no manager!", hdl->node_name);
+        return -1;
+    }
+    return load_one_xml(hdl->fcom);
+}
+
+extern "C" int32_t kavor_load_all(kavor_hdl hdl)
+{
+    if (hdl == NULL) {
+        KV_LOG(4, "kavor hdl is NULL.");
+        return -1;
+    }
+    int32_t ret = 0;
+    pthread_rwlock_rdlock(&hdl->fcom_rwlock);
+    for (struct znode *n = hdl->fcom_lst; n != NULL; n = n->next) {
+        kavor_fcom_t *fcom = (kavor_fcom_t *)n;
+        int32_t ret1 = load_one_xml(fcom);
+        if (ret1 < 0)
+            KV_LOG(4, "load file (%s) fail!", fcom->filename);
+        if ((ret == 0 && ret1 != 0) || (ret > 0 && ret1 < 0))
+            ret = ret1;
+    }
+    pthread_rwlock_unlock(&hdl->fcom_rwlock);
+    return ret;
+}
