@@ -1,0 +1,103 @@
+// kavor_query.cpp - what an application asks of a manager besides load and
+// save: delete a file's copies on disk, count and name the files, and hold
+// one file against the library's saves and loads.
+//
+// Invariant: none of these operations changes a record. The walks over
+// fcom_lst hold fcom_rwlock for reading; kavor_get_all_filename never writes
+// past buf + buf_size.
+#include <stdio.h>
+#include <string.h>
+
+#include "kavor_private.h"
+#include "xml_trace.h"
+
+namespace {
+
+void remove_pair(const kavor_fcom_t *fcom)
+{
+    kavor_sys.remove(fcom->filename);
+    kavor_sys.remove(fcom->file_bak);
+}
+
+}  // namespace
+
+extern "C" void kavor_delete_one(xml_file_hdl hdl)
+{
+    if (hdl == NULL || hdl->fcom == NULL)
+        return;
+    remove_pair(hdl->fcom);
+}
+
+extern "C" void kavor_delete_all(kavor_hdl hdl)
+{
+    if (hdl == NULL) {
+        KV_LOG(4, "kavor mobj is NULL.");
+        return;
+    }
+    pthread_rwlock_rdlock(&hdl->fcom_rwlock);
+    for (struct znode *n = hdl->fcom_lst; n != NULL; n = n->next)
+        remove_pair((kavor_fcom_t *)n);
+    pthread_rwlock_unlock(&hdl->fcom_rwlock);
+}
+
+extern "C" uint32_t kavor_count_all_filename(kavor_hdl hdl)
+{
+    if (hdl == NULL) {
+        KV_LOG(4, "kavor mobj is NULL.");
+        return 0;
+    }
+    uint32_t num = 0;
+    pthread_rwlock_rdlock(&hdl->fcom_rwlock);
+    for (struct znode *n = hdl->fcom_lst; n != NULL; n = n->next)
+        num++;
+    pthread_rwlock_unlock(&hdl->fcom_rwlock);
+    return num;
+}
+
+extern "C" uint32_t kavor_get_all_filename(kavor_hdl hdl, uint8_t *buf, size_t buf_size)
+{
+    if (hdl == NULL) {
+        KV_LOG(4, "kavor mobj is NULL.");
+        return 0;
+    }
+    if (buf == NULL) {
+        KV_LOG(4, "buf pointer NULL.");
+        return 0;
+    }
+    uint32_t num = 0;
+    pthread_rwlock_rdlock(&hdl->fcom_rwlock);
+    for (struct znode *n = hdl->fcom_lst; n != NULL; n = n->next) {
+        const char *rt = ((kavor_fcom_t *)n)->rt_node;
+        size_t len = strlen(rt) + 1;
+        if (len > buf_size) {
+            KV_LOG(4, "buf is not big enough!");
+            break;
+        }
+        memcpy(buf, rt, len);
+        buf += len;
+        buf_size -= len;
+        num++;
+    }
+    pthread_rwlock_unlock(&hdl->fcom_rwlock);
+    return num;
+}
+
+extern "C" void kavor_file_lock(xml_file_hdl hdl)
+{
+    if (hdl == NULL) {
+        KV_LOG(4, "xml_file_hdl is NULL.");
+        return;
+    }
+    if (hdl->fcom != NULL && hdl->fcom->f_mutex != NULL)
+        vn_mutex_lock(&hdl->fcom->f_mutex);
+}
+
+extern "C" void kavor_file_unlock(xml_file_hdl hdl)
+{
+    if (hdl == NULL) {
+        KV_LOG(4, "xml_file_hdl is NULL.");
+        return;
+    }
+    if (hdl->fcom != NULL && hdl->fcom->f_mutex != NULL)
+        vn_mutex_unlock(&hdl->fcom->f_mutex);
+}
