@@ -658,6 +658,13 @@ TEST(ReaderFrame, UnmatchedChildrenBadRowsAndTheEndOfTheTable)
     EXPECT_EQ(0u, cap.count_containing("\"odd\"")) << cap.dump();
 }
 
+TEST(ReaderFrame, ARowNamedTextAlsoTakesTheTextNodes)
+{
+    char block[8] = {};
+    read_row(block, row_of(PT_STRI, "text", 8, 8), "<text>kept</text>\n ");
+    EXPECT_STREQ("\n ", block);  // the blank text behind it went to the same row
+}
+
 TEST(ReaderFrame, TwoRowsOfOneNameFeedTheFirst)
 {
     int32_t v[2] = {0, 0};
