@@ -1,0 +1,389 @@
+// kavor_save.cpp - the save engine. A request (kavor_save_one,
+// kavor_save_all) only marks a file (is_saving = 1) and wakes the manager's
+// task; the task's sweep (kavor_save_sweep, one step of xml_save_process) writes every marked file in
+// turn, by one of two roads, and the queries tell whether a save has ended.
+//
+// Invariant: a complete copy of every file that was ever saved stands on
+// disk at every instant, under its file name or its backup name.
+//
+// The plain road (no virtual name), under f_mutex:
+//   1. the document goes to "<file>.tmp" (or "<file>.tmp.gz");
+//   2. remove(file_bak), rename(file, file_bak)  - only while `file` holds a
+//      complete copy: a missing or broken `file` never replaces the backup;
+//   3. rename(tmp, file)                          - one atomic replacement;
+//   then, without f_mutex: sync() twice, is_saving 2 -> 0.
+// The virtual-file road (a virtual name), the write under f_mutex:
+//   1. the document goes, plain, to the virtual file;
+//   2. rename(file, file_bak) while `file` holds a complete copy, otherwise
+//      remove(file) (what a failed gzip left there, or nothing); a rename
+//      that fails ends the attempt, since gzip would write over the copy;
+//   3. the file's directories, "gzip -c <virtual> > <file>", then
+//      remove(virtual), sync() twice.
+// Whether `file` holds a complete copy is kept in disk_state: known after
+// this task put the copy there (or a gzip into it failed), and checked once
+// by a parse when the record is new, so a save after a restart doesn't move
+// a file that a killed save left half-written over a good backup.
+//
+// Every outside operation goes through the kavor_sys table, and after each
+// step the table's step hook (if set) is called with the step's name, so a
+// test can fail any operation or stop a save after any step. The steps:
+// "write" (document at the temporary or virtual name), "remove_bak",
+// "rename_file" (file -> backup), "remove_file", "rename_tmp" (temporary ->
+// file), "gzip", "remove_virt", "sync" (both calls done), "done".
+//
+// A failed write leaves the file marked and gives the semaphore, on either
+// road, so the task tries again one delay later until the cause has gone.
+// The sweep runs inside a tick of xml_save_process, and its records carry
+// that name; the records of the write itself carry save_para_using_xml.
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <libxml/parser.h>
+
+#include "kavor_private.h"
+#include "othermisc.h"
+#include "vn_time.h"
+#include "xml_trace.h"
+
+const kavor_sys_t kavor_sys_default = {
+    remove, rename, system, sync, xmlSaveFormatFileEnc, NULL,
+};
+kavor_sys_t kavor_sys = kavor_sys_default;
+
+namespace {
+
+// What the file name holds, as far as the task knows (disk_state).
+enum {
+    DISK_UNKNOWN = 0,   // not looked at since the record was built
+    DISK_COMPLETE = 1,  // a complete copy: this task put it there, or a parse said so
+    DISK_BROKEN = 2,    // missing or partial: file_bak holds the last complete copy
+};
+
+const size_t kNameBuf = 256;   // the temporary name and the gzip command
+
+void step(const char *name, const kavor_fcom_t *fcom)
+{
+    if (kavor_sys.step != NULL)
+        kavor_sys.step(name, fcom);
+}
+
+void file_lock(kavor_fcom_t *fcom)
+{
+    vn_mutex_lock(&fcom->f_mutex);
+}
+
+void file_unlock(kavor_fcom_t *fcom)
+{
+    vn_mutex_unlock(&fcom->f_mutex);
+}
+
+void fcom_rdlock(kavor_mobj_t *mobj)
+{
+    if (mobj->fcom_rwlock_valid > 0)
+        pthread_rwlock_rdlock(&mobj->fcom_rwlock);
+}
+
+void fcom_unlock(kavor_mobj_t *mobj)
+{
+    if (mobj->fcom_rwlock_valid > 0)
+        pthread_rwlock_unlock(&mobj->fcom_rwlock);
+}
+
+// What `path` holds: DISK_COMPLETE for a document that a load takes whole
+// (it parses without the recovery parser and its root element is the
+// file's), DISK_BROKEN for anything else, missing included.
+int32_t disk_state_of(const char *path, const char *rt_node, bool *exists)
+{
+    struct stat st;
+    *exists = stat(path, &st) == 0;
+    if (!*exists || !S_ISREG(st.st_mode) || st.st_size == 0)
+        return DISK_BROKEN;
+    xmlDocPtr doc = xmlReadFile(path, NULL, XML_PARSE_NONET | XML_PARSE_NOERROR |
+                                                XML_PARSE_NOWARNING | XML_PARSE_HUGE);
+    if (doc == NULL)
+        return DISK_BROKEN;
+    xmlNodePtr root = xmlDocGetRootElement(doc);
+    bool whole = root != NULL && xmlStrcmp(root->name, (const xmlChar *)rt_node) == 0;
+    xmlFreeDoc(doc);
+    return whole ? DISK_COMPLETE : DISK_BROKEN;
+}
+
+// Whether the file name holds a complete copy, which may then become the
+// backup. Looked at on disk only once per record; a file that exists and
+// isn't whole is reported, a missing one (the first save) is not.
+bool file_is_complete(kavor_fcom_t *fcom, const char *fname)
+{
+    if (fcom->disk_state == DISK_UNKNOWN) {
+        bool exists = false;
+        fcom->disk_state = disk_state_of(fcom->filename, fcom->rt_node, &exists);
+        if (fcom->disk_state == DISK_BROKEN && exists)
+            KV_LOGF(fname, 5, "file (%s) holds no complete copy, backup kept.", fcom->filename);
+    }
+    return fcom->disk_state == DISK_COMPLETE;
+}
+
+// "%s.tmp.gz" for a compressed file name, "%s.tmp" for any other; false if
+// the name doesn't fit (it always does for a registered name).
+bool temp_name(const kavor_fcom_t *fcom, char *tmp)
+{
+    const char *fmt = isGzFile(fcom->filename) ? "%s.tmp.gz" : "%s.tmp";
+    int n = snprintf(tmp, kNameBuf, fmt, fcom->filename);
+    return n > 0 && (size_t)n < kNameBuf;
+}
+
+// The command of the virtual-file road; false if it would be cut, since a
+// cut command would write to another path.
+bool gzip_command(const kavor_fcom_t *fcom, char *sh)
+{
+    int n = snprintf(sh, kNameBuf, "gzip -c %s > %s", fcom->virtfile, fcom->filename);
+    return n > 0 && (size_t)n < kNameBuf;
+}
+
+unsigned long long ms_since(uint64_t t0)
+{
+    return (unsigned long long)vn_delta_ms(t0);
+}
+
+// Plain road, under f_mutex: temporary file, then the renames.
+int32_t save_plain(kavor_fcom_t *fcom)
+{
+    const char *fname = "save_para_using_xml";
+    uint64_t time0 = vn_uptime_ms();
+    char tmp[kNameBuf];
+    if (!temp_name(fcom, tmp)) {
+        KV_LOGF(fname, 4, "save %s error!", fcom->filename);
+        return -1;
+    }
+    int32_t ret = xmlMakeParamFile(fcom, tmp);
+    if (ret != 0) {
+        kavor_sys.remove(tmp);
+        KV_LOGF(fname, 4, "save %s error!", fcom->filename);
+        return ret;
+    }
+    step("write", fcom);
+    if (file_is_complete(fcom, fname)) {
+        kavor_sys.remove(fcom->file_bak);
+        step("remove_bak", fcom);
+        kavor_sys.rename(fcom->filename, fcom->file_bak);
+        step("rename_file", fcom);
+        fcom->disk_state = DISK_BROKEN;
+    }
+    if (kavor_sys.rename(tmp, fcom->filename) != 0) {
+        // The new copy is not in place: keep the file marked, and look at
+        // what the file name holds before the next attempt.
+        kavor_sys.remove(tmp);
+        fcom->disk_state = DISK_UNKNOWN;
+        KV_LOGF(fname, 4, "save %s error!", fcom->filename);
+        return -1;
+    }
+    fcom->disk_state = DISK_COMPLETE;
+    step("rename_tmp", fcom);
+    KV_LOGF(fname, 7, "save %s use %llu ms!", fcom->filename, ms_since(time0));
+    return 0;
+}
+
+// Virtual-file road, under f_mutex: the document goes to the virtual file.
+int32_t save_virtual(kavor_fcom_t *fcom)
+{
+    const char *fname = "save_para_using_xml";
+    if (fcom->virtfile == NULL) {
+        KV_LOGF(fname, 4, "xml(%s) has no virtual file!", fcom->filename);
+        return -1;
+    }
+    uint64_t time0 = vn_uptime_ms();
+    kavor_sys.remove(fcom->virtfile);
+    int32_t ret = xmlMakeParamFile(fcom, fcom->virtfile);
+    KV_LOGF(fname, 7, "save %s use %llu ms!", fcom->virtfile, ms_since(time0));
+    if (ret != 0) {
+        kavor_sys.remove(fcom->virtfile);   // never read; a partial one is of no use
+        return ret;
+    }
+    step("write", fcom);
+    return 0;
+}
+
+// Both calls of sync, then is_saving 2 -> 0 unless a request came meanwhile.
+void flush_and_finish(kavor_fcom_t *fcom)
+{
+    kavor_sys.sync();
+    kavor_sys.sync();
+    step("sync", fcom);
+    file_lock(fcom);
+    if (saving_get(fcom) > 1)
+        saving_set(fcom, 0);
+    file_unlock(fcom);
+    step("done", fcom);
+}
+
+// Writes the document (road 0 or 1) under f_mutex; is_saving 2 on success.
+int32_t write_marked(kavor_fcom_t *fcom, int flag)
+{
+    file_lock(fcom);
+    int32_t ret = save_para_using_xml(fcom, flag);
+    if (ret == 0)
+        saving_set(fcom, 2);
+    file_unlock(fcom);
+    return ret;
+}
+
+void retry_later(kavor_mobj_t *mobj, const char *fname, const char *filename)
+{
+    KV_LOGF(fname, 4, "xml(%s) save failed, try again later.", filename);
+    vn_sem_give(mobj->sem_sav);
+}
+
+// The plain road. The decision after the unlock rests on the write's result,
+// so a request that lands between unlock and test can't skip the sync of a
+// file already in place; the request itself keeps the file marked.
+void plain_road(kavor_mobj_t *mobj, kavor_fcom_t *fcom)
+{
+    if (write_marked(fcom, 0) == 0)
+        flush_and_finish(fcom);
+    else
+        retry_later(mobj, "xml_save_process", fcom->filename);
+}
+
+// The virtual-file road; `sh` holds the whole command.
+void virtual_road(kavor_mobj_t *mobj, kavor_fcom_t *fcom, const char *sh)
+{
+    const char *fname = "xml_save_process";
+    if (write_marked(fcom, 1) != 0) {
+        retry_later(mobj, fname, fcom->filename);
+        return;
+    }
+    uint64_t time0 = vn_uptime_ms();
+    if (file_is_complete(fcom, fname)) {
+        if (kavor_sys.rename(fcom->filename, fcom->file_bak) != 0) {
+            // gzip would write over the only copy of the last content.
+            fcom->disk_state = DISK_UNKNOWN;
+            KV_LOGF(fname, 4, "xml(%s) backup failed, try again later.", fcom->filename);
+            vn_sem_give(mobj->sem_sav);
+            return;
+        }
+        step("rename_file", fcom);
+    } else {
+        // What a failed gzip left (or nothing): file_bak already holds the
+        // last complete copy and stays.
+        kavor_sys.remove(fcom->filename);
+        step("remove_file", fcom);
+    }
+    fcom->disk_state = DISK_BROKEN;
+    make_dir_from_filename(fcom->filename, 777);   // the write made only the virtual file's
+    int rc = kavor_sys.system(sh);
+    step("gzip", fcom);
+    if (rc != 0) {
+        KV_LOGF(fname, 4, "xml(%s) fail to save flash!", fcom->filename);
+        vn_sem_give(mobj->sem_sav);
+        return;
+    }
+    fcom->disk_state = DISK_COMPLETE;
+    KV_LOGF(fname, 7, "save %s into flash, use %llu ms!", fcom->filename, ms_since(time0));
+    kavor_sys.remove(fcom->virtfile);
+    step("remove_virt", fcom);
+    flush_and_finish(fcom);
+}
+
+void save_file(kavor_mobj_t *mobj, kavor_fcom_t *fcom)
+{
+    char sh[kNameBuf];
+    if (fcom->virtfile == NULL) {
+        plain_road(mobj, fcom);
+    } else if (!gzip_command(fcom, sh)) {
+        KV_LOGF("xml_save_process", 4, "gzip command for %s too long, saved without %s.",
+                fcom->filename, fcom->virtfile);
+        plain_road(mobj, fcom);
+    } else {
+        virtual_road(mobj, fcom, sh);
+    }
+}
+
+}  // namespace
+
+int32_t save_para_using_xml(kavor_fcom_t *fcom, int flag)
+{
+    return flag == 0 ? save_plain(fcom) : save_virtual(fcom);
+}
+
+void kavor_save_sweep(kavor_mobj_t *mobj)
+{
+    mobj->sv_dly = -1;
+    fcom_rdlock(mobj);
+    for (struct znode *n = mobj->fcom_lst; n != NULL; n = n->next) {
+        kavor_fcom_t *fcom = (kavor_fcom_t *)n;
+        if (saving_get(fcom) > 0)
+            save_file(mobj, fcom);
+    }
+    fcom_unlock(mobj);
+}
+
+extern "C" int32_t kavor_save_one(xml_file_hdl hdl)
+{
+    if (hdl == NULL) {
+        KV_LOG(4, "xml_file_hdl is NULL.");
+        return -1;
+    }
+    kavor_fcom_t *fcom = hdl->fcom;
+    if (fcom == NULL || fcom->mobj == NULL) {
+        KV_LOG(4, "file node (%s) has no manager, not saved!", hdl->node_name);
+        return -1;
+    }
+    KV_LOG(8, "file node (%s) request saving.", hdl->node_name);
+    file_lock(fcom);
+    saving_set(fcom, 1);
+    file_unlock(fcom);
+    if (vn_sem_give(fcom->mobj->sem_sav) != 0) {
+        KV_LOG(4, "sem_give error!");
+        return -1;
+    }
+    KV_LOG(8, "has send successful.");
+    return 0;
+}
+
+extern "C" int32_t kavor_save_all(kavor_hdl hdl)
+{
+    if (hdl == NULL) {
+        KV_LOG(4, "kavor mobj is NULL.");
+        return -1;
+    }
+    fcom_rdlock(hdl);
+    for (struct znode *n = hdl->fcom_lst; n != NULL; n = n->next) {
+        kavor_fcom_t *fcom = (kavor_fcom_t *)n;
+        file_lock(fcom);
+        saving_set(fcom, 1);
+        file_unlock(fcom);
+    }
+    fcom_unlock(hdl);
+    if (vn_sem_give(hdl->sem_sav) != 0) {
+        KV_LOG(4, "sem_give error!");
+        return -1;
+    }
+    return 0;
+}
+
+extern "C" int32_t kavor_file_on_saving(xml_file_hdl hdl)
+{
+    if (hdl == NULL) {
+        KV_LOG(4, "xml file hdl is NULL.");
+        return 0;
+    }
+    return hdl->fcom != NULL ? saving_get(hdl->fcom) : 0;
+}
+
+extern "C" char *kavor_any_on_saving(kavor_hdl hdl)
+{
+    if (hdl == NULL) {
+        KV_LOG(4, "kavor mobj is NULL.");
+        return NULL;
+    }
+    char *name = NULL;
+    fcom_rdlock(hdl);
+    for (struct znode *n = hdl->fcom_lst; n != NULL && name == NULL; n = n->next) {
+        kavor_fcom_t *fcom = (kavor_fcom_t *)n;
+        if (saving_get(fcom) > 0)
+            name = fcom->filename;
+    }
+    fcom_unlock(hdl);
+    return name;
+}

@@ -1,0 +1,514 @@
+// The save engine, driven by hand on the test thread (no task): the order
+// of the outside operations and records on each road, the backups of the
+// first, second and third save, failures of every kind leaving the stored
+// copies as they were and the file marked for a retry, a failed gzip and
+// its retries keeping the backup, a broken file name never replacing the
+// backup, requests, queries and the state during the sync calls.
+#include <gtest/gtest.h>
+
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "kavor_save_fixture.h"
+#include "strmisc.h"
+#include "trace_capture.h"
+#include "vn_mem.h"
+
+using namespace kvtest;
+
+namespace {
+
+// Each test drives the sweeps of a task-less manager itself.
+class SaveTest : public ::testing::Test {
+protected:
+    kavor_mobj_t *m() { return mgr_.get(); }
+    bool given() { return mgr_.given(); }
+    void sweep() { mgr_.sweep(); }
+    // Marks and sweeps, with the block at generation g.
+    void save_gen(xml_file_hdl f, Blk &b, int32_t g)
+    {
+        fill(b, g);
+        ASSERT_EQ(kavor_save_one(f), 0);
+        sweep();
+        ASSERT_EQ(kavor_file_on_saving(f), 0);
+        given();
+    }
+
+    TempDir dir_;
+    SweepManager mgr_;
+};
+
+// Index of the first record containing `text`, or -1.
+long index_of(const std::vector<std::string> &recs, const std::string &text)
+{
+    for (size_t i = 0; i < recs.size(); i++)
+        if (recs[i].find(text) != std::string::npos)
+            return (long)i;
+    return -1;
+}
+
+TEST_F(SaveTest, PlainRoadRenamesInOrderAndKeepsTheLastCopyAsBackup)
+{
+    struct Row {
+        int32_t ugz;
+        const char *file, *bak, *tmp;
+    } rows[] = {
+        {0, "net.xml.gz", "net.xml.bak.gz", "net.xml.gz.tmp.gz"},
+        {1, "net.xml", "net.xml.bak", "net.xml.tmp"},
+    };
+    for (const Row &r : rows) {
+        SCOPED_TRACE(r.file);
+        const std::string base = dir_.file("u" + std::to_string(r.ugz) + "/data/");
+        const std::string F = base + r.file, B = base + r.bak, T = base + r.tmp;
+        Blk b;
+        xml_file_hdl f = reg(m(), base + "net", "blk", &b, r.ugz);
+        ASSERT_NE(f, nullptr);
+        SysRecorder sys;
+
+        save_gen(f, b, 1);   // first save: the file, no backup (its directories made)
+        EXPECT_EQ(parse_exact(base + "net", r.ugz, F).gen(), 1);
+        EXPECT_FALSE(file_exists(B));
+
+        sys.clear_log();
+        TraceCapture cap(7);
+        save_gen(f, b, 2);
+        const std::vector<std::string> want = {
+            "save " + T, "step write",
+            "remove " + B, "step remove_bak",
+            "rename " + F + " " + B, "step rename_file",
+            "rename " + T + " " + F, "step rename_tmp",
+            "sync", "sync", "step sync", "step done",
+        };
+        EXPECT_EQ(sys.log(), want);
+        EXPECT_EQ(sys.count("system"), 0u);
+        EXPECT_EQ(parse_exact(base + "net", r.ugz, F).gen(), 2);
+        EXPECT_EQ(parse_exact(base + "net", r.ugz, B).gen(), 1);
+        EXPECT_FALSE(file_exists(T));
+        EXPECT_FALSE(given()) << "a good save gives no semaphore";
+        std::vector<std::string> recs = cap.records();
+        long start = index_of(recs, "7 xmlMakeParamFile: time=");
+        long end = index_of(recs, "start makeParam of file<" + T + ">.");
+        long fin = index_of(recs, "end to makeParam of file<" + T + ">.");
+        long used = index_of(recs, "7 save_para_using_xml: save " + F + " use ");
+        EXPECT_GE(start, 0) << cap.dump();
+        EXPECT_EQ(start, end) << cap.dump();
+        EXPECT_GT(fin, end) << cap.dump();
+        EXPECT_GT(used, fin) << cap.dump();
+        EXPECT_EQ(cap.count_at_most(4), 0u) << cap.dump();
+
+        save_gen(f, b, 3);
+        EXPECT_EQ(parse_exact(base + "net", r.ugz, F).gen(), 3);
+        EXPECT_EQ(parse_exact(base + "net", r.ugz, B).gen(), 2);
+        // The compressed file is gzip data, the plain one is not.
+        std::string head = read_file(F).substr(0, 2);
+        EXPECT_EQ(head == "\x1f\x8b", r.ugz != 1);
+    }
+}
+
+TEST_F(SaveTest, OneRequestWritesEveryNodeOfTheFileAndTwoRequestsWriteOnce)
+{
+    Blk a, c;
+    fill(a, 7);
+    fill(c, 8);
+    xml_file_hdl fa = reg(m(), dir_.file("net"), "a", &a);
+    xml_file_hdl fc = reg(m(), dir_.file("net"), "c", &c);
+    ASSERT_EQ(fa->fcom, fc->fcom);
+    SysRecorder sys;
+    ASSERT_EQ(kavor_save_one(fa), 0);
+    ASSERT_EQ(kavor_save_one(fa), 0);
+    EXPECT_EQ(kavor_file_on_saving(fc), 1);
+    sweep();
+    EXPECT_EQ(sys.count("save "), 1u);
+    EXPECT_EQ(parse_exact(dir_.file("net"), 0, dir_.file("net.xml.gz"), "a").gen(), 7);
+    EXPECT_EQ(parse_exact(dir_.file("net"), 0, dir_.file("net.xml.gz"), "c").gen(), 8);
+    EXPECT_EQ(kavor_file_on_saving(fc), 0);
+}
+
+// Ways to make a plain write fail, each prepared after two good saves.
+enum Cause { TABLE, DEV_FULL };
+
+TEST_F(SaveTest, AFailedPlainWriteLeavesBothCopiesAsTheyWereAndRetries)
+{
+    for (Cause cause : {TABLE, DEV_FULL}) {
+        SCOPED_TRACE(cause == TABLE ? "table" : "/dev/full");
+        const std::string base = dir_.file(cause == TABLE ? "t/net" : "f/net");
+        const std::string F = base + ".xml.gz", B = base + ".xml.bak.gz", T = F + ".tmp.gz";
+        Blk b;
+        xml_file_hdl f = reg(m(), base, "blk", &b);
+        SysRecorder sys;
+        save_gen(f, b, 1);
+        save_gen(f, b, 2);
+        const std::string f_bytes = read_file(F), b_bytes = read_file(B);
+        if (cause == TABLE)
+            sys.fail_all(SysRecorder::SAVE, true);
+        else
+            ASSERT_EQ(symlink("/dev/full", T.c_str()), 0);
+
+        fill(b, 3);
+        ASSERT_EQ(kavor_save_one(f), 0);
+        EXPECT_TRUE(given());
+        const size_t renames = sys.count("rename");
+        TraceCapture cap(8);
+        sweep();
+        EXPECT_EQ(read_file(F), f_bytes);
+        EXPECT_EQ(read_file(B), b_bytes);
+        EXPECT_FALSE(file_exists(T)) << "the temporary file is removed";
+        EXPECT_EQ(kavor_file_on_saving(f), 1);
+        EXPECT_TRUE(given()) << "a failed save wakes the task for a retry";
+        EXPECT_TRUE(cap.has(4, "save_para_using_xml", "save " + F + " error!")) << cap.dump();
+        EXPECT_TRUE(cap.has(4, "xml_save_process", "xml(" + F + ") save failed, try again later."))
+            << cap.dump();
+        EXPECT_EQ(sys.count("rename"), renames) << "a failed write renames nothing";
+
+        // The cause goes; the next sweep writes the file.
+        sys.fail_all(SysRecorder::SAVE, false);
+        sweep();
+        EXPECT_EQ(kavor_file_on_saving(f), 0);
+        EXPECT_EQ(parse_exact(base, 0, F).gen(), 3);
+        EXPECT_EQ(parse_exact(base, 0, B).gen(), 2);
+        EXPECT_FALSE(given());
+    }
+}
+
+TEST_F(SaveTest, AParentPathThatIsAFileFailsTheSaveUntilItIsGone)
+{
+    ASSERT_TRUE(write_file(dir_.file("blocker"), "not a directory"));
+    Blk b;
+    fill(b, 5);
+    xml_file_hdl f = reg(m(), dir_.file("blocker/net"), "blk", &b);
+    ASSERT_EQ(kavor_save_one(f), 0);
+    given();
+    TraceCapture cap(4);
+    sweep();
+    EXPECT_EQ(kavor_file_on_saving(f), 1);
+    EXPECT_TRUE(given());
+    EXPECT_EQ(cap.count_containing("save failed, try again later."), 1u) << cap.dump();
+    ASSERT_EQ(unlink(dir_.file("blocker").c_str()), 0);
+    sweep();
+    EXPECT_EQ(kavor_file_on_saving(f), 0);
+    EXPECT_EQ(parse_exact(dir_.file("blocker/net"), 0, dir_.file("blocker/net.xml.gz")).gen(), 5);
+}
+
+TEST_F(SaveTest, ANewCopyThatCannotTakeTheFileNameKeepsTheFileMarked)
+{
+    const std::string F = dir_.file("net.xml.gz"), B = dir_.file("net.xml.bak.gz");
+    Blk b;
+    xml_file_hdl f = reg(m(), dir_.file("net"), "blk", &b);
+    SysRecorder sys;
+    save_gen(f, b, 1);
+    save_gen(f, b, 2);
+    fill(b, 3);
+    kavor_save_one(f);
+    sys.fail_nth(SysRecorder::RENAME, 2);   // the temporary file's rename
+    TraceCapture cap(4);
+    sweep();
+    EXPECT_TRUE(cap.has(4, "save_para_using_xml", "save " + F + " error!")) << cap.dump();
+    EXPECT_EQ(kavor_file_on_saving(f), 1);
+    EXPECT_FALSE(file_exists(F));
+    EXPECT_FALSE(file_exists(F + ".tmp.gz"));
+    Loaded now = load_as_restart(dir_.file("net"), 0);
+    EXPECT_EQ(now.ret, 0);
+    EXPECT_EQ(now.gen(), 2) << "the backup holds the last copy";
+
+    // The retry finds no file under the name and leaves the backup alone.
+    sys.clear_log();
+    sweep();
+    EXPECT_EQ(sys.count("remove " + B), 0u);
+    EXPECT_EQ(parse_exact(dir_.file("net"), 0, F).gen(), 3);
+    EXPECT_EQ(parse_exact(dir_.file("net"), 0, B).gen(), 2);
+}
+
+TEST_F(SaveTest, ABrokenFileNameNeverReplacesTheBackup)
+{
+    // A previous process saved twice and was killed while it rewrote the
+    // file: the file name holds half a copy, the backup a whole one.
+    for (int32_t ugz : {0, 1}) {
+        for (bool virt : {false, true}) {
+            SCOPED_TRACE(std::to_string(ugz) + (virt ? " virtual" : " plain"));
+            const std::string sub = "b" + std::to_string(ugz) + (virt ? "v" : "p");
+            const std::string base = dir_.file(sub + "/net");
+            const std::string V = virt ? dir_.file(sub + "/v/net") : "";
+            const std::string F = base + (ugz == 1 ? ".xml" : ".xml.gz");
+            const std::string B = base + (ugz == 1 ? ".xml.bak" : ".xml.bak.gz");
+            Blk b;
+            xml_file_hdl f = reg(m(), base, "blk", &b, ugz, V);
+            ASSERT_EQ(f->fcom->virtfile != nullptr, virt);
+            save_gen(f, b, 1);
+            save_gen(f, b, 2);
+            kavor_unregister(f);
+            std::string whole = read_file(F);
+            ASSERT_TRUE(write_file(F, whole.substr(0, whole.size() / 2)));
+
+            f = reg(m(), base, "blk", &b, ugz, V);   // the restarted process
+            SysRecorder sys;
+            TraceCapture cap(5);
+            save_gen(f, b, 3);
+            EXPECT_TRUE(cap.has(5, virt ? "xml_save_process" : "save_para_using_xml",
+                                "file (" + F + ") holds no complete copy, backup kept."))
+                << cap.dump();
+            EXPECT_EQ(sys.count("rename " + F + " "), 0u);
+            EXPECT_EQ(parse_exact(base, ugz, B).gen(), 1);
+            EXPECT_EQ(parse_exact(base, ugz, F).gen(), 3);
+            // From now on the file name is known whole: the next save moves it.
+            save_gen(f, b, 4);
+            EXPECT_EQ(parse_exact(base, ugz, B).gen(), 3);
+            kavor_unregister(f);
+        }
+    }
+}
+
+TEST_F(SaveTest, VirtualRoadWritesThroughGzipAndLeavesNoTemporaryFile)
+{
+    for (int32_t ugz : {0, 1}) {
+        SCOPED_TRACE(ugz);
+        const std::string sub = "v" + std::to_string(ugz);
+        const std::string base = dir_.file(sub + "/data/net");
+        const std::string F = base + (ugz == 1 ? ".xml" : ".xml.gz");
+        const std::string B = base + (ugz == 1 ? ".xml.bak" : ".xml.bak.gz");
+        const std::string V = dir_.file(sub + "/tmp/net.xml");
+        Blk b;
+        xml_file_hdl f = reg(m(), base, "blk", &b, ugz, dir_.file(sub + "/tmp/net.xml.gz"));
+        ASSERT_EQ(str(f->fcom->virtfile), V);
+        SysRecorder sys;
+        save_gen(f, b, 1);
+        sys.clear_log();
+        TraceCapture cap(7);
+        save_gen(f, b, 2);
+        const std::vector<std::string> want = {
+            "remove " + V, "save " + V, "step write",
+            "rename " + F + " " + B, "step rename_file",
+            "system gzip -c " + V + " > " + F, "step gzip",
+            "remove " + V, "step remove_virt",
+            "sync", "sync", "step sync", "step done",
+        };
+        EXPECT_EQ(sys.log(), want);
+        EXPECT_FALSE(file_exists(V));
+        EXPECT_EQ(read_file(F).substr(0, 2), "\x1f\x8b") << "gzip data whatever the suffix";
+        EXPECT_EQ(parse_exact(base, ugz, F).gen(), 2);
+        EXPECT_EQ(parse_exact(base, ugz, B).gen(), 1);
+        EXPECT_TRUE(cap.count_containing("7 save_para_using_xml: save " + V + " use ") == 1)
+            << cap.dump();
+        EXPECT_TRUE(cap.count_containing("7 xml_save_process: save " + F + " into flash, use ") ==
+                    1)
+            << cap.dump();
+        EXPECT_EQ(cap.count_at_most(4), 0u) << cap.dump();
+        EXPECT_EQ(sys.count("save " + F), 0u);
+        for (const auto &e : sys.log())
+            EXPECT_EQ(e.find(".tmp"), std::string::npos) << e;
+    }
+}
+
+TEST_F(SaveTest, AFailedVirtualWriteRetriesAndTouchesNoStoredCopy)
+{
+    const std::string base = dir_.file("net"), V = dir_.file("v/net.xml");
+    Blk b;
+    xml_file_hdl f = reg(m(), base, "blk", &b, 0, dir_.file("v/net"));
+    SysRecorder sys;
+    save_gen(f, b, 1);
+    save_gen(f, b, 2);
+    const std::string f_bytes = read_file(base + ".xml.gz");
+    const std::string b_bytes = read_file(base + ".xml.bak.gz");
+    fill(b, 3);
+    kavor_save_one(f);
+    given();
+    sys.fail_nth(SysRecorder::SAVE, 1);
+    sys.clear_log();
+    TraceCapture cap(4);
+    sweep();
+    EXPECT_EQ(kavor_file_on_saving(f), 1);
+    EXPECT_TRUE(given()) << "the virtual road retries like the plain one";
+    EXPECT_TRUE(cap.has(4, "xml_save_process",
+                        "xml(" + base + ".xml.gz) save failed, try again later."))
+        << cap.dump();
+    EXPECT_FALSE(file_exists(V));
+    EXPECT_EQ(sys.count("system"), 0u);
+    EXPECT_EQ(read_file(base + ".xml.gz"), f_bytes);
+    EXPECT_EQ(read_file(base + ".xml.bak.gz"), b_bytes);
+    sweep();
+    EXPECT_EQ(kavor_file_on_saving(f), 0);
+    EXPECT_EQ(parse_exact(base, 0, base + ".xml.gz").gen(), 3);
+}
+
+TEST_F(SaveTest, AFailedGzipNeverPutsAPartialFileOverTheBackup)
+{
+    FakeGzip gz;
+    const std::string base = dir_.file("net"), V = dir_.file("v/net.xml");
+    const std::string F = base + ".xml.gz", B = base + ".xml.bak.gz";
+    Blk b;
+    xml_file_hdl f = reg(m(), base, "blk", &b, 0, dir_.file("v/net"));
+    SysRecorder sys;
+    gz.set(FakeGzip::REAL);
+    save_gen(f, b, 1);
+    save_gen(f, b, 2);
+
+    int32_t g = 3;
+    for (FakeGzip::Mode mode : {FakeGzip::HALF, FakeGzip::HALF, FakeGzip::FAIL}) {
+        SCOPED_TRACE(g);
+        gz.set(mode);
+        fill(b, g++);
+        kavor_save_one(f);
+        given();
+        sys.clear_log();
+        TraceCapture cap(4);
+        sweep();
+        EXPECT_TRUE(cap.has(4, "xml_save_process", "xml(" + F + ") fail to save flash!"))
+            << cap.dump();
+        EXPECT_EQ(kavor_file_on_saving(f), 2);
+        EXPECT_TRUE(given());
+        EXPECT_TRUE(file_exists(V)) << "the virtual file stays after a failed gzip";
+        EXPECT_EQ(parse_exact(base, 0, B).gen(), 2) << "the backup keeps the last whole copy";
+        EXPECT_NE(parse_exact(base, 0, F).ret, 0);
+        Loaded now = load_as_restart(base, 0);
+        EXPECT_TRUE(now.ret == 1 || (now.ret == 0 && now.gen() == 2)) << now.ret;
+    }
+    // The retries removed what the failed command left and kept the backup.
+    EXPECT_EQ(sys.count("rename"), 0u);
+    EXPECT_EQ(sys.count("remove " + F), 1u);
+
+    gz.set(FakeGzip::REAL);
+    sweep();
+    EXPECT_EQ(kavor_file_on_saving(f), 0);
+    EXPECT_EQ(parse_exact(base, 0, F).gen(), 5);
+    EXPECT_EQ(parse_exact(base, 0, B).gen(), 2);
+    EXPECT_FALSE(file_exists(V));
+}
+
+TEST_F(SaveTest, ACommandThatWouldBeCutIsNeverRunAndThePlainRoadSaves)
+{
+    const std::string base = dir_.file("net");
+    Blk b;
+    fill(b, 4);
+    xml_file_hdl f = reg(m(), base, "blk", &b, 0, dir_.file("v/net"));
+    ASSERT_NE(f->fcom->virtfile, nullptr);
+    // Registration refuses such a pair; make one by hand.
+    const std::string long_virt = dir_.file(std::string(230, 'v') + "/net.xml");
+    char *own = f->fcom->virtfile;
+    f->fcom->virtfile = _string_dup(long_virt.c_str(), "test");
+    _vn_free(own, "test");
+    SysRecorder sys;
+    TraceCapture cap(4);
+    kavor_save_one(f);
+    sweep();
+    EXPECT_TRUE(cap.has(4, "xml_save_process",
+                        "gzip command for " + base + ".xml.gz too long, saved without " +
+                            long_virt + "."))
+        << cap.dump();
+    EXPECT_EQ(sys.count("system"), 0u);
+    EXPECT_EQ(sys.count("save " + base + ".xml.gz.tmp.gz"), 1u);
+    EXPECT_EQ(kavor_file_on_saving(f), 0);
+    EXPECT_EQ(parse_exact(base, 0, base + ".xml.gz").gen(), 4);
+}
+
+TEST_F(SaveTest, AFileWithoutNodesNeverReplacesTheStoredCopy)
+{
+    const std::string F = dir_.file("net.xml.gz"), B = dir_.file("net.xml.bak.gz");
+    Blk b;
+    xml_file_hdl f = reg(m(), dir_.file("net"), "blk", &b);
+    save_gen(f, b, 1);
+    save_gen(f, b, 2);
+    const std::string f_bytes = read_file(F), b_bytes = read_file(B);
+    // As a sweep would see a file whose last node is leaving.
+    kavor_fcom_t *fcom = f->fcom;
+    zhead_t nodes = fcom->file_lst;
+    fcom->file_lst = nullptr;
+    saving_set(fcom, 1);
+    TraceCapture cap(4);
+    sweep();
+    fcom->file_lst = nodes;
+    EXPECT_EQ(read_file(F), f_bytes);
+    EXPECT_EQ(read_file(B), b_bytes);
+    EXPECT_FALSE(file_exists(F + ".tmp.gz"));
+    EXPECT_EQ(saving_get(fcom), 1);
+    EXPECT_GE(cap.count_at_most(4), 1u);
+}
+
+TEST_F(SaveTest, TheStateIsTwoDuringTheSyncCallsAndARequestThenWins)
+{
+    Blk b;
+    xml_file_hdl f = reg(m(), dir_.file("net"), "blk", &b);
+    SysRecorder sys;
+    std::vector<int32_t> during;
+    bool request = false;
+    sys.on_step = [&](const std::string &step, const kavor_fcom_t *) {
+        if (step == "rename_tmp" || step == "sync") {
+            during.push_back(kavor_file_on_saving(f));
+            if (step == "sync" && request)
+                kavor_save_one(f);
+        }
+    };
+    save_gen(f, b, 1);
+    EXPECT_EQ(during, (std::vector<int32_t>{1, 2})) << "1 while written under the lock";
+
+    request = true;
+    fill(b, 2);
+    kavor_save_one(f);
+    given();
+    sweep();
+    EXPECT_EQ(kavor_file_on_saving(f), 1) << "a request during the sync calls is not lost";
+    EXPECT_TRUE(given());
+    request = false;
+    sweep();
+    EXPECT_EQ(kavor_file_on_saving(f), 0);
+    EXPECT_EQ(sys.count("save "), 3u);
+}
+
+TEST_F(SaveTest, RequestsAndQueriesAnswerEveryHandle)
+{
+    TraceCapture cap(8);
+    EXPECT_EQ(kavor_save_one(nullptr), -1);
+    EXPECT_TRUE(cap.has(4, "kavor_save_one", "xml_file_hdl is NULL.")) << cap.dump();
+    EXPECT_EQ(kavor_save_all(nullptr), -1);
+    EXPECT_TRUE(cap.has(4, "kavor_save_all", "kavor mobj is NULL.")) << cap.dump();
+    EXPECT_EQ(kavor_file_on_saving(nullptr), 0);
+    EXPECT_TRUE(cap.has(4, "kavor_file_on_saving", "xml file hdl is NULL.")) << cap.dump();
+    EXPECT_EQ(kavor_any_on_saving(nullptr), nullptr);
+    EXPECT_TRUE(cap.has(4, "kavor_any_on_saving", "kavor mobj is NULL.")) << cap.dump();
+
+    // No file: save_all wakes the task all the same; nothing is on saving.
+    cap.clear();
+    EXPECT_EQ(kavor_save_all(m()), 0);
+    EXPECT_TRUE(given());
+    EXPECT_EQ(kavor_any_on_saving(m()), nullptr);
+    EXPECT_TRUE(cap.records().empty()) << cap.dump();
+
+    // A standalone node has no task to save it.
+    Blk b;
+    xml_file_hdl alone = reg(nullptr, dir_.file("alone"), "blk", &b);
+    EXPECT_EQ(kavor_save_one(alone), -1);
+    EXPECT_TRUE(cap.has(4, "kavor_save_one", "file node (blk) has no manager, not saved!"))
+        << cap.dump();
+    EXPECT_EQ(kavor_file_on_saving(alone), 0);
+    kavor_unregister(alone);
+
+    xml_file_hdl f1 = reg(m(), dir_.file("one"), "blk", &b);
+    xml_file_hdl f2 = reg(m(), dir_.file("two"), "blk", &b);
+    EXPECT_EQ(kavor_any_on_saving(m()), nullptr);
+    cap.clear();
+    EXPECT_EQ(kavor_save_one(f2), 0);
+    EXPECT_TRUE(cap.has(8, "kavor_save_one", "file node (blk) request saving.")) << cap.dump();
+    EXPECT_TRUE(cap.has(8, "kavor_save_one", "has send successful.")) << cap.dump();
+    EXPECT_EQ(str(kavor_any_on_saving(m())), dir_.file("two.xml.gz"));
+    EXPECT_EQ(kavor_file_on_saving(f1), 0);
+    EXPECT_EQ(kavor_file_on_saving(f2), 1);
+    EXPECT_EQ(kavor_save_all(m()), 0);
+    EXPECT_EQ(str(kavor_any_on_saving(m())), dir_.file("one.xml.gz"));
+    EXPECT_EQ(kavor_file_on_saving(f1), 1);
+
+    // A semaphore that can't be given: -1, the mark stays.
+    VN_SEM_ID sem = m()->sem_sav;
+    m()->sem_sav = nullptr;
+    cap.clear();
+    saving_set(f1->fcom, 0);
+    EXPECT_EQ(kavor_save_one(f1), -1);
+    EXPECT_EQ(kavor_save_all(m()), -1);
+    EXPECT_EQ(cap.count(4, "kavor_save_one", "sem_give error!"), 1u) << cap.dump();
+    EXPECT_EQ(cap.count(4, "kavor_save_all", "sem_give error!"), 1u) << cap.dump();
+    EXPECT_EQ(kavor_file_on_saving(f1), 1);
+    m()->sem_sav = sem;
+}
+
+}  // namespace
