@@ -295,7 +295,8 @@ int check_adesc(Checker &c, const struct adesc *alts, const char *path, int row)
                 break;
             }
         char sub_path[256];
-        snprintf(sub_path, sizeof(sub_path), "%s<%s>", path, alts[i].name);
+        if (snprintf(sub_path, sizeof(sub_path), "%s<%s>", path, alts[i].name) < 0)
+            sub_path[0] = '\0';
         reasons += check_sub(c, alts[i].pdesc, alts[i].size, true, sub_path, row, "adesc item");
     }
     return reasons;
