@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 
 /* Fills `dir` (of `size` bytes); returns 0, or -1 with a message. */
-static int example_dir(int argc, char **argv, char *dir, size_t size)
+static inline int example_dir(int argc, char **argv, char *dir, size_t size)
 {
     if (argc > 1) {
         if ((size_t)snprintf(dir, size, "%s", argv[1]) >= size) {
@@ -34,7 +34,7 @@ static int example_dir(int argc, char **argv, char *dir, size_t size)
 }
 
 /* "<dir>/<name>" into `out`; -1 if it doesn't fit. */
-static int example_path(char *out, size_t size, const char *dir, const char *name)
+static inline int example_path(char *out, size_t size, const char *dir, const char *name)
 {
     return (size_t)snprintf(out, size, "%s/%s", dir, name) < size ? 0 : -1;
 }
