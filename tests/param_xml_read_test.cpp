@@ -433,6 +433,7 @@ TEST(CountedReader, EmptyEntriesCloseUp)
     EXPECT_EQ(3, b.p[0][2]);
     EXPECT_EQ(4, b.p[1][0]);
     EXPECT_EQ(6, b.p[1][19]);
+    EXPECT_EQ(0, b.p[1][5]);  // a new buffer starts zeroed
     EXPECT_EQ(&keep, b.p[2]);
     EXPECT_EQ(77, b.n[2]);
     EXPECT_EQ(2, b.cia);

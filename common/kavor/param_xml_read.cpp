@@ -4,8 +4,9 @@
 // Invariant: nothing is ever stored outside the array, buffer or node it is
 // meant for: every position is checked against [0, capacity) before use, a
 // buffer is allocated for exactly the count its entry then holds, and a list
-// node is at least a znode. The reader clears nothing but the nodes it
-// allocates; what a document doesn't reach keeps what it held.
+// node is at least a znode. The reader clears nothing but the buffers and
+// nodes it allocates (so no pointer in them is ever garbage); what a
+// document doesn't reach in the caller's memory keeps what it held.
 //
 // Flow: xml2param -> xml2<kind> -> (array kinds) xml2array -> direct:
 // node2<kind> with the row's ioa; counted: each element is a wrapper whose
@@ -163,6 +164,9 @@ int xml2cob(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const struct ar
         KV_LOGF(k->rfunc, 4, "%s: %s malloc failed", k->rtext, pdesc->name);
         return -1;
     }
+    // Zeroed: structures in it may hold list heads and buffer pointers that no
+    // element reaches, and the writer and param_xml_free follow those.
+    std::memset(buf, 0, static_cast<size_t>(entry) * pdesc->size);
     pdesc->iob = 0;
     for (xmlNode *child = xnode->children; child; child = child->next) {
         if (!xmlStrEqual(child->name, BAD_CAST pdesc->name))

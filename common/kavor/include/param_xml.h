@@ -119,6 +119,8 @@ int param2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc);
 /// - A "cnt" that is negative, or too large for a buffer of `size`-byte
 ///   elements, refuses the wrapper at level 4 ("<fn>: <name> bad count of
 ///   buffer(<n>)"); the count entry is set to 0 and its pointer is left alone.
+/// - A buffer allocated for a counted row is zero-filled, like a list node:
+///   what no element reaches in it is 0, never a stray pointer or list head.
 /// - A PT_STRUM row whose pointer is NULL is not followed (level 4,
 ///   "<fn>: <name> null pointer, ignore").
 /// - A list node is never smaller than a znode: a row or alternative whose
