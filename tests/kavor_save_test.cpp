@@ -333,6 +333,34 @@ TEST_F(SaveTest, AFailedVirtualWriteRetriesAndTouchesNoStoredCopy)
     EXPECT_EQ(parse_exact(base, 0, base + ".xml.gz").gen(), 3);
 }
 
+TEST_F(SaveTest, ABackupRenameThatFailsOnTheVirtualRoadRunsNoGzipOverTheCopy)
+{
+    const std::string base = dir_.file("net"), F = base + ".xml.gz";
+    Blk b;
+    xml_file_hdl f = reg(m(), base, "blk", &b, 0, dir_.file("v/net"));
+    SysRecorder sys;
+    save_gen(f, b, 1);
+    save_gen(f, b, 2);
+    const std::string f_bytes = read_file(F);
+    fill(b, 3);
+    kavor_save_one(f);
+    given();
+    sys.fail_nth(SysRecorder::RENAME, 1);
+    sys.clear_log();
+    TraceCapture cap(4);
+    sweep();
+    EXPECT_TRUE(cap.has(4, "xml_save_process", "xml(" + F + ") backup failed, try again later."))
+        << cap.dump();
+    EXPECT_EQ(sys.count("system"), 0u);
+    EXPECT_EQ(read_file(F), f_bytes);
+    EXPECT_EQ(kavor_file_on_saving(f), 2);
+    EXPECT_TRUE(given());
+    sweep();
+    EXPECT_EQ(kavor_file_on_saving(f), 0);
+    EXPECT_EQ(parse_exact(base, 0, F).gen(), 3);
+    EXPECT_EQ(parse_exact(base, 0, base + ".xml.bak.gz").gen(), 2);
+}
+
 TEST_F(SaveTest, AFailedGzipNeverPutsAPartialFileOverTheBackup)
 {
     FakeGzip gz;

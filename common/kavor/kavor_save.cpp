@@ -1,7 +1,8 @@
 // kavor_save.cpp - the save engine. A request (kavor_save_one,
 // kavor_save_all) only marks a file (is_saving = 1) and wakes the manager's
-// task; the task's sweep (kavor_save_sweep, one step of xml_save_process) writes every marked file in
-// turn, by one of two roads, and the queries tell whether a save has ended.
+// task; the task's sweep (kavor_save_sweep, one step of xml_save_process)
+// writes every marked file in turn, by one of two roads, and the queries
+// tell whether a save has ended.
 //
 // Invariant: a complete copy of every file that was ever saved stands on
 // disk at every instant, under its file name or its backup name.
@@ -47,10 +48,11 @@
 #include "vn_time.h"
 #include "xml_trace.h"
 
-const kavor_sys_t kavor_sys_default = {
-    remove, rename, system, sync, xmlSaveFormatFileEnc, NULL,
-};
-kavor_sys_t kavor_sys = kavor_sys_default;
+// Both tables are initialised as constants, before any code runs.
+#define KAVOR_SYS_DEFAULT {remove, rename, system, sync, xmlSaveFormatFileEnc, NULL}
+const kavor_sys_t kavor_sys_default = KAVOR_SYS_DEFAULT;
+kavor_sys_t kavor_sys = KAVOR_SYS_DEFAULT;
+#undef KAVOR_SYS_DEFAULT
 
 namespace {
 
