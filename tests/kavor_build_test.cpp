@@ -420,4 +420,6 @@ TEST(KavorBuild, LibxmlOutOfMemoryNeverWritesAnIncompleteDocument)
     EXPECT_GE(failures_before_write, 4);
 }
 
+TEST(KavorBuild, TablesOfTheseTestsPassTheTableCheck) { EXPECT_EQ(param_xml_check(g_desc) + param_xml_check(g_empty) + param_xml_check(g_mixed), 0); }
+
 }  // namespace

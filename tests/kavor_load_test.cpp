@@ -324,4 +324,6 @@ TEST(KavorLoadAll, AManagerWithoutFilesLoadsNothingAndSaysNothing)
     EXPECT_TRUE(cap.records().empty()) << cap.dump();
 }
 
+TEST(KavorLoadTables, TablesOfTheseTestsPassTheTableCheck) { EXPECT_EQ(param_xml_check(g_desc_a) + param_xml_check(g_desc_b), 0); }
+
 }  // namespace

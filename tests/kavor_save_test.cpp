@@ -539,4 +539,6 @@ TEST_F(SaveTest, RequestsAndQueriesAnswerEveryHandle)
     m()->sem_sav = sem;
 }
 
+TEST(SaveTables, TablesOfTheseTestsPassTheTableCheck) { EXPECT_EQ(param_xml_check(blk_table()), 0); }
+
 }  // namespace

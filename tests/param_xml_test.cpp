@@ -627,4 +627,6 @@ TEST(AllocationFailure, WriterReportsEveryLossAndLeaksNothing)
     EXPECT_GT(n, 50);
 }
 
+TEST(ParamXml, TablesOfTheseTestsPassTheTableCheck) { EXPECT_EQ(param_xml_check(kTopRows), 0); }
+
 }  // namespace
