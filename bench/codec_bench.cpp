@@ -76,7 +76,7 @@ void floor_write_ints(const T *mem, int count, int per, xmlNode *parent)
 {
     using U = typename std::make_unsigned<T>::type;
     char ctnt[512];
-    char idx[10];
+    char idx[12];  // room for any int: the floor makes no checks
     for (int i = 0; i < count;) {
         xmlNode *e = xmlNewNode(nullptr, BAD_CAST "v");
         if (i != 0) {
@@ -113,7 +113,7 @@ void floor_write_floats(const T *mem, int count, xmlNode *parent)
     const int per = sizeof(T) == 4 ? 8 : 4;
     const int prec = sizeof(T) == 4 ? 6 : 15;
     char ctnt[512];
-    char idx[10];
+    char idx[12];  // room for any int: the floor makes no checks
     for (int i = 0; i < count;) {
         xmlNode *e = xmlNewNode(nullptr, BAD_CAST "v");
         if (i != 0) {

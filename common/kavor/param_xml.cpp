@@ -136,11 +136,23 @@ void store_cia(void *mem_base, const struct pdesc *pdesc)
         store_int(at(mem_base, pdesc->aoffset), pdesc->ioa);
 }
 
+namespace {
+
+// False when xmlGetProp would surely find nothing: no attribute on the
+// element and no DTD that could give it a default. Saves an allocation on
+// most elements of a document.
+bool may_have_attr(const xmlNode *xnode)
+{
+    return xnode->properties || (xnode->doc && (xnode->doc->intSubset || xnode->doc->extSubset));
+}
+
+}  // namespace
+
 bool take_index(xmlNode *xnode, const char *func, const char *text, const char *name,
                 int count, int *idx)
 {
     int v = *idx;
-    xmlChar *xIdx = xmlGetProp(xnode, xStrIdx);
+    xmlChar *xIdx = may_have_attr(xnode) ? xmlGetProp(xnode, xStrIdx) : nullptr;
     if (xIdx) {
         v = std::atoi(reinterpret_cast<const char *>(xIdx));
         xmlFree(xIdx);

@@ -49,6 +49,7 @@ void parse_ints(const char *ctnt, char *mem, int count, int *idx, const char *fu
 {
     const char *p = ctnt;
     char *the_mem = mem + sizeof(T) * static_cast<size_t>(*idx);
+    const bool traced = vorn_trace_enabled(param_xml_trace_h, 8);  // once per element
     while (*idx < count) {
         char *endp;
         T data;
@@ -58,7 +59,8 @@ void parse_ints(const char *ctnt, char *mem, int count, int *idx, const char *fu
             data = static_cast<T>(std::strtoumax(p, &endp, 0));
         if (endp == p)
             break;
-        trace_int<T>(func, *idx, data);
+        if (traced)
+            trace_int<T>(func, *idx, data);
         std::memcpy(the_mem, &data, sizeof data);
         the_mem += sizeof data;
         (*idx)++;
@@ -72,12 +74,14 @@ void parse_floats(const char *ctnt, char *mem, int count, int *idx, const char *
     const char *p = ctnt;
     char *the_mem = mem + sizeof(T) * static_cast<size_t>(*idx);
     const int prec = sizeof(T) == 4 ? 7 : 16;
+    const bool traced = vorn_trace_enabled(param_xml_trace_h, 8);  // once per element
     while (*idx < count) {
         char *endp;
         T data = static_cast<T>(std::strtod(p, &endp));
         if (endp == p)
             break;
-        KV_LOGF(func, 8, "%s[%d]: %.*e", func, *idx, prec, static_cast<double>(data));
+        if (traced)
+            KV_LOGF(func, 8, "%s[%d]: %.*e", func, *idx, prec, static_cast<double>(data));
         std::memcpy(the_mem, &data, sizeof data);
         the_mem += sizeof data;
         (*idx)++;
