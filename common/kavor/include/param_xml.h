@@ -88,7 +88,8 @@ void param_xml_trace_init(const char *mod_name, const char *filename,
 /// what failed is told only through the trace.
 ///
 /// Safety rules for rows and blocks out of the ordinary:
-/// - A row without a `name` is a bad row (level 4), in both directions.
+/// - A row without a `name` is a bad row: the writer reports it (level 4,
+///   "param2xml: row without name, type(0x<type>)"); the reader never matches it.
 /// - An integer or float row whose `count` has more than nine digits is
 ///   refused (level 4, "<fn>: <name> bad count(<n>)"), since its "idx" texts
 ///   would not fit; so is a PT_STRI row whose `count` is below 1.
