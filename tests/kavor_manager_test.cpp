@@ -313,9 +313,11 @@ TEST(KavorManager, AFailedSaveIsRetriedUntilItsCauseHasGone)
     TraceCapture cap(4);
     ASSERT_EQ(kavor_save_one(f), 0);
     ASSERT_TRUE(wait_for([&] { return sys.calls(SysRecorder::SAVE) >= 3; }));
+    kavor_file_lock(f);   // no write is under way while the lock is held
     EXPECT_GE(kavor_file_on_saving(f), 1);
     EXPECT_FALSE(file_exists(dir.file("net.xml.gz")));
     EXPECT_FALSE(file_exists(dir.file("net.xml.gz.tmp.gz")));
+    kavor_file_unlock(f);
     EXPECT_GE(cap.count(4, "xml_save_process",
                         "xml(" + dir.file("net.xml.gz") + ") save failed, try again later."),
               2u)
