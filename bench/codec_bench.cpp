@@ -216,13 +216,18 @@ std::vector<ArrayCase> array_cases()
     return c;
 }
 
+// Made on first use, so that a filtered run builds only what it measures.
 struct ArrayFixture {
     ArrayCase c;
     std::vector<unsigned char> mem;
     struct pdesc table[2];
-    xmlNode *doc_root;  // written once, for the readers
-    explicit ArrayFixture(const ArrayCase &ac) : c(ac), mem(static_cast<size_t>(kValues) * ac.size)
+    xmlNode *doc_root = nullptr;  // written once, for the readers
+    explicit ArrayFixture(const ArrayCase &ac) : c(ac) {}
+    ArrayFixture *ready()
     {
+        if (doc_root)
+            return this;
+        mem.resize(static_cast<size_t>(kValues) * c.size);
         fill_random(mem.data(), mem.size());
         if (c.type == PT_FLOT) {  // finite values over a wide range
             for (int i = 0; i < kValues; i++) {
@@ -240,11 +245,13 @@ struct ArrayFixture {
         table[1] = {};
         doc_root = xmlNewNode(nullptr, BAD_CAST "root");
         param2xml(mem.data(), doc_root, table);
+        return this;
     }
 };
 
 void write_codec(benchmark::State &st, ArrayFixture *f)
 {
+    f->ready();
     for (auto _ : st) {
         xmlNode *root = xmlNewNode(nullptr, BAD_CAST "root");
         param2xml(f->mem.data(), root, f->table);
@@ -258,6 +265,7 @@ void write_codec(benchmark::State &st, ArrayFixture *f)
 
 void write_floor(benchmark::State &st, ArrayFixture *f)
 {
+    f->ready();
     for (auto _ : st) {
         xmlNode *root = xmlNewNode(nullptr, BAD_CAST "root");
         f->c.floor_write(f->mem.data(), root);
@@ -271,6 +279,7 @@ void write_floor(benchmark::State &st, ArrayFixture *f)
 
 void read_codec(benchmark::State &st, ArrayFixture *f)
 {
+    f->ready();
     std::vector<unsigned char> out(f->mem.size());
     for (auto _ : st) {
         xml2param(out.data(), f->doc_root, f->table);
@@ -283,6 +292,7 @@ void read_codec(benchmark::State &st, ArrayFixture *f)
 
 void read_floor(benchmark::State &st, ArrayFixture *f)
 {
+    f->ready();
     std::vector<unsigned char> out(f->mem.size());
     for (auto _ : st) {
         f->c.floor_read(out.data(), f->doc_root);
@@ -320,9 +330,12 @@ struct pdesc kPortRows[] = {
 struct StructFixture {
     std::vector<Port> ports;
     struct pdesc table[2];
-    xmlNode *doc_root;
-    StructFixture() : ports(kStructs)
+    xmlNode *doc_root = nullptr;
+    StructFixture *ready()
     {
+        if (doc_root)
+            return this;
+        ports.resize(kStructs);
         for (int i = 0; i < kStructs; i++) {
             Port &p = ports[static_cast<size_t>(i)];
             p.speed = static_cast<int32_t>(next_random() % 100000);
@@ -339,6 +352,7 @@ struct StructFixture {
         table[1] = {};
         doc_root = xmlNewNode(nullptr, BAD_CAST "root");
         param2xml(ports.data(), doc_root, table);
+        return this;
     }
 };
 
@@ -444,6 +458,7 @@ void floor_read_port(Port &p, xmlNode *e)
 
 void struct_write_codec(benchmark::State &st, StructFixture *f)
 {
+    f->ready();
     for (auto _ : st) {
         xmlNode *root = xmlNewNode(nullptr, BAD_CAST "root");
         param2xml(f->ports.data(), root, f->table);
@@ -456,6 +471,7 @@ void struct_write_codec(benchmark::State &st, StructFixture *f)
 
 void struct_write_floor(benchmark::State &st, StructFixture *f)
 {
+    f->ready();
     for (auto _ : st) {
         xmlNode *root = xmlNewNode(nullptr, BAD_CAST "root");
         for (const Port &p : f->ports)
@@ -469,6 +485,7 @@ void struct_write_floor(benchmark::State &st, StructFixture *f)
 
 void struct_read_codec(benchmark::State &st, StructFixture *f)
 {
+    f->ready();
     std::vector<Port> out(kStructs);
     for (auto _ : st) {
         xml2param(out.data(), f->doc_root, f->table);
@@ -481,6 +498,7 @@ void struct_read_codec(benchmark::State &st, StructFixture *f)
 
 void struct_read_floor(benchmark::State &st, StructFixture *f)
 {
+    f->ready();
     std::vector<Port> out(kStructs);
     for (auto _ : st) {
         Port *p = out.data();
