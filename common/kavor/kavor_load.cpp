@@ -11,14 +11,30 @@
 // which read the pair without f_mutex, always see the true names, while the
 // trace names the path actually read.
 //
+// Hostile files: each parse runs in a parser context of its own whose
+// options and handlers don't depend on libxml2's process-wide defaults (an
+// application may have turned on entity substitution or DTD loading for its
+// own documents). A document type declaration stops the parse at once and
+// the file is refused like one that isn't XML, so no entity, attribute
+// default or external subset is ever declared, let alone read: no file but
+// the one asked for is opened, nothing is fetched from the network, and no
+// entity is expanded. A parameter file never has one. Beyond that,
+// libxml2's own limits stay on (no XML_PARSE_HUGE): 256 levels of elements,
+// 10 MB for one text node; and the reader may allocate at most
+// kLoadAllocLimit bytes of buffers and list nodes in the walk of one
+// document, whatever its "cnt" values and node counts say. See
+// docs/limits.md.
+//
 // Lock order: fcom_rwlock (read, kavor_load_all), f_mutex, mtx_ld (the parse
 // alone), file_rwlock (read, the node walk and xml2param).
 #include <assert.h>
 
 #include <libxml/parser.h>
+#include <libxml/parserInternals.h>
 
 #include "kavor_private.h"
 #include "param_xml.h"
+#include "param_xml_private.h"
 #include "vn_ipc.h"
 #include "xml_trace.h"
 #include "zlib_if.h"
@@ -39,18 +55,65 @@ void xmlParseNode(xmlNodePtr pRoot, kavor_file_t *fobj)
     }
 }
 
+namespace {
+
+// Buffers and list nodes that the walk of one document may allocate.
+const size_t kLoadAllocLimit = 64u << 20;
+
+// Marks the parse (its _private) and stops it at "<!DOCTYPE".
+void refuse_doctype(void *ctx, const xmlChar *, const xmlChar *, const xmlChar *)
+{
+    xmlParserCtxtPtr ctxt = static_cast<xmlParserCtxtPtr>(ctx);
+    *static_cast<bool *>(ctxt->_private) = true;
+    xmlStopParser(ctxt);
+}
+
+xmlParserInputPtr refuse_entity(void *, const xmlChar *, const xmlChar *)
+{
+    return NULL;
+}
+
+// The strict parser (recover 0) or the recovery parser (recover 1) on
+// `path`, with no DTD, no entity and no network. NULL when it gives no
+// document; *doctype tells whether a document type declaration was met.
+xmlDocPtr read_doc(const char *path, int recover, bool *doctype)
+{
+    xmlParserCtxtPtr ctxt = xmlNewParserCtxt();
+    if (ctxt == NULL)
+        return NULL;
+    ctxt->_private = doctype;
+    ctxt->sax->internalSubset = refuse_doctype;
+    ctxt->sax->externalSubset = NULL;
+    ctxt->sax->resolveEntity = refuse_entity;
+    int options = XML_PARSE_NONET | (recover ? XML_PARSE_RECOVER : 0);
+    xmlDocPtr doc = xmlCtxtReadFile(ctxt, path, NULL, options);
+    xmlFreeParserCtxt(ctxt);
+    if (doc != NULL && *doctype) {
+        xmlFreeDoc(doc);
+        doc = NULL;
+    }
+    return doc;
+}
+
+}  // namespace
+
 int32_t xmlParseParamFile(kavor_fcom_t *fcom, const char *path)
 {
     assert(fcom != NULL && path != NULL);
     int32_t ret = 0;
-    xmlDocPtr doc = xmlParseFile(path);
-    if (doc == NULL) {
+    bool doctype = false;
+    xmlDocPtr doc = read_doc(path, 0, &doctype);
+    if (doc == NULL && !doctype) {
         ret = 1;
-        doc = xmlRecoverFile(path);
-        if (doc == NULL) {
-            KV_LOG(4, "xmlParseFile %s failed!", path);
-            return -1;
-        }
+        doc = read_doc(path, 1, &doctype);
+    }
+    if (doctype) {
+        KV_LOG(4, "%s has a document type declaration, refused!", path);
+        return -1;
+    }
+    if (doc == NULL) {
+        KV_LOG(4, "xmlParseFile %s failed!", path);
+        return -1;
     }
     xmlNodePtr root = xmlDocGetRootElement(doc);
     if (root == NULL) {
@@ -62,7 +125,9 @@ int32_t xmlParseParamFile(kavor_fcom_t *fcom, const char *path)
     } else {
         KV_LOG(7, "parse xml file(%s).", path);
         pthread_rwlock_rdlock(&fcom->file_rwlock);
+        size_t before = param_xml_read_limit(kLoadAllocLimit);
         xmlParseNode(root, (kavor_file_t *)fcom->file_lst);
+        param_xml_read_limit(before);
         pthread_rwlock_unlock(&fcom->file_rwlock);
     }
     xmlFreeDoc(doc);

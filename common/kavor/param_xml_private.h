@@ -146,6 +146,14 @@ bool set_attr(xmlNode *elem, const xmlChar *attr, const char *value);
 /// could not be added.
 bool add_text(xmlNode *elem, const char *text);
 
+/// Sets how many bytes of buffers and list nodes the reader may still
+/// allocate on this thread (SIZE_MAX: no limit, the default) and returns the
+/// setting it replaces. A load of a file sets a limit for its walk, so that
+/// no document, whatever its "cnt" values and node counts, makes the reader
+/// allocate more; a buffer or node over what is left is refused at level 4
+/// like one that can't be allocated.
+size_t param_xml_read_limit(size_t bytes);
+
 /// Finds the first alternative named `type` (xmlStrEqual); NULL at the end
 /// item. `table` must not be NULL.
 const struct adesc *find_alternative(const struct adesc *table, const char *type);

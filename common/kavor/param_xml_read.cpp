@@ -23,6 +23,20 @@
 
 namespace {
 
+// Bytes the reader may still allocate on this thread (param_xml_read_limit).
+thread_local size_t t_alloc_left = SIZE_MAX;
+
+// Takes `bytes` from this thread's limit; false when they aren't left.
+bool take_alloc(size_t bytes)
+{
+    if (t_alloc_left == SIZE_MAX)
+        return true;
+    if (bytes > t_alloc_left)
+        return false;
+    t_alloc_left -= bytes;
+    return true;
+}
+
 // ---- numbers ---------------------------------------------------------------
 
 // Text of the values stored, per width and signedness.
@@ -156,6 +170,12 @@ int xml2cob(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const struct ar
         store_int(cob_entry, 0);  // the entry then says: no buffer
         return -1;
     }
+    if (entry != 0 && !take_alloc(static_cast<size_t>(entry) * pdesc->size)) {
+        KV_LOGF(k->rfunc, 4, "%s: %s count of buffer(%d) over the reader's limit", k->rtext,
+                pdesc->name, entry);
+        store_int(cob_entry, 0);
+        return -1;
+    }
     store_int(cob_entry, entry);
     if (entry == 0) {
         KV_LOGF(k->rfunc, 4, "%s: %s count of buffer is zero", k->rtext, pdesc->name);
@@ -193,6 +213,10 @@ void *new_list_node(zhead_t *head, size_t size, const char *name_of_type, const 
 {
     if (size < sizeof(struct znode)) {
         KV_LOGF(func, 4, "%s: %s bad node size(%zu)", func, row_name, size);
+        return nullptr;
+    }
+    if (!take_alloc(size)) {
+        KV_LOGF(func, 4, "%s: %s node over the reader's limit", func, row_name);
         return nullptr;
     }
     void *node = xmlMalloc(size);
@@ -260,6 +284,13 @@ int lists_from_xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const ch
 }
 
 }  // namespace
+
+size_t param_xml_read_limit(size_t bytes)
+{
+    size_t before = t_alloc_left;
+    t_alloc_left = bytes;
+    return before;
+}
 
 // ---- per-element functions ---------------------------------------------------
 
