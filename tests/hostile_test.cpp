@@ -1,0 +1,338 @@
+// Hostile documents: entity bombs, external entities and DTDs, deep nesting,
+// enormous counts, long contents in one piece or many, invalid UTF-8 and
+// control characters. Each is a main file of a few megabytes beside a good
+// backup and is loaded in a child process with its CPU time limited to 10 s
+// (and, without sanitizers, its address space to 1 GiB); the child reports
+// the load's result, its peak resident memory, the files libxml2 was asked
+// to open and whether any foreign byte reached the block.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <libxml/parser.h>
+#include <libxml/parserInternals.h>
+
+#include "../fuzz/fuzz_table.h"
+#include "bare_manager.h"
+#include "kavor_private.h"
+#include "test_util.h"
+#include "trace_capture.h"
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__)
+const bool kSanitized = true;
+#else
+const bool kSanitized = false;
+#endif
+
+const long kCpuSeconds = 10;
+const long kRssLimitKb = 256 * 1024;
+// A marker that only foreign content holds; no block may ever show it.
+const char kSecret[] = "SEKRET77";
+
+std::string repeat(const std::string &s, size_t n)
+{
+    std::string out;
+    out.reserve(s.size() * n);
+    for (size_t i = 0; i < n; i++)
+        out += s;
+    return out;
+}
+
+std::string doc(const std::string &body, const std::string &prolog = "")
+{
+    return "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n" + prolog + "<cfg><dev>" + body +
+           "</dev></cfg>\n";
+}
+
+// What the child saw.
+struct Outcome {
+    int ret = -99;            // the load's result
+    long rss_kb = 0;          // peak resident memory of the child
+    bool secret = false;      // the marker reached the block
+    bool good_backup = false; // the block holds the backup's label
+    int opened_other = 0;     // resources libxml2 was asked to load beside the two files
+    int signal = 0;           // the child died of this signal
+    std::string records;      // level 4 and 5 trace records, joined
+};
+
+xmlExternalEntityLoader g_default_loader;
+std::vector<std::string> *g_loads;
+
+xmlParserInputPtr recording_loader(const char *url, const char *id, xmlParserCtxtPtr ctxt)
+{
+    g_loads->push_back(url != nullptr ? url : "(null)");
+    return g_default_loader(url, id, ctxt);
+}
+
+void quiet(void *, const char *, ...) {}
+
+bool block_has_secret(const fuzz::RichBlock &b)
+{
+    const char *p = reinterpret_cast<const char *>(&b);
+    return memmem(p, sizeof b, kSecret, strlen(kSecret)) != nullptr;
+}
+
+// Loads dir/cfg.xml (main) with its backup in a child under the limits.
+class HostileLoad : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        write_file(dir_.file("secret.txt"), std::string(kSecret) + "\n");
+        write_file(dir_.file("ext.dtd"),
+                   "<!ENTITY ext \"" + std::string(kSecret) + "\">\n"
+                   "<!ATTLIST sbuf cnt CDATA \"999999999\">\n");
+        write_file(dir_.file("cfg.xml.bak"), doc("<label>backup</label>"));
+    }
+
+    Outcome load(const std::string &main_content)
+    {
+        EXPECT_TRUE(write_file(dir_.file("cfg.xml"), main_content));
+        int fds[2];
+        EXPECT_EQ(pipe(fds), 0);
+        fflush(nullptr);  // nothing buffered is written twice
+        pid_t pid = fork();
+        if (pid == 0) {
+            close(fds[0]);
+            child(fds[1]);
+            _exit(0);
+        }
+        close(fds[1]);
+        Outcome out;
+        std::string msg;
+        char buf[4096];
+        ssize_t n;
+        while ((n = read(fds[0], buf, sizeof buf)) > 0)
+            msg.append(buf, static_cast<size_t>(n));
+        close(fds[0]);
+        int status = 0;
+        waitpid(pid, &status, 0);
+        if (WIFSIGNALED(status))
+            out.signal = WTERMSIG(status);
+        int secret = 0, good = 0, used = 0;
+        if (sscanf(msg.c_str(), "%d %ld %d %d %d %n", &out.ret, &out.rss_kb, &secret, &good,
+                   &out.opened_other, &used) >= 5) {
+            out.secret = secret != 0;
+            out.good_backup = good != 0;
+            out.records = msg.substr(static_cast<size_t>(used));
+        }
+        return out;
+    }
+
+    // Bounds that every hostile load must keep.
+    void expect_bounded(const Outcome &o)
+    {
+        EXPECT_EQ(o.signal, 0) << "the child died (SIGXCPU: over " << kCpuSeconds << " s)";
+        EXPECT_FALSE(o.secret) << "a foreign file's content reached the block";
+        EXPECT_EQ(o.opened_other, 0) << "a file other than the parameter files was opened";
+        if (!kSanitized) {
+            EXPECT_LE(o.rss_kb, kRssLimitKb) << "peak resident memory";
+        }
+    }
+
+    TempDir dir_;
+
+private:
+    void child(int fd)
+    {
+        struct rlimit cpu = {static_cast<rlim_t>(kCpuSeconds), static_cast<rlim_t>(kCpuSeconds)};
+        setrlimit(RLIMIT_CPU, &cpu);
+        if (!kSanitized) {
+            struct rlimit as = {1ul << 30, 1ul << 30};
+            setrlimit(RLIMIT_AS, &as);
+        }
+        xmlSetGenericErrorFunc(nullptr, quiet);
+        // An application that turned on everything for its own documents.
+        xmlSubstituteEntitiesDefault(1);
+        xmlLoadExtDtdDefaultValue = XML_DETECT_IDS | XML_COMPLETE_ATTRS;
+        std::vector<std::string> loads;
+        g_loads = &loads;
+        g_default_loader = xmlGetExternalEntityLoader();
+        xmlSetExternalEntityLoader(recording_loader);
+
+        TraceCapture cap(5);
+        static fuzz::RichBlock b;
+        fuzz::reset(&b);
+        int32_t ret;
+        {
+            BareManager mgr;
+            kavor_file_rgst_t r;
+            memset(&r, 0, sizeof r);
+            snprintf(r.filename, sizeof r.filename, "%s", dir_.file("cfg").c_str());
+            snprintf(r.node_name, sizeof r.node_name, "dev");
+            r.param_desc = fx_table;
+            r.mem = &b.all;
+            r.ugz = 1;
+            xml_file_hdl h = kavor_register(mgr.get(), &r);
+            ret = h != nullptr ? kavor_load_one(h) : -2;
+        }
+        int other = 0;
+        for (const std::string &l : loads)
+            other += l != dir_.file("cfg.xml") && l != dir_.file("cfg.xml.bak");
+        struct rusage ru;
+        getrusage(RUSAGE_SELF, &ru);
+        std::string recs;
+        for (const std::string &rec : cap.records())
+            recs += rec.substr(0, 200) + "\n";
+        char head[128];
+        snprintf(head, sizeof head, "%d %ld %d %d %d\n", ret, ru.ru_maxrss, block_has_secret(b),
+                 strcmp(b.all.label, "backup") == 0, other);
+        std::string msg = head + recs;
+        size_t off = 0;
+        while (off < msg.size()) {
+            ssize_t w = write(fd, msg.data() + off, msg.size() - off);
+            if (w <= 0)
+                break;
+            off += static_cast<size_t>(w);
+        }
+        close(fd);
+        _exit(0);
+    }
+};
+
+bool has(const Outcome &o, const std::string &record)
+{
+    return o.records.find(record + "\n") != std::string::npos;
+}
+
+// ---- declarations: every document with a DOCTYPE is refused ----------------
+
+struct DoctypeCase {
+    const char *what;
+    std::function<std::string(const std::string &dir)> make;
+};
+
+TEST_F(HostileLoad, ADocumentTypeDeclarationIsRefusedBeforeAnythingIsDeclared)
+{
+    const DoctypeCase cases[] = {
+        {"billion laughs", [](const std::string &) {
+             std::string p = "<!DOCTYPE cfg [\n<!ENTITY l0 \"laughlaughlaugh\">\n";
+             for (int i = 1; i < 12; i++)
+                 p += "<!ENTITY l" + std::to_string(i) + " \"" +
+                      repeat("&l" + std::to_string(i - 1) + ";", 10) + "\">\n";
+             return doc("<label>&l11;</label>", p + "]>\n");
+         }},
+        {"quadratic blow-up, 3 MB", [](const std::string &) {
+             return doc("<label>" + repeat("&big;", 30000) + "</label>",
+                        "<!DOCTYPE cfg [<!ENTITY big \"" + repeat("x", 100000) + "\">]>\n");
+         }},
+        {"external entity", [](const std::string &d) {
+             return doc("<label>&x;</label>",
+                        "<!DOCTYPE cfg [<!ENTITY x SYSTEM \"file://" + d + "/secret.txt\">]>\n");
+         }},
+        {"external entity, relative", [](const std::string &) {
+             return doc("<label>&x;</label>", "<!DOCTYPE cfg [<!ENTITY x SYSTEM \"secret.txt\">]>\n");
+         }},
+        {"external DTD", [](const std::string &d) {
+             return doc("<label>&ext;</label><sbuf/>",
+                        "<!DOCTYPE cfg SYSTEM \"file://" + d + "/ext.dtd\">\n");
+         }},
+        {"external parameter entity", [](const std::string &d) {
+             return doc("<label>&ext;</label>", "<!DOCTYPE cfg [<!ENTITY % pe SYSTEM \"file://" + d +
+                                                    "/ext.dtd\">\n%pe;\n]>\n");
+         }},
+        {"attribute default", [](const std::string &) {
+             return doc("<sbuf><sbuf>1</sbuf></sbuf>",
+                        "<!DOCTYPE cfg [<!ATTLIST sbuf cnt CDATA \"999999999\">]>\n");
+         }},
+        {"network DTD", [](const std::string &) {
+             return doc("<label>x</label>", "<!DOCTYPE cfg SYSTEM \"http://127.0.0.1:9/x.dtd\">\n");
+         }},
+        {"declaration cut off", [](const std::string &) {
+             return std::string("<?xml version=\"1.0\"?>\n<!DOCTYPE cfg [<!ENTITY a \"") +
+                    repeat("a", 1000);
+         }},
+    };
+    for (const DoctypeCase &c : cases) {
+        SCOPED_TRACE(c.what);
+        Outcome o = load(c.make(dir_.path()));
+        printf("  %-28s result %d, peak %ld kB\n", c.what, o.ret, o.rss_kb);
+        expect_bounded(o);
+        EXPECT_EQ(o.ret, 0) << "the backup loads in place of the refused file";
+        EXPECT_TRUE(o.good_backup);
+        EXPECT_TRUE(has(o, "4 xmlParseParamFile: " + dir_.file("cfg.xml") +
+                               " has a document type declaration, refused!"))
+            << o.records;
+        EXPECT_TRUE(has(o, "5 load_xml: failed to load file (" + dir_.file("cfg.xml") + ")."))
+            << o.records;
+    }
+}
+
+// ---- size and shape -----------------------------------------------------------
+
+struct ShapeCase {
+    const char *what;
+    std::string content;
+    int ret;                  // the documented result
+    const char *record;       // a record that must be there ("" none)
+};
+
+TEST_F(HostileLoad, HugeOrOddDocumentsLoadOrFallBackWithinTheBounds)
+{
+    const std::string nest = repeat("<one>", 200000) + repeat("</one>", 200000);
+    const ShapeCase cases[] = {
+        {"200000 nested elements", doc(nest), 1, ""},
+        {"3 MB string in one piece", doc("<label>" + repeat("y", 3 << 20) + "</label>"), 0, ""},
+        {"string from 300000 pieces",
+         doc("<label>" + repeat("<i>ab</i>", 300000) + "</label>"), 0, ""},
+        {"12 MB text node", doc("<label>" + repeat("z", 12 << 20) + "</label>"), 1, ""},
+        {"a million numbers for a row of five", doc("<s64a>" + repeat("7 ", 1 << 20) + "</s64a>"), 0, ""},
+        {"enormous cnt", doc(repeat("<sbuf cnt=\"2147483647\"><sbuf>1</sbuf></sbuf>", 3) +
+                             "<ubuf cnt=\"999999999\"/><fbuf cnt=\"-5\"/>"), 0,
+         "4 xml2sint: xml2sint: sbuf count of buffer(2147483647) over the reader's limit"},
+        {"huge cnt in every nested buffer",
+         doc(repeat("<items>" + repeat("<ibuf cnt=\"50000000\"/>", 2) + "</items>", 4) +
+             repeat("<ibuf cnt=\"100000000\"><ibuf><id>1</id></ibuf></ibuf>", 2)), 0, ""},
+        {"300000 list nodes", doc("<chain>" + repeat("<chain/>", 300000) + "</chain>"), 0, ""},
+        {"300000 variant nodes",
+         doc("<mixed>" + repeat("<mixed typ=\"other\"/>", 300000) + "</mixed>"), 0, ""},
+        {"enormous idx", doc("<s64a idx=\"99999999999999\">1</s64a><items idx=\"2147483648\"/>"), 0, ""},
+        {"3 MB of unmatched elements", doc(repeat("<nope/>", 450000)), 0, ""},
+        {"3 MB of attributes", doc("<label " + repeat("a", 10) + "=\"" + repeat("b", 3 << 20) + "\">x</label>"), 0, ""},
+    };
+    for (const ShapeCase &c : cases) {
+        SCOPED_TRACE(c.what);
+        Outcome o = load(c.content);
+        printf("  %-36s result %d, peak %ld kB\n", c.what, o.ret, o.rss_kb);
+        expect_bounded(o);
+        EXPECT_EQ(o.ret, c.ret) << o.records;
+        if (c.record[0] != '\0') {
+            EXPECT_TRUE(has(o, c.record)) << o.records;
+        }
+    }
+}
+
+TEST_F(HostileLoad, InvalidUtf8AndControlCharactersNeverCrashTheLoad)
+{
+    const std::string bad[] = {
+        doc("<label>ab\xff\xfe" "cd</label>"),
+        doc("<label>\xc3</label><code>ok</code>"),
+        doc("<label>a\x01\x02\x1f" "b</label>"),
+        doc(repeat("<label>\xed\xa0\x80</label>", 100000)),
+        std::string("\xff\xfe<\0c\0", 6),
+        doc(std::string("<label>\0hidden</label>", 22)),
+    };
+    for (const std::string &content : bad) {
+        Outcome o = load(content);
+        expect_bounded(o);
+        // The strict parser refuses each; the recovery parser gets the root
+        // element (1) or nothing, and then the backup loads (0).
+        EXPECT_TRUE(o.ret == 1 || (o.ret == 0 && o.good_backup)) << o.ret << "\n" << o.records;
+    }
+}
+
+}  // namespace
