@@ -111,6 +111,49 @@ void journal(int fd, const std::string &key, int32_t gen)
         _exit(3);
 }
 
+// One random operation on a file: a change under the file lock and its
+// request, or a load of a file with nothing pending, which must give back
+// what memory holds. Exits the process on a wrong load.
+void one_op(Live *f, std::mt19937 &rnd)
+{
+    switch (rnd() % 6) {
+    case 0: case 1: case 2: case 3:
+        kavor_file_lock(f->ha);
+        f->gen++;
+        fill(&f->a, f->gen);
+        fill(&f->b, f->gen);
+        kavor_file_unlock(f->ha);
+        kavor_save_one(rnd() % 2 ? f->ha : f->hb);
+        f->asked = f->gen;
+        break;
+    case 4: {
+        if (kavor_file_on_saving(f->ha) != 0 || f->gen == 0)
+            break;
+        Blk keep_a = f->a, keep_b = f->b;
+        int32_t r = kavor_load_one(f->hb);
+        if (r != 0 || memcmp(&keep_a, &f->a, sizeof keep_a) != 0 ||
+            memcmp(&keep_b, &f->b, sizeof keep_b) != 0) {
+            fprintf(stderr, "soak: %s loaded back other content (%d)\n", f->s.path.c_str(), r);
+            _exit(4);
+        }
+        break;
+    }
+    default:
+        break;
+    }
+}
+
+// Journals every file whose last request has reached the disk.
+void journal_saved(int fd, const std::vector<Live *> &files)
+{
+    for (Live *g : files) {
+        if (g->asked != 0 && kavor_file_on_saving(g->ha) == 0) {
+            journal(fd, g->s.path, g->asked);
+            g->asked = 0;
+        }
+    }
+}
+
 int run(const std::string &dir, unsigned seed)
 {
     std::mt19937 rnd(seed);
@@ -140,52 +183,21 @@ int run(const std::string &dir, unsigned seed)
             files.push_back(f);
         }
     }
+    // Bursts of work, each followed by a quiet spell in which the task can
+    // save (any request restarts its quiet time).
     for (;;) {
-        Live *f = files[rnd() % files.size()];
-        switch (rnd() % 8) {
-        case 0: case 1: case 2: case 3: {  // a change and its request
-            kavor_file_lock(f->ha);
-            f->gen++;
-            fill(&f->a, f->gen);
-            fill(&f->b, f->gen);
-            kavor_file_unlock(f->ha);
-            kavor_save_one(rnd() % 2 ? f->ha : f->hb);
-            f->asked = f->gen;
-            break;
+        int burst = 1 + (int)(rnd() % 20);
+        for (int i = 0; i < burst; i++)
+            one_op(files[rnd() % files.size()], rnd);
+        int quiet_ms = (int)(rnd() % 1500);
+        for (int t = 0; t <= quiet_ms; t += 20) {
+            journal_saved(fd, files);
+            struct timespec ts = {0, 20 * 1000000L};
+            nanosleep(&ts, NULL);
         }
-        case 4: {  // a load of a file with nothing pending reads back memory
-            kavor_file_lock(f->ha);
-            bool idle = kavor_file_on_saving(f->ha) == 0;
-            kavor_file_unlock(f->ha);
-            if (idle && f->gen > 0) {
-                Blk keep_a = f->a, keep_b = f->b;
-                int32_t r = kavor_load_one(f->hb);
-                if (r != 0 || memcmp(&keep_a, &f->a, sizeof keep_a) != 0 ||
-                    memcmp(&keep_b, &f->b, sizeof keep_b) != 0) {
-                    fprintf(stderr, "soak: %s loaded back other content (%d)\n",
-                            f->s.path.c_str(), r);
-                    return 4;
-                }
-            }
-            break;
-        }
-        default:
-            break;
-        }
-        // Journal every file whose last request has reached the disk.
-        for (Live *g : files) {
-            if (g->asked != 0 && kavor_file_on_saving(g->ha) == 0) {
-                journal(fd, g->s.path, g->asked);
-                g->asked = 0;
-            }
-        }
-        struct timespec ts = {0, (long)(rnd() % 3000) * 1000L};
-        nanosleep(&ts, NULL);
     }
 }
 
-// Loads the file of `s` (or, with `from_bak`, a copy of its backup put in
-// the file's place under `scratch`) into two fresh blocks.
 int32_t load_file(const FileSpec &s, Blk *a, Blk *b, const std::string &scratch, bool from_bak)
 {
     FileSpec t = s;
