@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <sstream>
 #include <string>
 
@@ -539,6 +540,45 @@ TEST(RoundTrip, WriterOutputIsStableAcrossASecondTrip)
     xmlFreeNode(first);
     xmlFreeNode(second);
     param_xml_free(&d.top, kTopRows);
+}
+
+// Lowest, highest and neighbouring values of one width, written in one text
+// form and read back.
+template <typename T>
+void extremes_round_trip(int type)
+{
+    const T values[] = {std::numeric_limits<T>::min(), std::numeric_limits<T>::max(), 0, 1,
+                        static_cast<T>(std::numeric_limits<T>::min() + 1),
+                        static_cast<T>(std::numeric_limits<T>::max() - 1), static_cast<T>(-1)};
+    const int n = static_cast<int>(sizeof values / sizeof values[0]);
+    T mem[n];
+    std::memcpy(mem, values, sizeof mem);
+    struct pdesc table[] = {row(type, "v", n, sizeof(T), 0), {}};
+    xmlNode *root = xmlNewNode(nullptr, BAD_CAST "r");
+    param2xml(mem, root, table);
+    T back[n] = {};
+    TraceCapture cap(5);
+    xml2param(back, root, table);
+    EXPECT_EQ(0, std::memcmp(values, back, sizeof back))
+        << "type 0x" << std::hex << type << " width " << std::dec << sizeof(T) << ": " << dump_node(root);
+    EXPECT_EQ(0u, cap.count_at_most(5)) << cap.dump();
+    xmlFreeNode(root);
+}
+
+TEST(RoundTrip, LowestAndHighestOfEveryWidthInEveryTextForm)
+{
+    extremes_round_trip<int8_t>(PT_SINT);
+    extremes_round_trip<int16_t>(PT_SINT);
+    extremes_round_trip<int32_t>(PT_SINT);
+    extremes_round_trip<int64_t>(PT_SINT);
+    for (int fmt : {PT_FMT_DEC, PT_FMT_HEXL, PT_FMT_HEXU}) {
+        extremes_round_trip<uint8_t>(PT_UINT | fmt);
+        extremes_round_trip<uint16_t>(PT_UINT | fmt);
+        extremes_round_trip<uint32_t>(PT_UINT | fmt);
+        extremes_round_trip<uint64_t>(PT_UINT | fmt);
+    }
+    // A format nibble on a signed row changes nothing: still decimal, still exact.
+    extremes_round_trip<int64_t>(PT_SINT | PT_FMT_HEXU);
 }
 
 TEST(AllocationFailure, ReaderEndsInTheDocumentedResultAndLeaksNothing)
