@@ -10,8 +10,12 @@
 // written: the target is untouched and the result is -1. The target's last
 // suffix alone decides the form: ".gz" is gzip (level 1) and indented,
 // anything else plain and not indented. The write goes through
-// kavor_sys.save_doc so that tests can make it fail.
+// kavor_sys.save_doc so that tests can make it fail; a write during which
+// libxml2 raised an error (its writer reports a failed allocation only
+// there) counts as failed, whatever byte count it gave.
 #include <assert.h>
+
+#include <libxml/xmlerror.h>
 
 #include "kavor_private.h"
 #include "othermisc.h"
@@ -28,8 +32,9 @@ int32_t xmlMakeNode(xmlNodePtr pRoot, kavor_file_t *fobj)
     int32_t made = 0;
     for (; fobj != NULL; fobj = (kavor_file_t *)fobj->node.next) {
         xmlNodePtr xml_node = xmlNewNode(NULL, BAD_CAST fobj->node_name);
-        if (xml_node == NULL) {
+        if (xml_node == NULL || xml_node->name == NULL) {  // libxml2 doesn't check the name's copy
             KV_LOG(4, "create node (%s) failed!", fobj->node_name);
+            xmlFreeNode(xml_node);
             return -1;
         }
         param2xml(fobj->mem, xml_node, fobj->param_desc);
@@ -46,6 +51,10 @@ namespace {
 xmlNodePtr make_root(kavor_fcom_t *fcom, xmlDocPtr doc, const char *file_name)
 {
     xmlNodePtr root = xmlNewDocNode(doc, NULL, BAD_CAST fcom->rt_node, NULL);
+    if (root != NULL && root->name == NULL) {  // a failed copy of the name: a nameless root
+        xmlFreeNode(root);
+        root = NULL;
+    }
     pthread_rwlock_rdlock(&fcom->file_rwlock);
     int32_t made = xmlMakeNode(root, (kavor_file_t *)fcom->file_lst);
     pthread_rwlock_unlock(&fcom->file_rwlock);
@@ -76,7 +85,17 @@ int32_t xmlMakeParamFile(kavor_fcom_t *fcom, char *file_name)
         int gz = isGzFile(file_name);
         if (gz)
             xmlSetDocCompressMode(doc, 1);
+        // libxml2's writer records a failed allocation as an error but may
+        // still give a byte count, having written a cut document: any error
+        // raised during the write fails it.
+        xmlResetLastError();
         int rc = kavor_sys.save_doc(file_name, doc, "utf-8", gz ? 1 : 0);
+        xmlErrorPtr err = xmlGetLastError();
+        if (rc >= 0 && err != NULL && err->code != XML_ERR_OK) {
+            KV_LOGF("xmlMakeParamFile", 4, "write of file<%s> failed: %s", file_name,
+                    err->message != NULL ? err->message : "libxml2 error");
+            rc = -1;
+        }
         KV_LOG(7, "time=%llu, end to makeParam of file<%s>.",
                (unsigned long long)vn_uptime_ms(), file_name);
         ret = rc < 0 ? -1 : 0;
