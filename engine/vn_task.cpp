@@ -11,6 +11,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
 
 #include "vn_mem.h"
@@ -73,8 +74,7 @@ bool spawn(task_thread *tt, vn_task_t *t)
     pthread_attr_destroy(&attr);
     if (ok) {
         char short_name[16];
-        std::strncpy(short_name, t->task_name, sizeof short_name - 1);
-        short_name[sizeof short_name - 1] = '\0';
+        std::snprintf(short_name, sizeof short_name, "%.15s", t->task_name);
         pthread_setname_np(tt->thread, short_name);
     }
     return ok;
