@@ -205,6 +205,131 @@ bool add_text(xmlNode *elem, const char *text)
     return last && last != before && last->content;
 }
 
+xmlChar *node_content(xmlNode *node)
+{
+    if (node->type != XML_ELEMENT_NODE)  // a text node, a comment: one piece
+        return xmlNodeGetContent(node);
+    size_t len = 0;
+    // Two walks of the subtree in document order: count, then copy.
+    for (int pass = 0; pass < 2; pass++) {
+        xmlChar *out = nullptr;
+        if (pass == 1) {
+            out = static_cast<xmlChar *>(xmlMalloc(len + 1));
+            if (!out)
+                return nullptr;
+        }
+        size_t at_byte = 0;
+        xmlNode *cur = node->children;
+        while (cur) {
+            if (cur->type == XML_ENTITY_REF_NODE) {
+                xmlFree(out);
+                return xmlNodeGetContent(node);
+            }
+            if ((cur->type == XML_TEXT_NODE || cur->type == XML_CDATA_SECTION_NODE) && cur->content) {
+                size_t n = std::strlen(reinterpret_cast<const char *>(cur->content));
+                if (out)
+                    std::memcpy(out + at_byte, cur->content, n);
+                at_byte += n;
+            }
+            if (cur->type == XML_ELEMENT_NODE && cur->children) {
+                cur = cur->children;
+                continue;
+            }
+            while (cur != node && !cur->next)
+                cur = cur->parent;
+            cur = cur == node ? nullptr : cur->next;
+        }
+        if (out) {
+            out[at_byte] = '\0';
+            return out;
+        }
+        len = at_byte;
+    }
+    return nullptr;
+}
+
+namespace {
+
+// Bytes of the one XML character in valid UTF-8 at `p`, or 0 when `p` holds
+// none (an invalid or cut sequence, a control, a surrogate, U+FFFE, U+FFFF).
+// Never reads past a 0 byte.
+size_t xml_char_len(const unsigned char *p)
+{
+    unsigned c = p[0];
+    if (c < 0x80)
+        return (c >= 0x20 || c == 0x9 || c == 0xA || c == 0xD) ? 1 : 0;
+    size_t n;
+    uint32_t cp;
+    if (c >= 0xC2 && c <= 0xDF) {
+        n = 2;
+        cp = c & 0x1F;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+        n = 3;
+        cp = c & 0x0F;
+    } else if (c >= 0xF0 && c <= 0xF4) {
+        n = 4;
+        cp = c & 0x07;
+    } else {
+        return 0;
+    }
+    for (size_t i = 1; i < n; i++) {
+        if ((p[i] & 0xC0) != 0x80)
+            return 0;
+        cp = (cp << 6) | (p[i] & 0x3F);
+    }
+    if ((n == 3 && cp < 0x800) || (n == 4 && (cp < 0x10000 || cp > 0x10FFFF)))
+        return 0;  // overlong or beyond Unicode
+    if ((cp >= 0xD800 && cp <= 0xDFFF) || cp == 0xFFFE || cp == 0xFFFF)
+        return 0;
+    return n;
+}
+
+// Number of bytes of `text` that belong to no XML character.
+int bad_bytes(const unsigned char *text)
+{
+    int bad = 0;
+    for (const unsigned char *p = text; *p;) {
+        size_t n = xml_char_len(p);
+        if (n == 0) {
+            bad++;
+            n = 1;
+        }
+        p += n;
+    }
+    return bad;
+}
+
+}  // namespace
+
+const char *xml_text(const char *text, const char *func, const char *name, char **copy)
+{
+    *copy = nullptr;
+    if (!text)
+        return nullptr;
+    const unsigned char *in = reinterpret_cast<const unsigned char *>(text);
+    int bad = bad_bytes(in);
+    if (bad == 0)
+        return text;
+    KV_LOGF(func, 5, "%s: %s has %d bytes that XML can't hold, each written as '?'", func,
+            shown(name), bad);
+    size_t len = std::strlen(text);
+    char *out = static_cast<char *>(xmlMalloc(len + 1));
+    if (!out)
+        return nullptr;
+    for (size_t i = 0; i < len;) {
+        size_t n = xml_char_len(in + i);
+        if (n == 0) {
+            out[i++] = '?';
+            continue;
+        }
+        std::memcpy(out + i, in + i, n);
+        i += n;
+    }
+    out[len] = '\0';
+    *copy = out;
+    return out;
+}
+
 const struct adesc *find_alternative(const struct adesc *table, const char *type)
 {
     const struct adesc *alt = table;

@@ -146,6 +146,25 @@ bool set_attr(xmlNode *elem, const xmlChar *attr, const char *value);
 /// could not be added.
 bool add_text(xmlNode *elem, const char *text);
 
+/// The text below `node` as xmlNodeGetContent gives it (the text and CDATA
+/// of every descendant, joined in document order), counted first and copied
+/// once, so its time is linear in the subtree: libxml2 grows its buffer a
+/// few bytes at a time, which costs time quadratic in the number of pieces
+/// wherever realloc can't grow in place. A node that is no element, and a
+/// subtree holding an entity reference, go to xmlNodeGetContent. NULL when out of memory; release
+/// with xmlFree.
+xmlChar *node_content(xmlNode *node);
+
+/// Text from memory made fit for the document. XML can't carry invalid
+/// UTF-8 or characters outside its range (controls other than tab, line
+/// feed and carriage return; U+FFFE, U+FFFF), and the strict parser refuses
+/// a whole file that holds one. Returns `text` itself when it is NULL or
+/// fit; otherwise a copy, left in *copy for the caller to xmlFree, with each
+/// offending byte written as '?', after the level-5 record
+/// "<func>: <name> has %d bytes that XML can't hold, each written as '?'".
+/// NULL (for a `text` that isn't) when that copy can't be allocated.
+const char *xml_text(const char *text, const char *func, const char *name, char **copy);
+
 /// Sets how many bytes of buffers and list nodes the reader may still
 /// allocate on this thread (SIZE_MAX: no limit, the default) and returns the
 /// setting it replaces. A load of a file sets a limit for its walk, so that

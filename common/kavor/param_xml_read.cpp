@@ -112,7 +112,7 @@ int node2numbers(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, int 
 {
     if (!take_index(xnode, func, func, pdesc->name, count, idx))
         return -1;
-    xmlChar *ctnt = xmlNodeGetContent(xnode);
+    xmlChar *ctnt = node_content(xnode);
     if (!ctnt) {
         KV_LOGF(func, 4, "%s: %s no content", func, pdesc->name);
         return -1;
@@ -374,7 +374,7 @@ int xml2stri(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
     char *mem = at(mem_base, pdesc->offset);
     KV_LOG(8, "xml2stri: %s", pdesc->name);
-    xmlChar *ctnt = xmlNodeGetContent(xnode);
+    xmlChar *ctnt = node_content(xnode);
     if (!ctnt) {
         KV_LOG(4, "xml2stri: %s no content", pdesc->name);
         return -1;
@@ -400,7 +400,7 @@ int xml2enum(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
     if (!take_index(xnode, "xml2enum", "xml2enum", pdesc->name, pdesc->count, &pdesc->ioa))
         return -1;
     char *the_mem = mem + pdesc->size * static_cast<size_t>(pdesc->ioa);
-    xmlChar *ctnt = xmlNodeGetContent(xnode);
+    xmlChar *ctnt = node_content(xnode);
     if (!ctnt) {
         KV_LOG(4, "xml2enum: %s no content", pdesc->name);
         return -1;

@@ -6,7 +6,10 @@
 // freed, reported, and ends its row, so the document never holds a half-made
 // element whose values a reader would put in the wrong place. The writer
 // reads the block and the lists; its only store is the 0 byte that ends each
-// string field.
+// string field. Text taken from memory (strings, enumeration keys, "typ")
+// passes xml_text first: valid UTF-8 of XML characters goes out byte for
+// byte, any other byte as '?' with a level-5 record, so one bad string never
+// makes the strict parser refuse the whole file.
 //
 // Flow: param2xml -> <kind>2xml -> (array kinds) array2xml -> direct:
 // <kind>2node, counted: one "cnt" wrapper per buffer, each filled by
@@ -274,7 +277,12 @@ node_result vlst_node2xml(struct znode *node, xmlNode *outer, struct pdesc *pdes
     if (!inner)
         return kNodeNoElement;
     KV_LOGF("vlst2xml", 8, "node[%d]:", sub_i);
-    if (!set_attr(inner, xStrTyp, node->name)) {
+    char *copy;
+    const char *type = xml_text(node->name, "vlst2xml", pdesc->name, &copy);
+    bool ok = (type || !node->name) && set_attr(inner, xStrTyp, type);
+    if (copy)
+        xmlFree(copy);
+    if (!ok) {
         xmlFreeNode(inner);
         return kNodeNoElement;
     }
@@ -418,7 +426,12 @@ int stri2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
     }
     mem[count - 1] = '\0';
     KV_LOG(8, "stri2xml: %s", mem);
-    if (!add_text(sub, mem)) {
+    char *copy;
+    const char *text = xml_text(mem, "stri2xml", pdesc->name, &copy);
+    bool ok = text && add_text(sub, text);
+    if (copy)
+        xmlFree(copy);
+    if (!ok) {
         xmlFreeNode(sub);
         KV_LOG(4, "stri2xml: %s bad sub node", pdesc->name);
         return -1;
@@ -449,7 +462,12 @@ int enum2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
         if (!item->key)
             item = table;
         KV_LOG(8, "enum2xml: %s", shown(item->key));
-        if (!add_text(sub, item->key)) {
+        char *copy;
+        const char *text = xml_text(item->key, "enum2xml", pdesc->name, &copy);
+        bool ok = (text || !item->key) && add_text(sub, text);
+        if (copy)
+            xmlFree(copy);
+        if (!ok) {
             xmlFreeNode(sub);
             KV_LOG(4, "enum2xml: %s bad sub node", pdesc->name);
             return -1;

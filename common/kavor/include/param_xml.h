@@ -98,6 +98,12 @@ void param_xml_trace_init(const char *mod_name, const char *filename,
 ///   (level 4); a NULL PT_STRUM pointer is not followed (level 4).
 /// - An element that can't be completed (node, attribute or text) is freed,
 ///   not attached, and ends its row as a failed node does.
+/// - Text from memory (a string, an enumeration key, a list node's type
+///   name) that isn't valid UTF-8 or holds characters XML 1.0 can't carry
+///   (controls other than tab, line feed and carriage return; U+FFFE,
+///   U+FFFF) is written with each offending byte as '?' (level 5, "<fn>:
+///   <name> has <n> bytes that XML can't hold, each written as '?'"); the
+///   block keeps its bytes. Any other text is written byte for byte.
 /// - PT_VLST: a node whose type no alternative names goes through the first
 ///   alternative only when no other alternative is smaller than it (so a
 ///   node made for any alternative holds every field it describes); else it
