@@ -1,10 +1,14 @@
-// Hostile documents: entity bombs, external entities and DTDs, deep nesting,
+// Hostile documents and hostile text. Documents: entity bombs, external entities and DTDs, deep nesting,
 // enormous counts, long contents in one piece or many, invalid UTF-8 and
 // control characters. Each is a main file of a few megabytes beside a good
 // backup and is loaded in a child process with its CPU time limited to 10 s
 // (and, without sanitizers, its address space to 1 GiB); the child reports
 // the load's result, its peak resident memory, the files libxml2 was asked
-// to open and whether any foreign byte reached the block.
+// to open and whether any foreign byte reached the block. Text: strings,
+// enumeration keys and type names in memory that XML can't carry are
+// written with each offending byte as '?', so the file stays readable by the
+// strict parser; and the reader joins the text of an element of many pieces
+// as xmlNodeGetContent does.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -26,6 +30,7 @@
 #include <libxml/parserInternals.h>
 
 #include "../fuzz/fuzz_table.h"
+#include "param_xml_private.h"
 #include "bare_manager.h"
 #include "kavor_private.h"
 #include "test_util.h"
@@ -63,6 +68,7 @@ std::string doc(const std::string &body, const std::string &prolog = "")
 struct Outcome {
     int ret = -99;            // the load's result
     long rss_kb = 0;          // peak resident memory of the child
+    long cpu_ms = 0;          // CPU time of the child
     bool secret = false;      // the marker reached the block
     bool good_backup = false; // the block holds the backup's label
     int opened_other = 0;     // resources libxml2 was asked to load beside the two files
@@ -124,8 +130,8 @@ protected:
         if (WIFSIGNALED(status))
             out.signal = WTERMSIG(status);
         int secret = 0, good = 0, used = 0;
-        if (sscanf(msg.c_str(), "%d %ld %d %d %d %n", &out.ret, &out.rss_kb, &secret, &good,
-                   &out.opened_other, &used) >= 5) {
+        if (sscanf(msg.c_str(), "%d %ld %d %d %d %ld %n", &out.ret, &out.rss_kb, &secret, &good,
+                   &out.opened_other, &out.cpu_ms, &used) >= 6) {
             out.secret = secret != 0;
             out.good_backup = good != 0;
             out.records = msg.substr(static_cast<size_t>(used));
@@ -149,7 +155,8 @@ protected:
 private:
     void child(int fd)
     {
-        struct rlimit cpu = {static_cast<rlim_t>(kCpuSeconds), static_cast<rlim_t>(kCpuSeconds)};
+        // SIGXCPU at the limit (the hard limit, a second later, kills).
+        struct rlimit cpu = {static_cast<rlim_t>(kCpuSeconds), static_cast<rlim_t>(kCpuSeconds + 1)};
         setrlimit(RLIMIT_CPU, &cpu);
         if (!kSanitized) {
             struct rlimit as = {1ul << 30, 1ul << 30};
@@ -189,8 +196,10 @@ private:
         for (const std::string &rec : cap.records())
             recs += rec.substr(0, 200) + "\n";
         char head[128];
-        snprintf(head, sizeof head, "%d %ld %d %d %d\n", ret, ru.ru_maxrss, block_has_secret(b),
-                 strcmp(b.all.label, "backup") == 0, other);
+        long cpu_ms = (ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) * 1000L +
+                      (ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1000L;
+        snprintf(head, sizeof head, "%d %ld %d %d %d %ld\n", ret, ru.ru_maxrss, block_has_secret(b),
+                 strcmp(b.all.label, "backup") == 0, other, cpu_ms);
         std::string msg = head + recs;
         size_t off = 0;
         while (off < msg.size()) {
@@ -260,7 +269,7 @@ TEST_F(HostileLoad, ADocumentTypeDeclarationIsRefusedBeforeAnythingIsDeclared)
     for (const DoctypeCase &c : cases) {
         SCOPED_TRACE(c.what);
         Outcome o = load(c.make(dir_.path()));
-        printf("  %-28s result %d, peak %ld kB\n", c.what, o.ret, o.rss_kb);
+        printf("  %-28s result %d, peak %ld kB, %ld ms CPU\n", c.what, o.ret, o.rss_kb, o.cpu_ms);
         expect_bounded(o);
         EXPECT_EQ(o.ret, 0) << "the backup loads in place of the refused file";
         EXPECT_TRUE(o.good_backup);
@@ -307,7 +316,7 @@ TEST_F(HostileLoad, HugeOrOddDocumentsLoadOrFallBackWithinTheBounds)
     for (const ShapeCase &c : cases) {
         SCOPED_TRACE(c.what);
         Outcome o = load(c.content);
-        printf("  %-36s result %d, peak %ld kB\n", c.what, o.ret, o.rss_kb);
+        printf("  %-36s result %d, peak %ld kB, %ld ms CPU\n", c.what, o.ret, o.rss_kb, o.cpu_ms);
         expect_bounded(o);
         EXPECT_EQ(o.ret, c.ret) << o.records;
         if (c.record[0] != '\0') {
@@ -332,6 +341,141 @@ TEST_F(HostileLoad, InvalidUtf8AndControlCharactersNeverCrashTheLoad)
         // The strict parser refuses each; the recovery parser gets the root
         // element (1) or nothing, and then the backup loads (0).
         EXPECT_TRUE(o.ret == 1 || (o.ret == 0 && o.good_backup)) << o.ret << "\n" << o.records;
+    }
+}
+
+// ---- text that XML can't carry ------------------------------------------------
+
+struct Texts {
+    char s[40];
+    char plain[16];
+};
+struct pdesc g_texts_table[] = {
+    PX_STRI(Texts, s, "s"),
+    PX_STRI(Texts, plain, "plain"),
+    PX_END,
+};
+
+struct TextCase {
+    const char *what;
+    std::string in;
+    std::string out;   // what a load gives back
+    int replaced;      // bytes reported as replaced, 0 for no record
+};
+
+TEST(WriterText, TextXmlCantHoldIsWrittenAsQuestionMarksAndTheFileLoadsStrictly)
+{
+    const TextCase cases[] = {
+        {"ascii", "plain text", "plain text", 0},
+        {"utf-8 of 2, 3 and 4 bytes", "h\xc3\xa9 \xe2\x9c\x93 \xf0\x9d\x84\x9e", "h\xc3\xa9 \xe2\x9c\x93 \xf0\x9d\x84\x9e", 0},
+        {"tab, line feed, carriage return, DEL", "a\tb\nc\rd\x7f", "a\tb\nc\rd\x7f", 0},
+        {"XML's special characters", "<&>\"'", "<&>\"'", 0},
+        {"control characters", "a\x01" "b\x1f" "c\x08", "a?b?c?", 3},
+        {"stray bytes", "\xff\xfe" "ok", "??ok", 2},
+        {"cut sequence", "ab\xc3", "ab?", 1},
+        {"sequence cut in the middle", "\xe2\x9c" "x", "??x", 2},
+        {"surrogate", "\xed\xa0\x80", "???", 3},
+        {"U+FFFE and U+FFFF", "\xef\xbf\xbe\xef\xbf\xbf", "??????", 6},
+        {"overlong", "\xc0\xaf\xe0\x80\xaf", "?????", 5},
+        {"beyond U+10FFFF", "\xf4\x90\x80\x80", "????", 4},
+    };
+    TempDir dir;
+    for (const TextCase &c : cases) {
+        SCOPED_TRACE(c.what);
+        Texts t;
+        memset(&t, 0, sizeof t);
+        memcpy(t.s, c.in.data(), c.in.size());
+        strcpy(t.plain, "neighbour");
+        kavor_file_rgst_t r;
+        memset(&r, 0, sizeof r);
+        snprintf(r.filename, sizeof r.filename, "%s", dir.file("txt").c_str());
+        snprintf(r.node_name, sizeof r.node_name, "n");
+        r.param_desc = g_texts_table;
+        r.mem = &t;
+        r.ugz = 1;
+        TraceCapture cap(5);
+        ASSERT_EQ(kavor_param2file(&r), 0);
+        EXPECT_EQ(std::string(t.s), c.in) << "the block keeps its bytes";
+        if (c.replaced > 0) {
+            EXPECT_TRUE(cap.has(5, "stri2xml", "stri2xml: s has " + std::to_string(c.replaced) +
+                                                   " bytes that XML can't hold, each written as '?'"))
+                << cap.dump();
+        } else {
+            EXPECT_EQ(cap.count_at_most(5), 0u) << cap.dump();
+        }
+        Texts back;
+        memset(&back, 0, sizeof back);
+        r.mem = &back;
+        EXPECT_EQ(kavor_file2param(&r), 0) << "the strict parser takes the file";
+        EXPECT_EQ(std::string(back.s), c.out);
+        EXPECT_STREQ(back.plain, "neighbour");
+    }
+}
+
+struct VNode {
+    struct znode z;
+    int32_t v;
+};
+struct Holder {
+    int mode;
+    zhead_t vl;
+};
+struct pdesc g_vnode_table[] = {PX_SINT(VNode, v, "v"), PX_END};
+
+TEST(WriterText, EnumerationKeysAndTypeNamesPassTheSameFilter)
+{
+    struct enume keys[] = {PX_ENUME("b\xff" "d", 1), PX_ENUME("good", 2), PX_ENUME_END(2)};
+    struct adesc alts[] = {PX_ADESC(VNode, g_vnode_table, "ok"), PX_ADESC_END};
+    struct pdesc table[] = {PX_ENUM(Holder, mode, "mode", keys), PX_VLST(Holder, vl, "vl", alts), PX_END};
+    Holder h;
+    memset(&h, 0, sizeof h);
+    h.mode = 1;
+    VNode n;
+    memset(&n, 0, sizeof n);
+    zlst_set_name(&n, "t\x01p");
+    zlst_push(&h.vl, &n);
+    TraceCapture cap(5);
+    xmlNodePtr out = xmlNewNode(nullptr, BAD_CAST "x");
+    param2xml(&h, out, table);
+    EXPECT_EQ(dump_children(out), "<mode>b?d</mode><vl><vl typ=\"t?p\"><v>0</v></vl></vl>");
+    EXPECT_TRUE(cap.has(5, "enum2xml", "enum2xml: mode has 1 bytes that XML can't hold, each written as '?'"))
+        << cap.dump();
+    EXPECT_TRUE(cap.has(5, "vlst2xml", "vlst2xml: vl has 1 bytes that XML can't hold, each written as '?'"))
+        << cap.dump();
+    xmlFreeNode(out);
+}
+
+// ---- the content of an element of many pieces --------------------------------
+
+TEST(ReaderText, ContentIsJoinedAsLibxml2JoinsIt)
+{
+    const char *const docs[] = {
+        "<a/>",
+        "<a>one</a>",
+        "<a>x<b>y<c>z</c></b>w</a>",
+        "<a><![CDATA[<raw>]]>t<!-- not text --><?pi not text?>u</a>",
+        "<a><b/><b></b>t</a>",
+        "<a>&amp;&#65;<b>&lt;</b></a>",
+        "<a>\n  <b>deep<c><d><e>er</e></d></c></b>\n</a>",
+    };
+    for (const char *text : docs) {
+        SCOPED_TRACE(text);
+        xmlDocPtr d = xmlReadMemory(text, (int)strlen(text), "t.xml", nullptr, 0);
+        ASSERT_NE(d, nullptr);
+        xmlNodePtr a = xmlDocGetRootElement(d);
+        xmlChar *want = xmlNodeGetContent(a);
+        xmlChar *got = node_content(a);
+        ASSERT_NE(got, nullptr);
+        EXPECT_STREQ(reinterpret_cast<char *>(got), reinterpret_cast<char *>(want));
+        for (xmlNodePtr c = a->children; c != nullptr; c = c->next) {
+            xmlChar *w = xmlNodeGetContent(c), *g = node_content(c);
+            EXPECT_STREQ(reinterpret_cast<char *>(g), reinterpret_cast<char *>(w));
+            xmlFree(w);
+            xmlFree(g);
+        }
+        xmlFree(want);
+        xmlFree(got);
+        xmlFreeDoc(d);
     }
 }
 
