@@ -6,6 +6,7 @@
 // but without the table walk, and the same document walked with
 // xmlNodeGetContent and strto* alone ("floor"). Items are values (or
 // structures). The trace handle stays NULL, as in a quiet application.
+// Names: codec/<write|read>_<case>/<kavor|floor>.
 //
 //   codec_bench --benchmark_min_time=0.5
 #include <benchmark/benchmark.h>
@@ -24,8 +25,8 @@
 
 namespace {
 
-constexpr int kValues = 1000000;
-constexpr int kStructs = 100000;
+constexpr int kValues = 100000;
+constexpr int kStructs = 20000;
 
 uint64_t g_seed = 0x9E3779B97F4A7C15ULL;
 uint64_t next_random()
@@ -72,13 +73,29 @@ char *digits(char *p, U v)
 }
 
 template <typename T, unsigned Base, bool Upper>
-void floor_write_ints(const T *mem, int count, int per, xmlNode *parent)
+char *put_int_text(char *p, T v)
+{
+    using U = typename std::make_unsigned<T>::type;
+    U m = static_cast<U>(v);
+    if (std::is_signed<T>::value && v < 0) {
+        *p++ = '-';
+        m = static_cast<U>(0u - m);
+    }
+    if (Base == 16) {
+        *p++ = '0';
+        *p++ = 'x';
+    }
+    return digits<U, Base, Upper>(p, m);
+}
+
+template <typename T, unsigned Base, bool Upper>
+void floor_write_ints(const T *mem, int count, int per, xmlNode *parent, const char *name = "v")
 {
     using U = typename std::make_unsigned<T>::type;
     char ctnt[512];
     char idx[12];  // room for any int: the floor makes no checks
     for (int i = 0; i < count;) {
-        xmlNode *e = xmlNewNode(nullptr, BAD_CAST "v");
+        xmlNode *e = xmlNewNode(nullptr, BAD_CAST name);
         if (i != 0) {
             std::snprintf(idx, sizeof idx, "%d", i);
             xmlNewProp(e, BAD_CAST "idx", BAD_CAST idx);
@@ -509,6 +526,463 @@ void struct_read_floor(benchmark::State &st, StructFixture *f)
     st.SetItemsProcessed(st.iterations() * kStructs);
 }
 
+
+// ---- strings, enumerations, counted buffers, lists, variant lists -------------
+
+constexpr int kKindItems = 20000;  // strings, enumerations, list nodes
+constexpr int kBuffers = 100;      // counted buffers ...
+constexpr int kPerBuffer = 1000;   // ... of this many u32 each
+
+// One further kind: its block, its table, and the floor's own walk of the
+// same document. `release` frees what a read allocated (NULL: nothing).
+struct KindCase {
+    const char *name;
+    void (*make)(std::vector<char> &mem);
+    struct pdesc *(*table)();
+    void (*floor_write)(const char *mem, xmlNode *parent);
+    void (*floor_read)(char *mem, xmlNode *parent);
+    void (*codec_release)(char *mem, struct pdesc *table);
+    void (*floor_release)(char *mem);
+    bool (*same)(const char *a, const char *b);
+};
+
+struct Named {
+    char text[32];
+};
+
+struct ListNode {
+    struct znode node;
+    int32_t v;
+    uint32_t w;
+};
+struct ListA {
+    struct znode node;
+    int32_t a;
+};
+struct ListB {
+    struct znode node;
+    uint16_t b[4];
+    char s[12];
+};
+
+struct Cob {
+    uint32_t *buf[kBuffers];
+    int cnt[kBuffers];
+};
+
+struct Lists {
+    zhead_t head;
+};
+
+// strings: an array of structures of one string each, texts that need escaping.
+void make_strings(std::vector<char> &mem)
+{
+    mem.assign(sizeof(Named) * kKindItems, 0);
+    Named *n = reinterpret_cast<Named *>(mem.data());
+    for (int i = 0; i < kKindItems; i++)
+        snprintf(n[i].text, sizeof n[i].text, "n<%d> & \"%d\"", i, i % 13);
+}
+struct pdesc *strings_table()
+{
+    static struct pdesc sub[] = {PX_STRI(Named, text, "text_"), PX_END};
+    static struct pdesc t[] = {{0, 0, kKindItems, PT_STRU, 0, 0, 0, sizeof(Named), "n", sub, 0}, {}};
+    return t;
+}
+void strings_floor_write(const char *mem, xmlNode *parent)
+{
+    const Named *n = reinterpret_cast<const Named *>(mem);
+    for (int i = 0; i < kKindItems; i++) {
+        xmlNode *e = xmlNewNode(nullptr, BAD_CAST "n");
+        char text[sizeof n[i].text];
+        memcpy(text, n[i].text, sizeof text);
+        text[sizeof text - 1] = '\0';
+        text_element(e, "text_", text);
+        xmlAddChild(parent, e);
+    }
+}
+void strings_floor_read(char *mem, xmlNode *parent)
+{
+    Named *n = reinterpret_cast<Named *>(mem);
+    int i = 0;
+    for (xmlNode *e = parent->children; e && i < kKindItems; e = e->next, i++) {
+        xmlChar *c = xmlNodeGetContent(e->children);
+        size_t len = strlen(reinterpret_cast<char *>(c));
+        if (len >= sizeof n[i].text)
+            len = sizeof n[i].text - 1;
+        memcpy(n[i].text, c, len);
+        n[i].text[len] = '\0';
+        xmlFree(c);
+    }
+}
+
+// enumerations: one element per value, named by the table.
+void make_enums(std::vector<char> &mem)
+{
+    mem.assign(sizeof(int) * kKindItems, 0);
+    int *v = reinterpret_cast<int *>(mem.data());
+    for (int i = 0; i < kKindItems; i++)
+        v[i] = static_cast<int>(next_random() % 3);
+}
+struct pdesc *enums_table()
+{
+    static struct pdesc t[] = {{0, 0, kKindItems, PT_ENUM, 0, 0, 0, sizeof(int), "mode", nullptr,
+                                reinterpret_cast<intptr_t>(kModes)}, {}};
+    return t;
+}
+void enums_floor_write(const char *mem, xmlNode *parent)
+{
+    const int *v = reinterpret_cast<const int *>(mem);
+    for (int i = 0; i < kKindItems; i++) {
+        const struct enume *it = kModes;
+        while (it->key && it->value != v[i])
+            it++;
+        text_element(parent, "mode", it->key ? it->key : kModes[0].key);
+    }
+}
+void enums_floor_read(char *mem, xmlNode *parent)
+{
+    int *v = reinterpret_cast<int *>(mem);
+    int i = 0;
+    for (xmlNode *e = parent->children; e && i < kKindItems; e = e->next, i++) {
+        xmlChar *c = xmlNodeGetContent(e);
+        const struct enume *it = kModes;
+        while (it->key && !xmlStrEqual(BAD_CAST it->key, c))
+            it++;
+        if (it->key)
+            v[i] = it->value;
+        xmlFree(c);
+    }
+}
+
+// counted buffers: one "cnt" wrapper per buffer around its value elements.
+void make_cob(std::vector<char> &mem)
+{
+    mem.assign(sizeof(Cob), 0);
+    Cob *c = reinterpret_cast<Cob *>(mem.data());
+    for (int i = 0; i < kBuffers; i++) {
+        c->cnt[i] = kPerBuffer;
+        c->buf[i] = static_cast<uint32_t *>(malloc(sizeof(uint32_t) * kPerBuffer));
+        fill_random(c->buf[i], sizeof(uint32_t) * kPerBuffer);
+    }
+}
+struct pdesc *cob_table()
+{
+    static struct pdesc t[] = {PX_UINT_COB(Cob, buf, cnt, "c"), PX_END};
+    return t;
+}
+void cob_floor_write(const char *mem, xmlNode *parent)
+{
+    const Cob *c = reinterpret_cast<const Cob *>(mem);
+    char cnt[16];
+    for (int i = 0; i < kBuffers; i++) {
+        xmlNode *w = xmlNewNode(nullptr, BAD_CAST "c");
+        char *q = digits<unsigned, 10, false>(cnt, static_cast<unsigned>(c->cnt[i]));
+        *q = '\0';
+        xmlNewProp(w, BAD_CAST "cnt", BAD_CAST cnt);
+        floor_write_ints<uint32_t, 10, false>(c->buf[i], c->cnt[i], 8, w, "c");
+        xmlAddChild(parent, w);
+    }
+}
+void cob_floor_read(char *mem, xmlNode *parent)
+{
+    Cob *c = reinterpret_cast<Cob *>(mem);
+    int i = 0;
+    for (xmlNode *w = parent->children; w && i < kBuffers; w = w->next, i++) {
+        xmlChar *cnt = xmlGetProp(w, BAD_CAST "cnt");
+        int n = atoi(reinterpret_cast<char *>(cnt));
+        xmlFree(cnt);
+        c->cnt[i] = n;
+        c->buf[i] = static_cast<uint32_t *>(calloc(static_cast<size_t>(n), sizeof(uint32_t)));
+        floor_read_numbers<uint32_t>(c->buf[i], n, w);
+    }
+}
+void cob_codec_release(char *mem, struct pdesc *table)
+{
+    param_xml_free(mem, table);
+}
+void cob_floor_release(char *mem)
+{
+    Cob *c = reinterpret_cast<Cob *>(mem);
+    for (int i = 0; i < kBuffers; i++) {
+        free(c->buf[i]);
+        c->buf[i] = nullptr;
+    }
+}
+bool cob_same(const char *a, const char *b)
+{
+    const Cob *x = reinterpret_cast<const Cob *>(a), *y = reinterpret_cast<const Cob *>(b);
+    for (int i = 0; i < kBuffers; i++)
+        if (x->cnt[i] != y->cnt[i] || !x->buf[i] || !y->buf[i] ||
+            memcmp(x->buf[i], y->buf[i], sizeof(uint32_t) * static_cast<size_t>(x->cnt[i])) != 0)
+            return false;
+    return true;
+}
+
+// lists: one outer element, one inner element per node.
+void make_list(std::vector<char> &mem)
+{
+    mem.assign(sizeof(Lists), 0);
+    Lists *l = reinterpret_cast<Lists *>(mem.data());
+    for (int i = 0; i < kKindItems; i++) {
+        ListNode *n = static_cast<ListNode *>(calloc(1, sizeof(ListNode)));
+        n->v = static_cast<int32_t>(next_random());
+        n->w = static_cast<uint32_t>(next_random());
+        zlst_push(&l->head, n);
+    }
+}
+struct pdesc *list_table()
+{
+    static struct pdesc sub[] = {PX_SINT(ListNode, v, "v"), PX_UINT_HEX(ListNode, w, "w"), PX_END};
+    static struct pdesc t[] = {PX_LIST(Lists, head, ListNode, "l", sub), PX_END};
+    return t;
+}
+void int_element(xmlNode *parent, const char *name, int32_t v)
+{
+    char buf[24];
+    *put_int_text<int32_t, 10, false>(buf, v) = '\0';
+    text_element(parent, name, buf);
+}
+void hex_element(xmlNode *parent, const char *name, uint32_t v)
+{
+    char buf[24];
+    *put_int_text<uint32_t, 16, false>(buf, v) = '\0';
+    text_element(parent, name, buf);
+}
+void list_floor_write(const char *mem, xmlNode *parent)
+{
+    const Lists *l = reinterpret_cast<const Lists *>(mem);
+    xmlNode *outer = xmlNewNode(nullptr, BAD_CAST "l");
+    for (struct znode *z = l->head; z; z = z->next) {
+        const ListNode *n = reinterpret_cast<const ListNode *>(z);
+        xmlNode *inner = xmlNewNode(nullptr, BAD_CAST "l");
+        int_element(inner, "v", n->v);
+        hex_element(inner, "w", n->w);
+        xmlAddChild(outer, inner);
+    }
+    xmlAddChild(parent, outer);
+}
+long content_int(xmlNode *e, bool is_signed)
+{
+    xmlChar *c = xmlNodeGetContent(e);
+    long v = is_signed ? static_cast<long>(strtoimax(reinterpret_cast<char *>(c), nullptr, 0))
+                       : static_cast<long>(strtoumax(reinterpret_cast<char *>(c), nullptr, 0));
+    xmlFree(c);
+    return v;
+}
+void list_floor_read(char *mem, xmlNode *parent)
+{
+    Lists *l = reinterpret_cast<Lists *>(mem);
+    for (xmlNode *inner = parent->children->children; inner; inner = inner->next) {
+        ListNode *n = static_cast<ListNode *>(calloc(1, sizeof(ListNode)));
+        xmlNode *f = inner->children;
+        n->v = static_cast<int32_t>(content_int(f, true));
+        n->w = static_cast<uint32_t>(content_int(f->next, false));
+        zlst_push(&l->head, n);
+    }
+}
+void list_release(char *mem, struct pdesc *table)
+{
+    param_xml_free(mem, table);
+}
+void list_floor_release(char *mem)
+{
+    Lists *l = reinterpret_cast<Lists *>(mem);
+    while (void *n = zlst_pop(&l->head))
+        free(n);
+}
+template <typename Node>
+bool list_same_as(const char *a, const char *b)
+{
+    struct znode *x = reinterpret_cast<const Lists *>(a)->head;
+    struct znode *y = reinterpret_cast<const Lists *>(b)->head;
+    for (; x && y; x = x->next, y = y->next)
+        if ((x->name != y->name && strcmp(x->name, y->name) != 0) ||
+            memcmp(reinterpret_cast<char *>(x) + sizeof(struct znode),
+                   reinterpret_cast<char *>(y) + sizeof(struct znode),
+                   sizeof(Node) - sizeof(struct znode)) != 0)
+            return false;
+    return !x && !y;
+}
+
+// variant lists: nodes of two layouts, each inner element with its "typ".
+const char kTypA[] = "a";
+const char kTypB[] = "b";
+struct pdesc *vlst_a_rows()
+{
+    static struct pdesc t[] = {PX_SINT(ListA, a, "a"), PX_END};
+    return t;
+}
+struct pdesc *vlst_b_rows()
+{
+    static struct pdesc t[] = {PX_UINT_ARR(ListB, b, "b"), PX_STRI(ListB, s, "s"), PX_END};
+    return t;
+}
+struct adesc *vlst_alts()
+{
+    static struct adesc t[] = {PX_ADESC(ListB, vlst_b_rows(), kTypB), PX_ADESC(ListA, vlst_a_rows(), kTypA),
+                               PX_ADESC_END};
+    return t;
+}
+void make_vlst(std::vector<char> &mem)
+{
+    mem.assign(sizeof(Lists), 0);
+    Lists *l = reinterpret_cast<Lists *>(mem.data());
+    for (int i = 0; i < kKindItems; i++) {
+        if (i % 2) {
+            ListA *n = static_cast<ListA *>(calloc(1, sizeof(ListB)));
+            n->a = static_cast<int32_t>(next_random());
+            zlst_set_name(n, kTypA);
+            zlst_push(&l->head, n);
+        } else {
+            ListB *n = static_cast<ListB *>(calloc(1, sizeof(ListB)));
+            fill_random(n->b, sizeof n->b);
+            snprintf(n->s, sizeof n->s, "b%d", i);
+            zlst_set_name(n, kTypB);
+            zlst_push(&l->head, n);
+        }
+    }
+}
+struct pdesc *vlst_table()
+{
+    static struct pdesc t[] = {PX_VLST(Lists, head, "x", vlst_alts()), PX_END};
+    return t;
+}
+void vlst_floor_write(const char *mem, xmlNode *parent)
+{
+    const Lists *l = reinterpret_cast<const Lists *>(mem);
+    xmlNode *outer = xmlNewNode(nullptr, BAD_CAST "x");
+    for (struct znode *z = l->head; z; z = z->next) {
+        xmlNode *inner = xmlNewNode(nullptr, BAD_CAST "x");
+        xmlNewProp(inner, BAD_CAST "typ", BAD_CAST z->name);
+        if (strcmp(z->name, kTypA) == 0) {
+            int_element(inner, "a", reinterpret_cast<const ListA *>(z)->a);
+        } else {
+            const ListB *n = reinterpret_cast<const ListB *>(z);
+            floor_write_ints<uint16_t, 10, false>(n->b, 4, 16, inner, "b");
+            char s[sizeof n->s];
+            memcpy(s, n->s, sizeof s);
+            s[sizeof s - 1] = '\0';
+            text_element(inner, "s", s);
+        }
+        xmlAddChild(outer, inner);
+    }
+    xmlAddChild(parent, outer);
+}
+void vlst_floor_read(char *mem, xmlNode *parent)
+{
+    Lists *l = reinterpret_cast<Lists *>(mem);
+    for (xmlNode *inner = parent->children->children; inner; inner = inner->next) {
+        xmlChar *typ = xmlGetProp(inner, BAD_CAST "typ");
+        xmlNode *f = inner->children;
+        if (xmlStrEqual(typ, BAD_CAST kTypA)) {
+            ListA *n = static_cast<ListA *>(calloc(1, sizeof(ListA)));
+            zlst_set_name(n, kTypA);
+            n->a = static_cast<int32_t>(content_int(f, true));
+            zlst_push(&l->head, n);
+        } else {
+            ListB *n = static_cast<ListB *>(calloc(1, sizeof(ListB)));
+            zlst_set_name(n, kTypB);
+            xmlChar *c = xmlNodeGetContent(f);
+            char *p = reinterpret_cast<char *>(c);
+            for (int k = 0; k < 4; k++)
+                n->b[k] = static_cast<uint16_t>(strtoumax(p, &p, 0));
+            xmlFree(c);
+            c = xmlNodeGetContent(f->next);
+            size_t len = strlen(reinterpret_cast<char *>(c));
+            memcpy(n->s, c, len < sizeof n->s ? len + 1 : sizeof n->s);
+            n->s[sizeof n->s - 1] = '\0';
+            xmlFree(c);
+            zlst_push(&l->head, n);
+        }
+        xmlFree(typ);
+    }
+}
+bool vlst_same(const char *a, const char *b)
+{
+    struct znode *x = reinterpret_cast<const Lists *>(a)->head;
+    struct znode *y = reinterpret_cast<const Lists *>(b)->head;
+    for (; x && y; x = x->next, y = y->next) {
+        if (strcmp(x->name, y->name) != 0)
+            return false;
+        size_t n = strcmp(x->name, kTypA) == 0 ? sizeof(ListA) : sizeof(ListB);
+        if (memcmp(reinterpret_cast<char *>(x) + sizeof(struct znode),
+                   reinterpret_cast<char *>(y) + sizeof(struct znode), n - sizeof(struct znode)) != 0)
+            return false;
+    }
+    return !x && !y;
+}
+
+const KindCase kKinds[] = {
+    {"string", make_strings, strings_table, strings_floor_write, strings_floor_read, nullptr, nullptr, nullptr},
+    {"enum", make_enums, enums_table, enums_floor_write, enums_floor_read, nullptr, nullptr, nullptr},
+    {"counted_u32", make_cob, cob_table, cob_floor_write, cob_floor_read, cob_codec_release, cob_floor_release, cob_same},
+    {"list", make_list, list_table, list_floor_write, list_floor_read, list_release, list_floor_release, list_same_as<ListNode>},
+    {"variant_list", make_vlst, vlst_table, vlst_floor_write, vlst_floor_read, list_release, list_floor_release, vlst_same},
+};
+
+struct KindFixture {
+    const KindCase *k;
+    std::vector<char> mem;
+    xmlNode *doc_root = nullptr;
+    explicit KindFixture(const KindCase *kc) : k(kc) {}
+    KindFixture *ready()
+    {
+        if (doc_root)
+            return this;
+        k->make(mem);
+        doc_root = xmlNewNode(nullptr, BAD_CAST "root");
+        param2xml(mem.data(), doc_root, k->table());
+        return this;
+    }
+    bool same(const std::vector<char> &out) const
+    {
+        return k->same ? k->same(out.data(), mem.data()) : out == mem;
+    }
+};
+
+void kind_write(benchmark::State &st, KindFixture *f, bool floor)
+{
+    f->ready();
+    for (auto _ : st) {
+        xmlNode *root = xmlNewNode(nullptr, BAD_CAST "root");
+        if (floor)
+            f->k->floor_write(f->mem.data(), root);
+        else
+            param2xml(f->mem.data(), root, f->k->table());
+        st.PauseTiming();
+        if (!floor && !xmlStrEqual(root->children->name, f->doc_root->children->name))
+            st.SkipWithError("another document");
+        xmlFreeNode(root);
+        st.ResumeTiming();
+    }
+}
+void kind_write_codec(benchmark::State &st, KindFixture *f) { kind_write(st, f, false); }
+void kind_write_floor(benchmark::State &st, KindFixture *f) { kind_write(st, f, true); }
+
+void kind_read(benchmark::State &st, KindFixture *f, bool floor)
+{
+    f->ready();
+    std::vector<char> out(f->mem.size());
+    bool ok = true;
+    for (auto _ : st) {
+        if (floor)
+            f->k->floor_read(out.data(), f->doc_root);
+        else
+            xml2param(out.data(), f->doc_root, f->k->table());
+        st.PauseTiming();
+        ok = ok && f->same(out);
+        if (floor && f->k->floor_release)
+            f->k->floor_release(out.data());
+        else if (!floor && f->k->codec_release)
+            f->k->codec_release(out.data(), f->k->table());
+        st.ResumeTiming();
+    }
+    if (!ok)
+        st.SkipWithError(floor ? "floor read back other values" : "codec read back other values");
+}
+void kind_read_codec(benchmark::State &st, KindFixture *f) { kind_read(st, f, false); }
+void kind_read_floor(benchmark::State &st, KindFixture *f) { kind_read(st, f, true); }
+
 }  // namespace
 
 int main(int argc, char **argv)
@@ -517,16 +991,27 @@ int main(int argc, char **argv)
     for (const ArrayCase &c : array_cases())
         arrays.push_back(new ArrayFixture(c));
     for (ArrayFixture *f : arrays) {
-        benchmark::RegisterBenchmark(("write/" + f->c.name + "/codec").c_str(), write_codec, f)->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark(("write/" + f->c.name + "/floor").c_str(), write_floor, f)->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark(("read/" + f->c.name + "/codec").c_str(), read_codec, f)->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark(("read/" + f->c.name + "/floor").c_str(), read_floor, f)->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("codec/write_" + f->c.name + "/kavor").c_str(), write_codec, f)->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("codec/write_" + f->c.name + "/floor").c_str(), write_floor, f)->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("codec/read_" + f->c.name + "/kavor").c_str(), read_codec, f)->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("codec/read_" + f->c.name + "/floor").c_str(), read_floor, f)->Unit(benchmark::kMillisecond);
     }
     static StructFixture *structs = new StructFixture;
-    benchmark::RegisterBenchmark("write/struct/codec", struct_write_codec, structs)->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark("write/struct/floor", struct_write_floor, structs)->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark("read/struct/codec", struct_read_codec, structs)->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark("read/struct/floor", struct_read_floor, structs)->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("codec/write_struct/kavor", struct_write_codec, structs)->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("codec/write_struct/floor", struct_write_floor, structs)->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("codec/read_struct/kavor", struct_read_codec, structs)->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("codec/read_struct/floor", struct_read_floor, structs)->Unit(benchmark::kMillisecond);
+
+    static std::vector<KindFixture *> kinds;
+    for (const KindCase &k : kKinds)
+        kinds.push_back(new KindFixture(&k));
+    for (KindFixture *f : kinds) {
+        std::string n = f->k->name;
+        benchmark::RegisterBenchmark(("codec/write_" + n + "/kavor").c_str(), kind_write_codec, f)->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("codec/write_" + n + "/floor").c_str(), kind_write_floor, f)->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("codec/read_" + n + "/kavor").c_str(), kind_read_codec, f)->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("codec/read_" + n + "/floor").c_str(), kind_read_floor, f)->Unit(benchmark::kMillisecond);
+    }
 
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))

@@ -1,0 +1,148 @@
+#!/usr/bin/env python3
+"""Turns the JSON output of the benchmarks into the suite's Markdown table.
+
+Names are <group>/<figure>/<role>[/...]: role "kavor" is the library's
+figure, "floor" what libxml2 alone needs for the same document, any other
+role a peer (or, for scale/, the size). Times are medians of the
+repetitions: CPU time, except for figures timed by hand (wall time).
+"""
+import json
+import sys
+
+TARGETS = {"codec": 1.25, "road": None}
+FILE_TARGETS = {"save": 1.15, "load": 1.10}
+
+
+def load(paths):
+    runs, context = {}, {}
+    for p in paths:
+        with open(p) as f:
+            data = json.load(f)
+        context.update(data.get("context", {}))
+        for b in data["benchmarks"]:
+            agg = b.get("aggregate_name")
+            if agg not in (None, "median"):
+                continue
+            segs = b["run_name"].split("/")
+            if len(segs) < 3:
+                continue
+            key = (segs[0], segs[1], segs[2])
+            if agg is None and key in runs and runs[key].get("aggregate_name") == "median":
+                continue
+            runs[key] = b
+    return runs, context
+
+
+def micros(b):
+    if "value" in b:
+        return b["value"]
+    manual = "manual_time" in b["name"] or "real_time" in b["name"]
+    t = b["real_time"] if manual else b["cpu_time"]
+    scale = {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}[b["time_unit"]]
+    return t * scale
+
+
+def fmt(v):
+    return f"{v:,.0f}" if v >= 100 else f"{v:.2f}" if v < 10 else f"{v:.1f}"
+
+
+def main():
+    runs, context = load(sys.argv[1:])
+    out = []
+    host = context.get("host_name", "?")
+    out.append(f"Machine: {host}, {context.get('num_cpus', '?')} CPUs at "
+               f"{context.get('mhz_per_cpu', '?')} MHz; medians of repetitions.\n")
+
+    def section(title, header):
+        out.append(f"\n### {title}\n")
+        out.append("| " + " | ".join(header) + " |")
+        out.append("|" + "---|" * len(header))
+
+    misses = []
+
+    def pairs(group, title, unit, target_of):
+        figs = sorted({k[1] for k in runs if k[0] == group})
+        if not figs:
+            return
+        section(title, ["figure", f"kavor ({unit})", f"floor ({unit})", "ratio", "target"])
+        for fig in figs:
+            k, f = runs.get((group, fig, "kavor")), runs.get((group, fig, "floor"))
+            if not k or not f:
+                continue
+            if k.get("error_occurred") or f.get("error_occurred"):
+                out.append(f"| {fig} | error | error | | |")
+                misses.append(f"{group}/{fig}: error")
+                continue
+            kv, fv = micros(k), micros(f)
+            ratio = kv / fv if fv else float("inf")
+            target = target_of(fig)
+            mark = "" if target is None else (f"<= {target:.2f}" + ("" if ratio <= target else " **missed**"))
+            if target is not None and ratio > target:
+                misses.append(f"{group}/{fig}: {ratio:.2f}x (target {target:.2f}x)")
+            out.append(f"| {fig} | {fmt(kv)} | {fmt(fv)} | {ratio:.2f} | {mark} |")
+
+    pairs("codec", "Codec per kind (time per call)", "µs", lambda fig: 1.25)
+    pairs("file", "Whole files of the device block", "µs",
+          lambda fig: FILE_TARGETS["save" if fig.startswith("save") else "load"])
+    pairs("road", "Save road: sweep start to file in place", "µs", lambda fig: None)
+    pairs("memory", "Peak resident growth", "KiB", lambda fig: 2.0)
+
+    peers = sorted({k[2] for k in runs if k[0] == "peer"} - {"kavor_plain", "kavor_gzip"})
+    if any(k[0] == "peer" for k in runs):
+        section("Peers: the device block to a file and back", ["figure", "kavor plain (µs)",
+                "kavor gzip (µs)", "peer (µs)", "peer / kavor plain"])
+        for op in ("save", "load"):
+            kp, kg = runs.get(("peer", op, "kavor_plain")), runs.get(("peer", op, "kavor_gzip"))
+            for who in peers:
+                p = runs.get(("peer", op, who))
+                if not p or not kp or not kg:
+                    continue
+                if p.get("error_occurred"):
+                    out.append(f"| {op} {who} | | | error | |")
+                    continue
+                r = micros(p) / micros(kp)
+                if r < 1.0:
+                    misses.append(f"peer {op} {who}: kavor plain {micros(kp):.0f} µs, {who} {micros(p):.0f} µs")
+                out.append(f"| {op} {who} | {fmt(micros(kp))} | {fmt(micros(kg))} | {fmt(micros(p))} | {r:.2f} |")
+        missing = [k[len("peer_missing_"):] for k in context if k.startswith("peer_missing_")]
+        if missing:
+            out.append(f"\nPeers skipped (package not found): {', '.join(missing)}.")
+
+    scales = sorted({k[1] for k in runs if k[0] == "scale"})
+    if scales:
+        section("Scaling: time per value, largest size against 10,000",
+                ["figure", "largest (ns/value)", "at 10,000 (ns/value)", "ratio", "target"])
+        for fig in scales:
+            sizes = sorted(int(k[2]) for k in runs if k[0] == "scale" and k[1] == fig)
+            if 10000 not in sizes:
+                continue
+            big = sizes[-1]
+            pv = lambda n: micros(runs[("scale", fig, str(n))]) * 1000.0 / n
+            r = pv(big) / pv(10000)
+            if r > 1.3:
+                misses.append(f"scale/{fig}: {r:.2f}x (target 1.30x)")
+            out.append(f"| {fig} {big:,} | {fmt(pv(big))} | {fmt(pv(10000))} | {r:.2f} | <= 1.30"
+                       + ("" if r <= 1.3 else " **missed**") + " |")
+
+    mgr = {k[1]: runs[k] for k in runs if k[0] == "manager"}
+    if mgr:
+        section("Manager", ["figure", "kavor", "target"])
+        checks = {
+            "idle_1000_files_cpu_pct": ("% of one core", lambda v: v < 0.1, "< 0.1 %"),
+            "burst_10000_requests_100_files_writes": ("writes", lambda v: v == 100, "exactly 100 (one per file)"),
+            "register_10000_files_ms": ("ms", lambda v: v < 1000, "well under 1,000 ms"),
+        }
+        for fig, b in sorted(mgr.items()):
+            unit, ok, text = checks.get(fig, ("", lambda v: True, ""))
+            v = b.get("value", micros(b))
+            if not ok(v):
+                misses.append(f"manager/{fig}: {v}")
+            out.append(f"| {fig} | {v:.3g} {unit} | {text}" + ("" if ok(v) else " **missed**") + " |")
+
+    out.append("\n### Targets missed\n")
+    out.extend(f"- {m}" for m in misses) if misses else out.append("None.")
+    print("\n".join(out))
+
+
+if __name__ == "__main__":
+    main()
