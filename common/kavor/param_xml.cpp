@@ -307,7 +307,12 @@ const char *xml_text(const char *text, const char *func, const char *name, char 
     if (!text)
         return nullptr;
     const unsigned char *in = reinterpret_cast<const unsigned char *>(text);
-    int bad = bad_bytes(in);
+    const unsigned char *p = in;  // printable ASCII, the common case, needs no decoding
+    while (*p >= 0x20 && *p < 0x80)
+        p++;
+    if (*p == 0)
+        return text;
+    int bad = bad_bytes(p);
     if (bad == 0)
         return text;
     KV_LOGF(func, 5, "%s: %s has %d bytes that XML can't hold, each written as '?'", func,
