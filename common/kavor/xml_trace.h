@@ -15,8 +15,13 @@ extern vorn_trace_handle param_xml_trace_h;
 }
 #endif
 
-#define KV_LOGF(fname, level, ...) \
-    vorn_trace_log(param_xml_trace_h, __FILE__, (fname), __LINE__, (level), __VA_ARGS__)
+// Without a handle every record is dropped; testing the handle here spares
+// the call and its arguments on the per-element paths of a quiet codec.
+#define KV_LOGF(fname, level, ...)                                                          \
+    do {                                                                                    \
+        if (param_xml_trace_h)                                                              \
+            vorn_trace_log(param_xml_trace_h, __FILE__, (fname), __LINE__, (level), __VA_ARGS__); \
+    } while (0)
 #define KV_LOG(level, ...) KV_LOGF(__func__, (level), __VA_ARGS__)
 
 #endif
