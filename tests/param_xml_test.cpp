@@ -274,7 +274,7 @@ void fill_leaf(Leaf &l, int k)
     l.u2[0] = static_cast<uint16_t>(0xBEEF + k);
     l.u2[1] = 0;
     l.d = -1234.5 * k;
-    std::snprintf(l.label, sizeof l.label, "leaf%d", k);
+    std::snprintf(l.label, sizeof l.label, "leaf%u", static_cast<unsigned>(k) % 1000u);
 }
 
 void fill_mid(Mid &m, int k, int32_t *buf)
