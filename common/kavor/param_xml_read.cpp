@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "param_xml_number.h"
 #include "param_xml_private.h"
 #include "xml_trace.h"
 
@@ -66,11 +67,7 @@ void parse_ints(const char *ctnt, char *mem, int count, int *idx, const char *fu
     const bool traced = vorn_trace_enabled(param_xml_trace_h, 8);  // once per element
     while (*idx < count) {
         char *endp;
-        T data;
-        if (std::is_signed<T>::value)
-            data = static_cast<T>(std::strtoimax(p, &endp, 0));
-        else
-            data = static_cast<T>(std::strtoumax(p, &endp, 0));
+        T data = static_cast<T>(param_xml_number::parse<std::is_signed<T>::value>(p, &endp));
         if (endp == p)
             break;
         if (traced)
