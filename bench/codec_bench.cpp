@@ -21,6 +21,7 @@
 
 #include <libxml/tree.h>
 
+#include "bench_util.h"
 #include "param_xml.h"
 
 namespace {
@@ -987,6 +988,7 @@ void kind_read_floor(benchmark::State &st, KindFixture *f) { kind_read(st, f, tr
 
 int main(int argc, char **argv)
 {
+    bench::keep_heap();
     static std::vector<ArrayFixture *> arrays;
     for (const ArrayCase &c : array_cases())
         arrays.push_back(new ArrayFixture(c));

@@ -103,6 +103,7 @@ void load_floor(benchmark::State &st, bool gz)
 
 int main(int argc, char **argv)
 {
+    bench::keep_heap();
     for (int gz = 0; gz < 2; gz++) {
         std::string form = gz ? "gzip" : "plain";
         benchmark::RegisterBenchmark(("file/save_" + form + "/kavor").c_str(), save_kavor, gz != 0)

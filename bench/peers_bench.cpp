@@ -281,6 +281,7 @@ void run_load(benchmark::State &st, const Peer *p)
 
 int main(int argc, char **argv)
 {
+    bench::keep_heap();
     g_dir = bench::scratch_dir();
     for (const Peer &p : kPeers) {
         benchmark::RegisterBenchmark((std::string("peer/save/") + p.name).c_str(), run_save, &p)
