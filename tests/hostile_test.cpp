@@ -479,4 +479,68 @@ TEST(ReaderText, ContentIsJoinedAsLibxml2JoinsIt)
     }
 }
 
+// ---- the same limits in this process ------------------------------------------
+
+TEST(LoadLimits, ADoctypeIsRefusedAndTheBackupLoadsInProcess)
+{
+    TempDir dir;
+    write_file(dir.file("secret.txt"), std::string(kSecret) + "\n");
+    write_file(dir.file("cfg.xml.bak"), doc("<label>backup</label>"));
+    write_file(dir.file("cfg.xml"),
+               doc("<label>&x;</label>", "<!DOCTYPE cfg [<!ENTITY x SYSTEM \"file://" +
+                                             dir.file("secret.txt") + "\">]>\n"));
+    static fuzz::RichBlock b;
+    fuzz::reset(&b);
+    BareManager mgr;
+    kavor_file_rgst_t r;
+    memset(&r, 0, sizeof r);
+    snprintf(r.filename, sizeof r.filename, "%s", dir.file("cfg").c_str());
+    snprintf(r.node_name, sizeof r.node_name, "dev");
+    r.param_desc = fx_table;
+    r.mem = &b.all;
+    r.ugz = 1;
+    xml_file_hdl h = kavor_register(mgr.get(), &r);
+    ASSERT_NE(h, nullptr);
+    TraceCapture cap(5);
+    EXPECT_EQ(kavor_load_one(h), 0);
+    EXPECT_STREQ(b.all.label, "backup");
+    EXPECT_FALSE(block_has_secret(b));
+    EXPECT_TRUE(cap.has(4, "xmlParseParamFile",
+                        dir.file("cfg.xml") + " has a document type declaration, refused!"))
+        << cap.dump();
+    // One-shot: no fall-back, so -1 and the block as it was.
+    fuzz::reset(&b);
+    EXPECT_EQ(kavor_file2param(&r), -1);
+    EXPECT_STREQ(b.all.label, "");
+}
+
+TEST(LoadLimits, TheReaderCountsEveryBufferAndNodeAgainstItsLimit)
+{
+    // In document order: 16 bytes, one node, then nothing more fits.
+    const std::string text = "<dev><sbuf cnt=\"4\"><sbuf>1 2 3 4</sbuf></sbuf>"
+                             "<chain><chain><weight>1</weight></chain><chain/></chain>"
+                             "<sbuf cnt=\"1\"><sbuf>5</sbuf></sbuf></dev>";
+    xmlDocPtr d = xmlReadMemory(text.data(), (int)text.size(), "l.xml", nullptr, 0);
+    ASSERT_NE(d, nullptr);
+    static fuzz::RichBlock b;
+    fuzz::reset(&b);
+    TraceCapture cap(4);
+    size_t before = param_xml_read_limit(4 * sizeof(int32_t) + sizeof(struct fx_node));
+    xml2param(&b.all, xmlDocGetRootElement(d), fx_table);
+    param_xml_read_limit(before);
+    ASSERT_NE(b.all.sbuf[0], nullptr);
+    EXPECT_EQ(b.all.sbuf_n[0], 4);
+    EXPECT_EQ(b.all.sbuf[0][3], 4);
+    EXPECT_EQ(b.all.sbuf[1], nullptr) << "the second buffer is over the limit";
+    EXPECT_EQ(b.all.sbuf_n[1], 0);
+    ASSERT_NE(b.all.chain, nullptr);
+    EXPECT_EQ(b.all.chain->next, nullptr) << "the second node is over the limit";
+    EXPECT_TRUE(cap.has(4, "xml2sint", "xml2sint: sbuf count of buffer(1) over the reader's limit"))
+        << cap.dump();
+    EXPECT_TRUE(cap.has(4, "xml2list", "xml2list: chain node over the reader's limit")) << cap.dump();
+    EXPECT_EQ(cap.count_at_most(4), 2u) << cap.dump();
+    param_xml_free(&b.all, fx_table);
+    xmlFreeDoc(d);
+}
+
 }  // namespace
