@@ -65,15 +65,15 @@ bool whole(const Blk &b)
 }
 
 // File k of manager m: plain, compressed, or through a virtual file.
-struct FileSpec {
+struct FileDef {
     std::string path;
     int32_t ugz;
     std::string virt;
 };
 
-FileSpec spec(const std::string &dir, int m, int k)
+FileDef file_def(const std::string &dir, int m, int k)
 {
-    FileSpec s;
+    FileDef s;
     s.path = dir + "/m" + std::to_string(m) + "/f" + std::to_string(k);
     s.ugz = k % 2;
     if (k % 4 == 3)
@@ -81,7 +81,7 @@ FileSpec spec(const std::string &dir, int m, int k)
     return s;
 }
 
-kavor_file_rgst_t request(const FileSpec &s, const char *node, Blk *mem, bool with_virt)
+kavor_file_rgst_t request(const FileDef &s, const char *node, Blk *mem, bool with_virt)
 {
     kavor_file_rgst_t r;
     memset(&r, 0, sizeof r);
@@ -96,7 +96,7 @@ kavor_file_rgst_t request(const FileSpec &s, const char *node, Blk *mem, bool wi
 }
 
 struct Live {
-    FileSpec s;
+    FileDef s;
     Blk a, b;                 // two nodes of one file
     xml_file_hdl ha, hb;
     int32_t gen;              // the generation in memory
@@ -169,7 +169,7 @@ int run(const std::string &dir, unsigned seed)
         mgrs.push_back(h);
         for (int k = 0; k < kFilesPerManager; k++) {
             Live *f = new Live();
-            f->s = spec(dir, m, k);
+            f->s = file_def(dir, m, k);
             kavor_file_rgst_t ra = request(f->s, "a", &f->a, true);
             kavor_file_rgst_t rb = request(f->s, "b", &f->b, true);
             f->ha = kavor_register(h, &ra);
@@ -198,9 +198,9 @@ int run(const std::string &dir, unsigned seed)
     }
 }
 
-int32_t load_file(const FileSpec &s, Blk *a, Blk *b, const std::string &scratch, bool from_bak)
+int32_t load_file(const FileDef &s, Blk *a, Blk *b, const std::string &scratch, bool from_bak)
 {
-    FileSpec t = s;
+    FileDef t = s;
     if (from_bak) {
         std::string suffix = s.ugz ? ".xml" : ".xml.gz";
         std::string bak = s.path + (s.ugz ? ".xml.bak" : ".xml.bak.gz");
@@ -242,7 +242,7 @@ int check(const std::string &dir, const std::string &scratch)
     int checked = 0, recovered = 0, lost = 0, bad = 0;
     for (int m = 0; m < kManagers; m++) {
         for (int k = 0; k < kFilesPerManager; k++) {
-            FileSpec s = spec(dir, m, k);
+            FileDef s = file_def(dir, m, k);
             int32_t want = durable.count(s.path) ? durable[s.path] : 0;
             Blk a, b;
             int32_t r = load_file(s, &a, &b, scratch, false);
