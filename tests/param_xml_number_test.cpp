@@ -1,17 +1,21 @@
-// The reader's integer conversion: value, end position and the bits stored
-// for each width must equal strtoimax / strtoumax with base 0 for every
-// text, the forms computed inline and those left to the C library alike.
+// Number texts: the reader's integer conversion (value, end position and
+// the bits stored for each width equal strtoimax / strtoumax with base 0 for
+// every text, the forms computed inline and those left to the C library
+// alike) and the writer's index and count texts (equal to "%d", cut the same
+// way and refused when they don't fit).
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "param_xml_number.h"
+#include "param_xml_private.h"
 
 namespace {
 
@@ -87,6 +91,22 @@ TEST(ParseNumber, StoredBitsOfEachWidthEqualTheLibrary)
         EXPECT_EQ(static_cast<int64_t>(s), static_cast<int64_t>(std::strtoimax(t, &e, 0))) << t;
         EXPECT_EQ(static_cast<uint8_t>(u), static_cast<uint8_t>(std::strtoumax(t, &e, 0))) << t;
         EXPECT_EQ(static_cast<uint32_t>(u), static_cast<uint32_t>(std::strtoumax(t, &e, 0))) << t;
+    }
+}
+
+TEST(NumberText, EqualsPrintfAndRefusesWhatDoesNotFit)
+{
+    const int values[] = {0, 1, 9, 10, 99, 12345, 99999999, 100000000, 999999999, 1000000000,
+                          2147483647, -1, -9, -10, -99999999, -100000000, -999999999,
+                          -2147483647 - 1};
+    for (int v : values) {
+        char want[kNumTextLen];
+        int n = std::snprintf(want, sizeof want, "%d", v);
+        char got[kNumTextLen];
+        std::memset(got, 'x', sizeof got);
+        bool fits = number_text(got, v);
+        EXPECT_EQ(fits, n > 0 && static_cast<size_t>(n) < kNumTextLen) << v;
+        EXPECT_STREQ(got, want) << v;
     }
 }
 

@@ -171,8 +171,21 @@ bool take_index(xmlNode *xnode, const char *func, const char *text, const char *
 
 bool number_text(char *buf, int v)
 {
-    int n = std::snprintf(buf, kNumTextLen, "%d", v);
-    return n > 0 && static_cast<size_t>(n) < kNumTextLen;
+    // "%d" by hand: one call per element would otherwise go through printf
+    char text[16];
+    size_t n = 0;
+    unsigned mag = v < 0 ? 0u - static_cast<unsigned>(v) : static_cast<unsigned>(v);
+    do {
+        text[n++] = static_cast<char>('0' + mag % 10);
+        mag /= 10;
+    } while (mag != 0);
+    if (v < 0)
+        text[n++] = '-';
+    size_t kept = n < kNumTextLen ? n : kNumTextLen - 1;  // cut as snprintf cuts
+    for (size_t i = 0; i < kept; i++)
+        buf[i] = text[n - 1 - i];
+    buf[kept] = '\0';
+    return n < kNumTextLen;
 }
 
 xmlNode *new_element(const char *name)
