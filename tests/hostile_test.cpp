@@ -33,6 +33,7 @@
 #include "param_xml_private.h"
 #include "bare_manager.h"
 #include "kavor_private.h"
+#include "request.h"
 #include "test_util.h"
 #include "trace_capture.h"
 
@@ -177,13 +178,7 @@ private:
         int32_t ret;
         {
             BareManager mgr;
-            kavor_file_rgst_t r;
-            memset(&r, 0, sizeof r);
-            snprintf(r.filename, sizeof r.filename, "%s", dir_.file("cfg").c_str());
-            snprintf(r.node_name, sizeof r.node_name, "dev");
-            r.param_desc = fx_table;
-            r.mem = &b.all;
-            r.ugz = 1;
+            kavor_file_rgst_t r = make_request(dir_.file("cfg"), "dev", fx_table, &b.all, 1);
             xml_file_hdl h = kavor_register(mgr.get(), &r);
             ret = h != nullptr ? kavor_load_one(h) : -2;
         }
@@ -386,13 +381,7 @@ TEST(WriterText, TextXmlCantHoldIsWrittenAsQuestionMarksAndTheFileLoadsStrictly)
         memset(&t, 0, sizeof t);
         memcpy(t.s, c.in.data(), c.in.size());
         strcpy(t.plain, "neighbour");
-        kavor_file_rgst_t r;
-        memset(&r, 0, sizeof r);
-        snprintf(r.filename, sizeof r.filename, "%s", dir.file("txt").c_str());
-        snprintf(r.node_name, sizeof r.node_name, "n");
-        r.param_desc = g_texts_table;
-        r.mem = &t;
-        r.ugz = 1;
+        kavor_file_rgst_t r = make_request(dir.file("txt"), "n", g_texts_table, &t, 1);
         TraceCapture cap(5);
         ASSERT_EQ(kavor_param2file(&r), 0);
         EXPECT_EQ(std::string(t.s), c.in) << "the block keeps its bytes";
@@ -492,13 +481,7 @@ TEST(LoadLimits, ADoctypeIsRefusedAndTheBackupLoadsInProcess)
     static fuzz::RichBlock b;
     fuzz::reset(&b);
     BareManager mgr;
-    kavor_file_rgst_t r;
-    memset(&r, 0, sizeof r);
-    snprintf(r.filename, sizeof r.filename, "%s", dir.file("cfg").c_str());
-    snprintf(r.node_name, sizeof r.node_name, "dev");
-    r.param_desc = fx_table;
-    r.mem = &b.all;
-    r.ugz = 1;
+    kavor_file_rgst_t r = make_request(dir.file("cfg"), "dev", fx_table, &b.all, 1);
     xml_file_hdl h = kavor_register(mgr.get(), &r);
     ASSERT_NE(h, nullptr);
     TraceCapture cap(5);

@@ -20,6 +20,7 @@
 
 #include "bare_manager.h"
 #include "kavor_private.h"
+#include "request.h"
 #include "test_util.h"
 #include "trace_capture.h"
 #include "vn_mem_hook.h"
@@ -41,14 +42,7 @@ pdesc g_empty[] = {{0, 0, 0, 0, 0, 0, 0, 0, nullptr, nullptr, 0}};
 kavor_file_rgst_t request(const std::string &file, const char *node, void *mem, pdesc *desc,
                           int32_t ugz)
 {
-    kavor_file_rgst_t r;
-    memset(&r, 0, sizeof(r));
-    strncpy(r.filename, file.c_str(), sizeof(r.filename) - 1);
-    strncpy(r.node_name, node, sizeof(r.node_name) - 1);
-    r.mem = mem;
-    r.param_desc = desc;
-    r.ugz = ugz;
-    return r;
+    return make_request(file, node, desc, mem, ugz);
 }
 
 std::string gunzip(const std::string &path)

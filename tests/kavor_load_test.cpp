@@ -12,6 +12,7 @@
 
 #include "bare_manager.h"
 #include "kavor_private.h"
+#include "request.h"
 #include "test_util.h"
 #include "trace_capture.h"
 #include "vn_mem_hook.h"
@@ -58,14 +59,7 @@ bool write_gz(const std::string &path, const std::string &content)
 kavor_file_rgst_t request(const std::string &file, const char *node, void *mem, pdesc *desc,
                           int32_t ugz = 1)
 {
-    kavor_file_rgst_t r;
-    memset(&r, 0, sizeof(r));
-    strncpy(r.filename, file.c_str(), sizeof(r.filename) - 1);
-    strncpy(r.node_name, node, sizeof(r.node_name) - 1);
-    r.mem = mem;
-    r.param_desc = desc;
-    r.ugz = ugz;
-    return r;
+    return make_request(file, node, desc, mem, ugz);
 }
 
 class KavorLoad : public ::testing::Test {

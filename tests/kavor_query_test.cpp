@@ -11,6 +11,7 @@
 
 #include "bare_manager.h"
 #include "kavor_private.h"
+#include "request.h"
 #include "test_util.h"
 #include "trace_capture.h"
 
@@ -19,13 +20,7 @@ namespace {
 kavor_file_rgst_t request(const std::string &file, const char *node, int32_t ugz = 1,
                           const std::string &virt = "")
 {
-    kavor_file_rgst_t r;
-    memset(&r, 0, sizeof(r));
-    strncpy(r.filename, file.c_str(), sizeof(r.filename) - 1);
-    strncpy(r.node_name, node, sizeof(r.node_name) - 1);
-    strncpy(r.virtfile, virt.c_str(), sizeof(r.virtfile) - 1);
-    r.ugz = ugz;
-    return r;
+    return make_request(file, node, nullptr, nullptr, ugz, virt);
 }
 
 class KavorQuery : public ::testing::Test {

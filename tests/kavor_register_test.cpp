@@ -13,6 +13,7 @@
 
 #include "bare_manager.h"
 #include "kavor_private.h"
+#include "request.h"
 #include "trace_capture.h"
 #include "vn_mem_hook.h"
 
@@ -21,14 +22,7 @@ namespace {
 kavor_file_rgst_t request(const std::string &file, const char *node, int32_t ugz = 0,
                           const std::string &virt = "", void *mem = nullptr)
 {
-    kavor_file_rgst_t r;
-    memset(&r, 0, sizeof(r));
-    strncpy(r.filename, file.c_str(), sizeof(r.filename) - 1);
-    strncpy(r.node_name, node, sizeof(r.node_name) - 1);
-    strncpy(r.virtfile, virt.c_str(), sizeof(r.virtfile) - 1);
-    r.ugz = ugz;
-    r.mem = mem;
-    return r;
+    return make_request(file, node, nullptr, mem, ugz, virt);
 }
 
 size_t file_count(kavor_hdl m)

@@ -30,6 +30,7 @@
 
 #include "bare_manager.h"
 #include "kavor_private.h"
+#include "request.h"
 #include "test_util.h"
 
 namespace kvtest {
@@ -75,15 +76,7 @@ inline int32_t whole_gen(const Blk &b)
 inline kavor_file_rgst_t request(const std::string &file, const char *node, int32_t ugz,
                                  const std::string &virt, void *mem)
 {
-    kavor_file_rgst_t r;
-    memset(&r, 0, sizeof(r));
-    strncpy(r.filename, file.c_str(), sizeof(r.filename) - 1);
-    strncpy(r.node_name, node, sizeof(r.node_name) - 1);
-    strncpy(r.virtfile, virt.c_str(), sizeof(r.virtfile) - 1);
-    r.ugz = ugz;
-    r.mem = mem;
-    r.param_desc = blk_table();
-    return r;
+    return make_request(file, node, blk_table(), mem, ugz, virt);
 }
 
 inline xml_file_hdl reg(kavor_hdl h, const std::string &file, const char *node, Blk *mem,

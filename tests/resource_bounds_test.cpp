@@ -19,6 +19,7 @@
 #include <zlib.h>
 
 #include "kavor_save_fixture.h"
+#include "request.h"
 #include "trace_capture.h"
 #include "vn_mem.h"
 #include "vn_mem_hook.h"
@@ -132,14 +133,7 @@ std::string text_of(RBlk *b)
 
 kavor_file_rgst_t request(const std::string &path, RBlk *b, const char *node = "dev")
 {
-    kavor_file_rgst_t r;
-    memset(&r, 0, sizeof r);
-    snprintf(r.filename, sizeof r.filename, "%s", path.c_str());
-    snprintf(r.node_name, sizeof r.node_name, "%s", node);
-    r.param_desc = r_table;
-    r.mem = b;
-    r.ugz = 0;
-    return r;
+    return make_request(path, node, r_table, b, 0);
 }
 
 // ---- libxml2's allocator, failing on demand -----------------------------------
