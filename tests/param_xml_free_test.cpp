@@ -13,6 +13,7 @@
 #include <libxml/xmlmemory.h>
 
 #include "param_xml.h"
+#include "pdesc_row.h"
 #include "trace_capture.h"
 
 namespace {
@@ -64,17 +65,6 @@ private:
 };
 long XmlLive::live_;
 
-struct pdesc row(int type, const char *name, int count, size_t size, size_t offset)
-{
-    struct pdesc r = {};
-    r.type = type;
-    r.name = name;
-    r.count = count;
-    r.size = size;
-    r.offset = offset;
-    return r;
-}
-
 // A counted structure row whose structures hold counted buffers and lists,
 // whose nodes hold counted buffers again.
 struct Node {
@@ -83,7 +73,7 @@ struct Node {
     int valn[2];
 };
 struct pdesc kNodeRows[] = {
-    [] { struct pdesc r = row(PT_SINT | PT_F_COB, "v", 2, 2, offsetof(Node, vals)); r.boffset = offsetof(Node, valn); return r; }(),
+    [] { struct pdesc r = row_of(PT_SINT | PT_F_COB, "v", 2, 2, offsetof(Node, vals)); r.boffset = offsetof(Node, valn); return r; }(),
     {}};
 struct adesc kAlts[] = {{sizeof(Node), kNodeRows, "n"}, {0, nullptr, nullptr}};
 
@@ -94,9 +84,9 @@ struct Inner {
     zhead_t vlist[1];
 };
 struct pdesc kInnerRows[] = {
-    [] { struct pdesc r = row(PT_FLOT | PT_F_COB, "b", 2, 8, offsetof(Inner, buf)); r.boffset = offsetof(Inner, bufn); return r; }(),
-    [] { struct pdesc r = row(PT_LIST, "l", 1, sizeof(Node), offsetof(Inner, list)); r.pdesc = kNodeRows; return r; }(),
-    [] { struct pdesc r = row(PT_VLST, "vl", 1, 0, offsetof(Inner, vlist)); r.aux = reinterpret_cast<intptr_t>(kAlts); return r; }(),
+    [] { struct pdesc r = row_of(PT_FLOT | PT_F_COB, "b", 2, 8, offsetof(Inner, buf)); r.boffset = offsetof(Inner, bufn); return r; }(),
+    [] { struct pdesc r = row_of(PT_LIST, "l", 1, sizeof(Node), offsetof(Inner, list)); r.pdesc = kNodeRows; return r; }(),
+    [] { struct pdesc r = row_of(PT_VLST, "vl", 1, 0, offsetof(Inner, vlist)); r.aux = reinterpret_cast<intptr_t>(kAlts); return r; }(),
     {}};
 
 struct Outer {
@@ -107,10 +97,10 @@ struct Outer {
     char name[8];
 };
 struct pdesc kOuterRows[] = {
-    [] { struct pdesc r = row(PT_STRU | PT_F_COB, "cs", 2, sizeof(Inner), offsetof(Outer, cs)); r.boffset = offsetof(Outer, csn); r.pdesc = kInnerRows; return r; }(),
-    [] { struct pdesc r = row(PT_STRUM, "far", 1, sizeof(Inner), offsetof(Outer, far)); r.pdesc = kInnerRows; return r; }(),
-    [] { struct pdesc r = row(PT_STRU, "here", 1, sizeof(Inner), offsetof(Outer, here)); r.pdesc = kInnerRows; return r; }(),
-    row(PT_STRI, "name", 8, 8, offsetof(Outer, name)),
+    [] { struct pdesc r = row_of(PT_STRU | PT_F_COB, "cs", 2, sizeof(Inner), offsetof(Outer, cs)); r.boffset = offsetof(Outer, csn); r.pdesc = kInnerRows; return r; }(),
+    [] { struct pdesc r = row_of(PT_STRUM, "far", 1, sizeof(Inner), offsetof(Outer, far)); r.pdesc = kInnerRows; return r; }(),
+    [] { struct pdesc r = row_of(PT_STRU, "here", 1, sizeof(Inner), offsetof(Outer, here)); r.pdesc = kInnerRows; return r; }(),
+    row_of(PT_STRI, "name", 8, 8, offsetof(Outer, name)),
     {}};
 
 const char kInnerDoc[] =
@@ -178,7 +168,7 @@ TEST(ParamXmlFree, NullPointersUnknownTypesAndBadRowsAreSafe)
     param_xml_free(&in, kInnerRows);
     EXPECT_EQ(nullptr, in.vlist[0]);
 
-    struct pdesc bad[] = {row(0xC000, "odd", 1, 4, 0), {}};
+    struct pdesc bad[] = {row_of(0xC000, "odd", 1, 4, 0), {}};
     TraceCapture cap(8);
     param_xml_free(&in, bad);
     EXPECT_TRUE(cap.has(4, "param_xml_free", "param_xml_free: odd bad type(0xC000)")) << cap.dump();

@@ -14,6 +14,7 @@
 #include <libxml/parser.h>
 
 #include "param_xml.h"
+#include "pdesc_row.h"
 #include "param_xml_private.h"
 #include "test_util.h"
 #include "trace_capture.h"
@@ -31,17 +32,6 @@ struct Doc {
     ~Doc() { xmlFreeDoc(doc); }
     xmlNode *root() const { return xmlDocGetRootElement(doc); }
 };
-
-struct pdesc row_of(int type, const char *name, int count, size_t size, size_t offset = 0)
-{
-    struct pdesc r = {};
-    r.type = type;
-    r.name = name;
-    r.count = count;
-    r.size = size;
-    r.offset = offset;
-    return r;
-}
 
 // Reads `children` through a one-row table; returns the row after the read.
 struct pdesc read_row(void *mem, struct pdesc row, const std::string &children)

@@ -16,6 +16,7 @@
 #include <libxml/xmlmemory.h>
 
 #include "param_xml.h"
+#include "pdesc_row.h"
 #include "test_util.h"
 #include "trace_capture.h"
 
@@ -105,16 +106,6 @@ long XmlAlloc::fail_at_, XmlAlloc::calls_, XmlAlloc::live_;
 
 // ---- the rich table --------------------------------------------------------------
 
-struct pdesc row(int type, const char *name, int count, size_t size, size_t offset)
-{
-    struct pdesc r = {};
-    r.type = type;
-    r.name = name;
-    r.count = count;
-    r.size = size;
-    r.offset = offset;
-    return r;
-}
 struct pdesc with_cia(struct pdesc r, size_t aoffset)
 {
     r.type |= PT_F_CIA;
@@ -149,10 +140,10 @@ struct Leaf {
     char label[8];
 };
 struct pdesc kLeafRows[] = {
-    row(PT_SINT, "s1", 3, 1, offsetof(Leaf, s1)),
-    row(PT_UINT | PT_FMT_HEXU, "u2", 2, 2, offsetof(Leaf, u2)),
-    row(PT_FLOT, "d", 1, 8, offsetof(Leaf, d)),
-    row(PT_STRI, "label", 8, 8, offsetof(Leaf, label)),
+    row_of(PT_SINT, "s1", 3, 1, offsetof(Leaf, s1)),
+    row_of(PT_UINT | PT_FMT_HEXU, "u2", 2, 2, offsetof(Leaf, u2)),
+    row_of(PT_FLOT, "d", 1, 8, offsetof(Leaf, d)),
+    row_of(PT_STRI, "label", 8, 8, offsetof(Leaf, label)),
     {}};
 
 // Level 2.
@@ -164,9 +155,9 @@ struct Mid {
     int mode;
 };
 struct pdesc kMidRows[] = {
-    with_cia(sub(row(PT_STRU, "leaf", 2, sizeof(Leaf), offsetof(Mid, leaf)), kLeafRows), offsetof(Mid, nleaf)),
-    counted(row(PT_SINT, "buf", 2, 4, offsetof(Mid, buf)), offsetof(Mid, bufn)),
-    aux(row(PT_ENUM, "mode", 1, 4, offsetof(Mid, mode)), kModes),
+    with_cia(sub(row_of(PT_STRU, "leaf", 2, sizeof(Leaf), offsetof(Mid, leaf)), kLeafRows), offsetof(Mid, nleaf)),
+    counted(row_of(PT_SINT, "buf", 2, 4, offsetof(Mid, buf)), offsetof(Mid, bufn)),
+    aux(row_of(PT_ENUM, "mode", 1, 4, offsetof(Mid, mode)), kModes),
     {}};
 
 // List nodes: one layout, and two variants.
@@ -176,8 +167,8 @@ struct Item {
     Mid mid;
 };
 struct pdesc kItemRows[] = {
-    row(PT_SINT, "id", 1, 4, offsetof(Item, id)),
-    sub(row(PT_STRU, "mid", 1, sizeof(Mid), offsetof(Item, mid)), kMidRows),
+    row_of(PT_SINT, "id", 1, 4, offsetof(Item, id)),
+    sub(row_of(PT_STRU, "mid", 1, sizeof(Mid), offsetof(Item, mid)), kMidRows),
     {}};
 struct Timer {
     struct znode z;
@@ -188,9 +179,9 @@ struct Event {
     char note[12];
     Leaf leaf;
 };
-struct pdesc kTimerRows[] = {row(PT_UINT, "period", 1, 4, offsetof(Timer, period)), {}};
-struct pdesc kEventRows[] = {row(PT_STRI, "note", 12, 12, offsetof(Event, note)),
-                             sub(row(PT_STRU, "leaf", 1, sizeof(Leaf), offsetof(Event, leaf)), kLeafRows), {}};
+struct pdesc kTimerRows[] = {row_of(PT_UINT, "period", 1, 4, offsetof(Timer, period)), {}};
+struct pdesc kEventRows[] = {row_of(PT_STRI, "note", 12, 12, offsetof(Event, note)),
+                             sub(row_of(PT_STRU, "leaf", 1, sizeof(Leaf), offsetof(Event, leaf)), kLeafRows), {}};
 struct adesc kTasks[] = {{sizeof(Timer), kTimerRows, "timer"}, {sizeof(Event), kEventRows, "event"}, {0, nullptr, nullptr}};
 
 // Level 1.
@@ -229,27 +220,27 @@ struct Top {
 };
 
 struct pdesc kTopRows[] = {
-    with_cia(row(PT_SINT, "a8", 20, 1, offsetof(Top, a8)), offsetof(Top, na8)),
-    row(PT_SINT | PT_FMT_HEXL, "a16", 3, 2, offsetof(Top, a16)),
-    row(PT_SINT, "a32", 10, 4, offsetof(Top, a32)),
-    row(PT_SINT, "a64", 5, 8, offsetof(Top, a64)),
-    row(PT_UINT | PT_FMT_HEXL, "u8", 17, 1, offsetof(Top, u8)),
-    row(PT_UINT | PT_FMT_HEXU, "u16", 4, 2, offsetof(Top, u16)),
-    row(PT_UINT, "u32", 9, 4, offsetof(Top, u32)),
-    row(PT_UINT | PT_FMT_HEXL, "u64", 3, 8, offsetof(Top, u64)),
-    row(PT_FLOT, "f", 10, 4, offsetof(Top, f)),
-    with_cia(row(PT_FLOT, "d", 5, 8, offsetof(Top, d)), offsetof(Top, nd)),
-    row(PT_STRI, "str", 16, 16, offsetof(Top, str)),
-    aux(row(PT_ENUM, "modes", 3, 4, offsetof(Top, modes)), kModes),
-    with_cia(sub(row(PT_STRU, "mids", 2, sizeof(Mid), offsetof(Top, mids)), kMidRows), offsetof(Top, nmid)),
-    sub(row(PT_STRUM, "pm", 2, sizeof(Mid), offsetof(Top, pm)), kMidRows),
-    with_cia(counted(row(PT_SINT, "cb", 3, 2, offsetof(Top, cb)), offsetof(Top, cbn)), offsetof(Top, ncb)),
-    counted(row(PT_UINT | PT_FMT_HEXU, "ub", 2, 4, offsetof(Top, ub)), offsetof(Top, ubn)),
-    counted(row(PT_FLOT, "fb", 2, 8, offsetof(Top, fb)), offsetof(Top, fbn)),
-    counted(sub(row(PT_STRU, "sb", 2, sizeof(Leaf), offsetof(Top, sb)), kLeafRows), offsetof(Top, sbn)),
-    counted(sub(row(PT_STRUM, "smb", 2, sizeof(Leaf), offsetof(Top, smb)), kLeafRows), offsetof(Top, smbn)),
-    with_cia(sub(row(PT_LIST, "lists", 3, sizeof(Item), offsetof(Top, lists)), kItemRows), offsetof(Top, nlist)),
-    aux(row(PT_VLST, "tasks", 2, 0, offsetof(Top, tasks)), kTasks),
+    with_cia(row_of(PT_SINT, "a8", 20, 1, offsetof(Top, a8)), offsetof(Top, na8)),
+    row_of(PT_SINT | PT_FMT_HEXL, "a16", 3, 2, offsetof(Top, a16)),
+    row_of(PT_SINT, "a32", 10, 4, offsetof(Top, a32)),
+    row_of(PT_SINT, "a64", 5, 8, offsetof(Top, a64)),
+    row_of(PT_UINT | PT_FMT_HEXL, "u8", 17, 1, offsetof(Top, u8)),
+    row_of(PT_UINT | PT_FMT_HEXU, "u16", 4, 2, offsetof(Top, u16)),
+    row_of(PT_UINT, "u32", 9, 4, offsetof(Top, u32)),
+    row_of(PT_UINT | PT_FMT_HEXL, "u64", 3, 8, offsetof(Top, u64)),
+    row_of(PT_FLOT, "f", 10, 4, offsetof(Top, f)),
+    with_cia(row_of(PT_FLOT, "d", 5, 8, offsetof(Top, d)), offsetof(Top, nd)),
+    row_of(PT_STRI, "str", 16, 16, offsetof(Top, str)),
+    aux(row_of(PT_ENUM, "modes", 3, 4, offsetof(Top, modes)), kModes),
+    with_cia(sub(row_of(PT_STRU, "mids", 2, sizeof(Mid), offsetof(Top, mids)), kMidRows), offsetof(Top, nmid)),
+    sub(row_of(PT_STRUM, "pm", 2, sizeof(Mid), offsetof(Top, pm)), kMidRows),
+    with_cia(counted(row_of(PT_SINT, "cb", 3, 2, offsetof(Top, cb)), offsetof(Top, cbn)), offsetof(Top, ncb)),
+    counted(row_of(PT_UINT | PT_FMT_HEXU, "ub", 2, 4, offsetof(Top, ub)), offsetof(Top, ubn)),
+    counted(row_of(PT_FLOT, "fb", 2, 8, offsetof(Top, fb)), offsetof(Top, fbn)),
+    counted(sub(row_of(PT_STRU, "sb", 2, sizeof(Leaf), offsetof(Top, sb)), kLeafRows), offsetof(Top, sbn)),
+    counted(sub(row_of(PT_STRUM, "smb", 2, sizeof(Leaf), offsetof(Top, smb)), kLeafRows), offsetof(Top, smbn)),
+    with_cia(sub(row_of(PT_LIST, "lists", 3, sizeof(Item), offsetof(Top, lists)), kItemRows), offsetof(Top, nlist)),
+    aux(row_of(PT_VLST, "tasks", 2, 0, offsetof(Top, tasks)), kTasks),
     {}};
 
 // The source block: every field set, buffers and nodes owned by the test.
@@ -553,7 +544,7 @@ void extremes_round_trip(int type)
     const int n = static_cast<int>(sizeof values / sizeof values[0]);
     T mem[n];
     std::memcpy(mem, values, sizeof mem);
-    struct pdesc table[] = {row(type, "v", n, sizeof(T), 0), {}};
+    struct pdesc table[] = {row_of(type, "v", n, sizeof(T), 0), {}};
     xmlNode *root = xmlNewNode(nullptr, BAD_CAST "r");
     param2xml(mem, root, table);
     T back[n] = {};

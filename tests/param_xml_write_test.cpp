@@ -12,6 +12,7 @@
 #include <string>
 
 #include "param_xml.h"
+#include "pdesc_row.h"
 #include "param_xml_private.h"
 #include "test_util.h"
 #include "trace_capture.h"
@@ -32,17 +33,6 @@ std::string write_row(void *mem, struct pdesc row)
     Root root;
     param2xml(mem, root.n, table);
     return root.dump();
-}
-
-struct pdesc row_of(int type, const char *name, int count, size_t size, size_t offset = 0)
-{
-    struct pdesc r = {};
-    r.type = type;
-    r.name = name;
-    r.count = count;
-    r.size = size;
-    r.offset = offset;
-    return r;
 }
 
 // ---- strings -------------------------------------------------------------------
