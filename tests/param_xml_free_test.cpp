@@ -15,55 +15,9 @@
 #include "param_xml.h"
 #include "pdesc_row.h"
 #include "trace_capture.h"
+#include "xml_alloc.h"
 
 namespace {
-
-// Counts libxml2's live blocks while installed.
-class XmlLive {
-public:
-    XmlLive()
-    {
-        xmlResetLastError();
-        xmlMemGet(&free_, &malloc_, &realloc_, &strdup_);
-        live_ = 0;
-        xmlMemSetup(do_free, do_malloc, do_realloc, do_strdup);
-    }
-    ~XmlLive() { xmlMemSetup(free_, malloc_, realloc_, strdup_); }
-    XmlLive(const XmlLive &) = delete;
-    XmlLive &operator=(const XmlLive &) = delete;
-    long live() const { return live_; }
-
-private:
-    static void *do_malloc(size_t n)
-    {
-        void *p = std::malloc(n);
-        live_ += p != nullptr;
-        return p;
-    }
-    static void *do_realloc(void *p, size_t n)
-    {
-        void *q = std::realloc(p, n);
-        live_ += (p == nullptr && q != nullptr);
-        return q;
-    }
-    static char *do_strdup(const char *s)
-    {
-        char *p = strdup(s);
-        live_ += p != nullptr;
-        return p;
-    }
-    static void do_free(void *p)
-    {
-        live_ -= p != nullptr;
-        std::free(p);
-    }
-    xmlFreeFunc free_;
-    xmlMallocFunc malloc_;
-    xmlReallocFunc realloc_;
-    xmlStrdupFunc strdup_;
-    static long live_;
-};
-long XmlLive::live_;
 
 // A counted structure row whose structures hold counted buffers and lists,
 // whose nodes hold counted buffers again.
@@ -125,7 +79,7 @@ TEST(ParamXmlFree, ReleasesEveryBufferAndNodeAtAnyDepth)
     o.far = far;
     long live;
     {
-        XmlLive count;
+        XmlAlloc count;
         TraceCapture cap(5);
         xml2param(&o, xmlDocGetRootElement(doc), kOuterRows);
         EXPECT_EQ(0u, cap.count_at_most(5)) << cap.dump();

@@ -19,90 +19,9 @@
 #include "pdesc_row.h"
 #include "test_util.h"
 #include "trace_capture.h"
+#include "xml_alloc.h"
 
 namespace {
-
-// ---- libxml2's allocations, counted and failed on demand ------------------------
-
-// Installs counting allocation functions for libxml2; fail_nth() chooses
-// one allocation to refuse. Restores the previous
-// functions on destruction. `live` counts blocks made minus blocks freed
-// while installed.
-class XmlAlloc {
-public:
-    XmlAlloc()
-    {
-        xmlResetLastError();  // its texts were allocated outside the count
-        xmlSetGenericErrorFunc(nullptr, quiet);
-        xmlMemGet(&free_, &malloc_, &realloc_, &strdup_);
-        fail_at_ = 0;
-        calls_ = 0;
-        live_ = 0;
-        xmlMemSetup(do_free, do_malloc, do_realloc, do_strdup);
-    }
-    /// The `n`th allocation from now fails (1 = the next).
-    void fail_nth(long n) { fail_at_ = calls_ + n; }
-    /// No further allocation fails.
-    void stop() { fail_at_ = -1; }
-    ~XmlAlloc()
-    {
-        xmlResetLastError();
-        xmlMemSetup(free_, malloc_, realloc_, strdup_);
-        xmlSetGenericErrorFunc(nullptr, nullptr);
-    }
-    XmlAlloc(const XmlAlloc &) = delete;
-    XmlAlloc &operator=(const XmlAlloc &) = delete;
-
-    /// True once the chosen allocation has been refused.
-    bool failed() const { return fail_at_ > 0 && calls_ >= fail_at_; }
-    /// Blocks still live, not counting libxml2's record of its last error.
-    long live() const
-    {
-        xmlResetLastError();
-        return live_;
-    }
-    long calls() const { return calls_; }
-
-private:
-    static void quiet(void *, const char *, ...) {}
-    static bool refuse() { return ++calls_ == fail_at_; }
-    static void *do_malloc(size_t n)
-    {
-        if (refuse())
-            return nullptr;
-        void *p = std::malloc(n);
-        live_ += p != nullptr;
-        return p;
-    }
-    static void *do_realloc(void *p, size_t n)
-    {
-        if (refuse())
-            return nullptr;
-        void *q = std::realloc(p, n);
-        live_ += (p == nullptr && q != nullptr);
-        return q;
-    }
-    static char *do_strdup(const char *s)
-    {
-        if (refuse())
-            return nullptr;
-        char *p = strdup(s);
-        live_ += p != nullptr;
-        return p;
-    }
-    static void do_free(void *p)
-    {
-        live_ -= p != nullptr;
-        std::free(p);
-    }
-
-    xmlFreeFunc free_;
-    xmlMallocFunc malloc_;
-    xmlReallocFunc realloc_;
-    xmlStrdupFunc strdup_;
-    static long fail_at_, calls_, live_;
-};
-long XmlAlloc::fail_at_, XmlAlloc::calls_, XmlAlloc::live_;
 
 // ---- the rich table --------------------------------------------------------------
 

@@ -23,6 +23,7 @@
 #include "trace_capture.h"
 #include "vn_mem.h"
 #include "vn_mem_hook.h"
+#include "xml_alloc.h"
 
 using namespace kvtest;
 
@@ -135,74 +136,6 @@ kavor_file_rgst_t request(const std::string &path, RBlk *b, const char *node = "
 {
     return make_request(path, node, r_table, b, 0);
 }
-
-// ---- libxml2's allocator, failing on demand -----------------------------------
-
-class XmlAlloc {
-public:
-    XmlAlloc()
-    {
-        xmlMemGet(&free_, &malloc_, &realloc_, &strdup_);
-        xmlSetGenericErrorFunc(nullptr, quiet);
-        xmlMemSetup(do_free, do_malloc, do_realloc, do_strdup);
-    }
-    ~XmlAlloc()
-    {
-        xmlResetLastError();
-        xmlMemSetup(free_, malloc_, realloc_, strdup_);
-        xmlSetGenericErrorFunc(nullptr, nullptr);
-    }
-    XmlAlloc(const XmlAlloc &) = delete;
-    XmlAlloc &operator=(const XmlAlloc &) = delete;
-    void fail_nth(long n) { fail_at_ = n > 0 ? calls_ + n : 0; }
-    long calls() const { return calls_; }
-    long live() const
-    {
-        xmlResetLastError();
-        return live_;
-    }
-
-private:
-    static void quiet(void *, const char *, ...) {}
-    static bool refuse() { return ++calls_ == fail_at_; }
-    static void *do_malloc(size_t n)
-    {
-        if (refuse())
-            return nullptr;
-        void *p = malloc(n);
-        live_ += p != nullptr;
-        return p;
-    }
-    static void *do_realloc(void *p, size_t n)
-    {
-        if (refuse())
-            return nullptr;
-        void *q = realloc(p, n);
-        live_ += p == nullptr && q != nullptr;
-        return q;
-    }
-    static void do_free(void *p)
-    {
-        live_ -= p != nullptr;
-        free(p);
-    }
-    static char *do_strdup(const char *s)
-    {
-        size_t n = strlen(s) + 1;
-        char *p = static_cast<char *>(do_malloc(n));
-        if (p != nullptr)
-            memcpy(p, s, n);
-        return p;
-    }
-    xmlFreeFunc free_;
-    xmlMallocFunc malloc_;
-    xmlReallocFunc realloc_;
-    xmlStrdupFunc strdup_;
-    static long calls_, fail_at_, live_;
-};
-long XmlAlloc::calls_ = 0;
-long XmlAlloc::fail_at_ = 0;
-long XmlAlloc::live_ = 0;
 
 // Which allocator fails in a sweep.
 enum Source { LIBRARY, LIBXML2 };
