@@ -12,6 +12,7 @@ namespace {
 std::atomic<unsigned long> g_calls{0};
 std::atomic<unsigned long> g_fail_at{0};   // absolute call number to fail, 0: none
 std::atomic<long> g_live{0};
+std::atomic<unsigned long> g_refused{0};
 }  // namespace
 
 void vn_mem_fail_nth(unsigned long n)
@@ -22,6 +23,11 @@ void vn_mem_fail_nth(unsigned long n)
 unsigned long vn_mem_calls()
 {
     return g_calls.load();
+}
+
+unsigned long vn_mem_refused()
+{
+    return g_refused.load();
 }
 
 long vn_mem_live()
@@ -36,6 +42,7 @@ extern "C" void *_vn_malloc(size_t size, const char *tag)
     unsigned long fail_at = g_fail_at.load();
     if (fail_at != 0 && call == fail_at) {
         g_fail_at.store(0);
+        ++g_refused;
         return nullptr;
     }
     void *p = std::malloc(size ? size : 1);

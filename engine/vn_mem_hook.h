@@ -11,6 +11,8 @@
 void vn_mem_fail_nth(unsigned long n);
 /// Number of _vn_malloc() calls since the start of the process.
 unsigned long vn_mem_calls();
+/// Number of allocations refused by the hook since the start of the process.
+unsigned long vn_mem_refused();
 /// Number of blocks handed out by _vn_malloc() and not yet released.
 long vn_mem_live();
 

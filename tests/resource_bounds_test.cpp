@@ -151,10 +151,16 @@ bool with_failure(Source src, XmlAlloc &xa, long n, const std::function<void()> 
         vn_mem_fail_nth((unsigned long)n);
     else
         xa.fail_nth(n);
+    unsigned long refused0 = vn_mem_refused();
     op();
+    bool refused = src == LIBRARY ? vn_mem_refused() > refused0 : xa.failed();
     vn_mem_fail_nth(0);
     xa.fail_nth(0);
-    return src == LIBRARY ? vn_mem_calls() - lib0 >= (unsigned long)n : xa.calls() - xml0 >= n;
+    bool reached = src == LIBRARY ? vn_mem_calls() - lib0 >= (unsigned long)n
+                                  : xa.calls() - xml0 >= n;
+    // A sweep proves something only if the chosen allocation was refused.
+    EXPECT_EQ(refused, reached) << name_of(src) << ", allocation " << n;
+    return reached;
 }
 
 class ResourceBounds : public ::testing::TestWithParam<Source> {

@@ -12,12 +12,14 @@ namespace {
 TEST(VnMem, NthCallFailsOnlyThatOne)
 {
     for (unsigned long n = 1; n <= 4; ++n) {
+        unsigned long refused = vn_mem_refused();
         vn_mem_fail_nth(n);
         std::vector<void *> got;
         for (int i = 0; i < 6; ++i)
             got.push_back(_vn_malloc(16, "test"));
         for (size_t i = 0; i < got.size(); ++i)
             EXPECT_EQ(got[i] == nullptr, i + 1 == n) << "n=" << n << " call " << i + 1;
+        EXPECT_EQ(vn_mem_refused(), refused + 1) << "one refusal counted";
         for (void *p : got)
             _vn_free(p, "test");
     }
