@@ -35,6 +35,10 @@ std::string write_row(void *mem, struct pdesc row)
     return root.dump();
 }
 
+// Row modifiers: the table an enumeration or variant row points at; a count field.
+struct pdesc with_aux(struct pdesc r, const void *table) { return r.aux = reinterpret_cast<intptr_t>(table), r; }
+struct pdesc with_cia(struct pdesc r, size_t aoffset) { return r.type |= PT_F_CIA, r.aoffset = aoffset, r; }
+
 // ---- strings -------------------------------------------------------------------
 
 TEST(StringWriter, WorkedCaseGivesOneElementPerRow)
@@ -172,19 +176,14 @@ TEST(IntegerWriter, UnsupportedWidthGivesOneElementWithTheSentence)
 
 TEST(IntegerWriter, CountInArrayClampsTheNumberWritten)
 {
-    struct Block {
-        int32_t v[3];
-        int n;
-    };
+    struct Block { int32_t v[3]; int n; };
     struct Case {
         int n;
         const char *doc;
     } cases[] = {{2, "<v>1 2</v>"}, {7, "<v>1 2 3</v>"}, {0, ""}, {-4, ""}};
     for (const Case &c : cases) {
         Block b = {{1, 2, 3}, c.n};
-        struct pdesc r = row_of(PT_SINT | PT_F_CIA, "v", 3, 4, offsetof(Block, v));
-        r.aoffset = offsetof(Block, n);
-        EXPECT_EQ(c.doc, write_row(&b, r)) << c.n;
+        EXPECT_EQ(c.doc, write_row(&b, with_cia(row_of(PT_SINT, "v", 3, 4, offsetof(Block, v)), offsetof(Block, n)))) << c.n;
     }
 }
 
@@ -195,105 +194,79 @@ TEST(IntegerWriter, CountBeyondNineDigitsIsABadRow)
     EXPECT_EQ("", write_row(v, row_of(PT_SINT | PT_F_CIA, "v", 1000000000, 4)));
     EXPECT_TRUE(cap.has(4, "sint2xml", "sint2xml: v bad count(1000000000)")) << cap.dump();
     // Nine digits are fine: with a count field of 1 only one value is read.
-    struct {
-        int32_t v;
-        int n;
-    } b = {7, 1};
-    struct pdesc r = row_of(PT_SINT | PT_F_CIA, "v", 999999999, 4);
-    r.aoffset = 4;
-    EXPECT_EQ("<v>7</v>", write_row(&b, r));
+    struct { int32_t v; int n; } b = {7, 1};
+    EXPECT_EQ("<v>7</v>", write_row(&b, with_cia(row_of(PT_SINT, "v", 999999999, 4), 4)));
 }
 
 // ---- floats --------------------------------------------------------------------
 
-TEST(FloatWriter, WorkedCaseAtBothWidths)
+TEST(FloatWriter, BothWidthsPrecisionAndNonFiniteValues)
 {
-    float f[10];
-    double d[10];
+    float f[10], p[] = {1000000.0f, 0.1f, -1.0f / 3.0f, INFINITY, -INFINITY, FLT_MAX}, g[16] = {};
+    double d[10], q[] = {0.1, 1.0 / 3.0, NAN, DBL_MAX};
     for (int i = 0; i < 10; i++)
         d[i] = f[i] = 0.5f * static_cast<float>(i + 1);
-    EXPECT_EQ("<gain>0.5 1 1.5 2 2.5 3 3.5 4</gain><gain idx=\"8\">4.5 5</gain>",
-              write_row(f, row_of(PT_FLOT, "gain", 10, 4)));
-    EXPECT_EQ("<gain>0.5 1 1.5 2</gain><gain idx=\"4\">2.5 3 3.5 4</gain><gain idx=\"8\">4.5 5</gain>",
-              write_row(d, row_of(PT_FLOT, "gain", 10, 8)));
-}
-
-TEST(FloatWriter, PrecisionAndNonFiniteValues)
-{
-    float f[] = {1000000.0f, 0.1f, -1.0f / 3.0f, INFINITY, -INFINITY, FLT_MAX};
-    EXPECT_EQ("<x>1e+06 0.1 -0.333333 inf -inf 3.40282e+38</x>", write_row(f, row_of(PT_FLOT, "x", 6, 4)));
-    double d[] = {0.1, 1.0 / 3.0, NAN, DBL_MAX};
-    EXPECT_EQ("<x>0.1 0.333333333333333 nan 1.79769313486232e+308</x>",
-              write_row(d, row_of(PT_FLOT, "x", 4, 8)));
-    float g[16] = {};
-    EXPECT_EQ("<x>0 0 0 0 0 0 0 0</x><x idx=\"8\">0 0 0 0 0 0 0 0</x>", write_row(g, row_of(PT_FLOT, "x", 16, 4)));
+    struct Case {
+        void *mem;
+        const char *name;
+        int count;
+        size_t size;
+        const char *doc;
+    } cases[] = {
+        {f, "gain", 10, 4, "<gain>0.5 1 1.5 2 2.5 3 3.5 4</gain><gain idx=\"8\">4.5 5</gain>"},
+        {d, "gain", 10, 8, "<gain>0.5 1 1.5 2</gain><gain idx=\"4\">2.5 3 3.5 4</gain><gain idx=\"8\">4.5 5</gain>"},
+        {p, "x", 6, 4, "<x>1e+06 0.1 -0.333333 inf -inf 3.40282e+38</x>"},
+        {q, "x", 4, 8, "<x>0.1 0.333333333333333 nan 1.79769313486232e+308</x>"},
+        {g, "x", 16, 4, "<x>0 0 0 0 0 0 0 0</x><x idx=\"8\">0 0 0 0 0 0 0 0</x>"},
+    };
+    for (const Case &c : cases)
+        EXPECT_EQ(c.doc, write_row(c.mem, row_of(PT_FLOT, c.name, c.count, c.size))) << c.doc;
 }
 
 // ---- enumerations --------------------------------------------------------------
 
-struct enume kOnOff[] = {{"on", 1}, {"off", 0}, {nullptr, 0}};
-
-TEST(EnumWriter, WorkedCaseUsesFirstKeyForUnknownValues)
+TEST(EnumWriter, KeysOfValuesAndRefusals)
 {
-    int v[3] = {0, 1, 7};
-    struct pdesc r = row_of(PT_ENUM, "mode", 3, 4);
-    r.aux = reinterpret_cast<intptr_t>(kOnOff);
-    EXPECT_EQ("<mode>off</mode><mode>on</mode><mode>on</mode>", write_row(v, r));
-}
-
-TEST(EnumWriter, EarlierKeyWinsAndStrideSkipsRecords)
-{
+    struct enume on_off[] = {{"on", 1}, {"off", 0}, {nullptr, 0}};
     struct enume dup[] = {{"a", 2}, {"b", 2}, {"z", 9}, {nullptr, 9}};
-    struct Rec {
-        int value;
-        int other;
-    } recs[2] = {{2, 111}, {9, 222}};
-    struct pdesc r = row_of(PT_ENUM | PT_F_CIA | PT_F_COB, "e", 2, sizeof(Rec));
-    r.aux = reinterpret_cast<intptr_t>(dup);
-    EXPECT_EQ("<e>a</e><e>z</e>", write_row(recs, r));
-}
-
-TEST(EnumWriter, EmptyTableWritesEmptyElementsAndNeverPrintsTheNullKey)
-{
     struct enume empty[] = {{nullptr, 4}};
-    int v[2] = {4, 5};
-    struct pdesc r = row_of(PT_ENUM, "e", 2, 4);
-    r.aux = reinterpret_cast<intptr_t>(empty);
-    TraceCapture cap(8);
-    EXPECT_EQ("<e/><e/>", write_row(v, r));
-    EXPECT_EQ(2u, cap.count(8, "enum2xml", "enum2xml: (null)")) << cap.dump();
-}
-
-TEST(EnumWriter, SizeBelowAnIntIsRefused)
-{
-    int v[2] = {1, 0};
-    struct pdesc r = row_of(PT_ENUM, "e", 2, 2);
-    r.aux = reinterpret_cast<intptr_t>(kOnOff);
-    TraceCapture cap(8);
-    EXPECT_EQ("", write_row(v, r));
-    EXPECT_TRUE(cap.has(4, "enum2xml", "enum2xml: e bad size(2)")) << cap.dump();
+    struct { int value, other; } recs[2] = {{2, 111}, {9, 222}};
+    int v[3] = {0, 1, 7}, w[2] = {4, 5};
+    struct Case {
+        void *mem;
+        struct pdesc row;
+        const char *doc;
+        int level;  // of the message expected `n` times, 0 for none
+        const char *msg;
+        size_t n;
+    } cases[] = {
+        // An unknown value takes the first key.
+        {v, with_aux(row_of(PT_ENUM, "mode", 3, 4), on_off), "<mode>off</mode><mode>on</mode><mode>on</mode>", 0, "", 0},
+        // The earlier of two keys wins; the stride skips the rest of each record.
+        {recs, with_aux(row_of(PT_ENUM | PT_F_CIA | PT_F_COB, "e", 2, sizeof recs[0]), dup), "<e>a</e><e>z</e>", 0, "", 0},
+        // An empty table writes empty elements and never prints the null key.
+        {w, with_aux(row_of(PT_ENUM, "e", 2, 4), empty), "<e/><e/>", 8, "enum2xml: (null)", 2},
+        {v, with_aux(row_of(PT_ENUM, "e", 2, 2), on_off), "", 4, "enum2xml: e bad size(2)", 1},
+    };
+    for (const Case &c : cases) {
+        TraceCapture cap(8);
+        EXPECT_EQ(c.doc, write_row(c.mem, c.row)) << c.doc;
+        EXPECT_EQ(c.n, c.level ? cap.count(c.level, "enum2xml", c.msg) : 0u) << cap.dump();
+    }
 }
 
 // ---- structures ----------------------------------------------------------------
 
-struct Port {
-    int32_t speed;
-    int32_t mtu;
-};
+struct Port { int32_t speed, mtu; };
 struct pdesc kPortRows[] = {row_of(PT_SINT, "speed", 1, 4, offsetof(Port, speed)),
                             row_of(PT_SINT, "mtu", 1, 4, offsetof(Port, mtu)), {}};
 
 TEST(StructWriter, WorkedCaseInPlaceAndBehindAPointer)
 {
-    struct Block {
-        Port ports[3];
-        int n;
-        Port *far;
-    } b = {{{10, 20}, {30, 40}, {50, 60}}, 2, nullptr};
+    struct Block { Port ports[3]; int n; Port *far; } b = {{{10, 20}, {30, 40}, {50, 60}}, 2, nullptr};
     b.far = b.ports;
     const char *want = "<port><speed>10</speed><mtu>20</mtu></port><port><speed>30</speed><mtu>40</mtu></port>";
-    struct pdesc r = row_of(PT_STRU | PT_F_CIA, "port", 3, sizeof(Port), offsetof(Block, ports));
-    r.aoffset = offsetof(Block, n);
+    struct pdesc r = with_cia(row_of(PT_STRU, "port", 3, sizeof(Port), offsetof(Block, ports)), offsetof(Block, n));
     r.pdesc = kPortRows;
     TraceCapture cap(8);
     EXPECT_EQ(want, write_row(&b, r));
@@ -309,9 +282,7 @@ TEST(StructWriter, WorkedCaseInPlaceAndBehindAPointer)
 
 TEST(StructWriter, NullPointerIsNeverFollowed)
 {
-    struct {
-        Port *far;
-    } b = {nullptr};
+    struct { Port *far; } b = {nullptr};
     struct pdesc r = row_of(PT_STRUM, "port", 2, sizeof(Port));
     r.pdesc = kPortRows;
     TraceCapture cap(8);
@@ -331,10 +302,7 @@ TEST(CountedWriter, WorkedCaseWithAnEmptyEntry)
     uint16_t b2[20];
     for (int i = 0; i < 20; i++)
         b2[i] = static_cast<uint16_t>(100 + i);
-    struct {
-        uint16_t *p[3];
-        int n[3];
-    } blk = {{b0, nullptr, b2}, {3, 0, 20}};
+    struct { uint16_t *p[3]; int n[3]; } blk = {{b0, nullptr, b2}, {3, 0, 20}};
     struct pdesc r = row_of(PT_UINT | PT_F_COB, "seg", 3, 2, 0);
     r.boffset = sizeof blk.p;
     TraceCapture cap(8);
@@ -349,10 +317,7 @@ TEST(CountedWriter, WorkedCaseWithAnEmptyEntry)
 TEST(CountedWriter, OddCountsAndNullBuffers)
 {
     int32_t b0[2] = {5, 6};
-    struct {
-        int32_t *p[4];
-        int n[4];
-    } blk = {{b0, nullptr, b0, b0}, {-5, 2, -1000000000, 1000000000}};
+    struct { int32_t *p[4]; int n[4]; } blk = {{b0, nullptr, b0, b0}, {-5, 2, -1000000000, 1000000000}};
     struct pdesc r = row_of(PT_SINT | PT_F_COB, "c", 4, 4, 0);
     r.boffset = sizeof blk.p;
     TraceCapture cap(8);
@@ -366,11 +331,7 @@ TEST(CountedWriter, StructuresAndCountInArray)
 {
     Port a[2] = {{1, 2}, {3, 4}};
     Port z[1] = {{9, 9}};
-    struct {
-        Port *p[3];
-        int n[3];
-        int cia;
-    } blk = {{a, z, z}, {2, 1, 1}, 2};
+    struct { Port *p[3]; int n[3]; int cia; } blk = {{a, z, z}, {2, 1, 1}, 2};
     struct pdesc r = row_of(PT_STRUM | PT_F_COB | PT_F_CIA, "p", 3, sizeof(Port), 0);
     r.boffset = sizeof blk.p;
     r.aoffset = sizeof blk.p + sizeof blk.n;
@@ -384,10 +345,7 @@ TEST(CountedWriter, StructuresAndCountInArray)
 
 // ---- lists ---------------------------------------------------------------------
 
-struct Rule {
-    struct znode z;
-    int32_t id;
-};
+struct Rule { struct znode z; int32_t id; };
 struct pdesc kRuleRows[] = {row_of(PT_SINT, "id", 1, 4, offsetof(Rule, id)), {}};
 
 TEST(ListWriter, WorkedCaseKeepsEmptyListsInPlace)
@@ -407,18 +365,9 @@ TEST(ListWriter, WorkedCaseKeepsEmptyListsInPlace)
     EXPECT_TRUE(cap.has(8, "list2xml", "node[1]:")) << cap.dump();
 }
 
-struct Timer {
-    struct znode z;
-    int32_t period;
-};
-struct Event {
-    struct znode z;
-    int32_t code;
-};
-struct Big {
-    struct znode z;
-    int64_t a, b;
-};
+struct Timer { struct znode z; int32_t period; };
+struct Event { struct znode z; int32_t code; };
+struct Big { struct znode z; int64_t a, b; };
 struct pdesc kTimerRows[] = {row_of(PT_SINT, "period", 1, 4, offsetof(Timer, period)), {}};
 struct pdesc kEventRows[] = {row_of(PT_SINT, "code", 1, 4, offsetof(Event, code)), {}};
 struct pdesc kBigRows[] = {row_of(PT_SINT, "a", 2, 8, offsetof(Big, a)), {}};
@@ -435,10 +384,8 @@ TEST(VariantListWriter, WorkedCaseKeepsEachNodesType)
     zhead_t head = nullptr;
     zlst_push(&head, &e);
     zlst_push(&head, &t);
-    struct pdesc r = row_of(PT_VLST, "task", 1, 0);
-    r.aux = reinterpret_cast<intptr_t>(alts);
     EXPECT_EQ("<task><task typ=\"event\"><code>7</code></task><task typ=\"timer\"><period>100</period></task></task>",
-              write_row(&head, r));
+              write_row(&head, with_aux(row_of(PT_VLST, "task", 1, 0), alts)));
 }
 
 TEST(VariantListWriter, UnknownTypesFallBackOnlyWhenTheFirstFitsEveryNode)
