@@ -350,9 +350,7 @@ struct pdesc kRuleRows[] = {row_of(PT_SINT, "id", 1, 4, offsetof(Rule, id)), {}}
 
 TEST(ListWriter, WorkedCaseKeepsEmptyListsInPlace)
 {
-    Rule r5 = {}, r6 = {};
-    r5.id = 5;
-    r6.id = 6;
+    Rule r5 = {{}, 5}, r6 = {{}, 6};
     zhead_t heads[2] = {nullptr, nullptr};
     zlst_push(&heads[0], &r5);
     zlst_push(&heads[0], &r6);
@@ -375,10 +373,8 @@ struct pdesc kBigRows[] = {row_of(PT_SINT, "a", 2, 8, offsetof(Big, a)), {}};
 TEST(VariantListWriter, WorkedCaseKeepsEachNodesType)
 {
     struct adesc alts[] = {{sizeof(Timer), kTimerRows, "timer"}, {sizeof(Event), kEventRows, "event"}, {0, nullptr, nullptr}};
-    Event e = {};
-    Timer t = {};
-    e.code = 7;
-    t.period = 100;
+    Event e = {{}, 7};
+    Timer t = {{}, 100};
     zlst_set_name(&e, "event");
     zlst_set_name(&t, "timer");
     zhead_t head = nullptr;
@@ -390,22 +386,16 @@ TEST(VariantListWriter, WorkedCaseKeepsEachNodesType)
 
 TEST(VariantListWriter, UnknownTypesFallBackOnlyWhenTheFirstFitsEveryNode)
 {
-    Timer t = {};
-    t.period = 3;
+    Timer t = {{}, 3}, n = {{}, 4};  // n: a node with no name at all
     zlst_set_name(&t, "ghost");
-    Timer n = {};  // a node with no name at all
-    n.period = 4;
     zhead_t head = nullptr;
     zlst_push(&head, &t);
     zlst_push(&head, &n);
-    struct pdesc r = row_of(PT_VLST, "task", 1, 0);
-
     struct adesc small_first[] = {{sizeof(Timer), kTimerRows, "timer"}, {sizeof(Big), kBigRows, "big"}, {0, nullptr, nullptr}};
-    r.aux = reinterpret_cast<intptr_t>(small_first);
+    struct adesc big_first[] = {{sizeof(Big), kBigRows, "big"}, {sizeof(Timer), kTimerRows, "timer"}, {0, nullptr, nullptr}};
+    struct pdesc r = with_aux(row_of(PT_VLST, "task", 1, 0), small_first);
     EXPECT_EQ("<task><task typ=\"ghost\"><period>3</period></task><task typ=\"\"><period>4</period></task></task>",
               write_row(&head, r));
-
-    struct adesc big_first[] = {{sizeof(Big), kBigRows, "big"}, {sizeof(Timer), kTimerRows, "timer"}, {0, nullptr, nullptr}};
     r.aux = reinterpret_cast<intptr_t>(big_first);
     TraceCapture cap(8);
     EXPECT_EQ("<task><task typ=\"ghost\"/><task typ=\"\"/></task>", write_row(&head, r));
