@@ -562,9 +562,7 @@ TEST(VariantListReader, NullOrEmptyTableMakesNoNode)
 {
     zhead_t head = nullptr;
     TraceCapture cap(8);
-    struct pdesc r = task_row(nullptr);
-    r.aux = 0;
-    read_row(&head, r, "<task><task typ=\"timer\"/><task/></task>");
+    read_row(&head, task_row(nullptr), "<task><task typ=\"timer\"/><task/></task>");
     EXPECT_EQ(nullptr, head);
     EXPECT_EQ(1u, cap.count(4, "xml2vlst", "xml2vlst: task bad adesc")) << cap.dump();
     struct adesc none[] = {{sizeof(Timer), nullptr, nullptr}};
