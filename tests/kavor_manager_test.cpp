@@ -5,12 +5,9 @@
 // another sweep, a failed save is retried once its cause has gone).
 #include <gtest/gtest.h>
 
-#include <string.h>
-
 #include <chrono>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "kavor_save_fixture.h"
 #include "trace_capture.h"
@@ -43,7 +40,7 @@ kavor_hdl create_without_task(int32_t dly)
     return nullptr;
 }
 
-TEST(KavorManager, CreateNamesTheTaskAndSetsItUp)
+TEST(KavorManager, CreateSetsUpTheTaskAndRefusesNullNames)
 {
     long live = vn_mem_live();
     TraceCapture cap(8);
@@ -53,23 +50,17 @@ TEST(KavorManager, CreateNamesTheTaskAndSetsItUp)
     EXPECT_EQ(h->task.stack_size, 0x10000u);
     EXPECT_EQ(h->task.pf_process, &xml_save_process);
     EXPECT_EQ(h->sv_dly_lmt, 1000);
-    EXPECT_EQ(h->mtx_ld_valid, 1);
-    EXPECT_EQ(h->sem_sav_valid, 1);
-    EXPECT_EQ(h->fcom_rwlock_valid, 1);
+    EXPECT_TRUE(h->mtx_ld_valid == 1 && h->sem_sav_valid == 1 && h->fcom_rwlock_valid == 1);
     EXPECT_EQ(h->fcom_lst, nullptr);
     kavor_destroy(h);
     EXPECT_EQ(cap.count_at_most(7), 0u) << cap.dump();
     EXPECT_EQ(vn_mem_live(), live);
-
     h = kavor_create_v2("x", -20);
     ASSERT_NE(h, nullptr);
     EXPECT_EQ(h->sv_dly_lmt, -20);
     kavor_destroy(h);
-}
 
-TEST(KavorManager, NullNamesAndHandles)
-{
-    TraceCapture cap(8);
+    cap.clear();
     EXPECT_EQ(kavor_create(nullptr), nullptr);
     EXPECT_EQ(kavor_create_v2(nullptr, 5), nullptr);
     EXPECT_EQ(cap.count(4, "kavor_create_v2", "kavor module name NULL!"), 2u) << cap.dump();
@@ -80,43 +71,32 @@ TEST(KavorManager, NullNamesAndHandles)
 
 TEST(KavorManager, EveryFailedAllocationOfCreationEndsCleanly)
 {
-    // The allocations of a creation, in order, and what a failure of each does.
+    // The allocations of a creation, in order, and what a failure of each
+    // does; past the last one, a failure to come changes nothing.
     struct Row {
-        const char *msg;   // level-4 message
+        const char *msg;   // level-4 message, nullptr for none
         bool made;         // a manager is returned all the same
     } rows[] = {
-        {"kavor task name (cfg) error!", true},
-        {"kavor object(cfg) create fail!", false},
-        {"kavor object(cfg) mutex init fail!", false},
-        {"kavor sem name (cfg) error!", true},
-        {"semphore cfg create fail!", false},
-        {kStartFail, true},
+        {"kavor task name (cfg) error!", true},  {"kavor object(cfg) create fail!", false},
+        {"kavor object(cfg) mutex init fail!", false}, {"kavor sem name (cfg) error!", true},
+        {"semphore cfg create fail!", false},    {kStartFail, true},
+        {nullptr, true},
     };
     long live = vn_mem_live();
     for (size_t i = 0; i < sizeof(rows) / sizeof(rows[0]); i++) {
-        SCOPED_TRACE(rows[i].msg);
+        SCOPED_TRACE(i + 1);
         TraceCapture cap(8);
         vn_mem_fail_nth(i + 1);
         kavor_hdl h = kavor_create_v2("cfg", 1000);
         vn_mem_fail_nth(0);
         EXPECT_EQ(h != nullptr, rows[i].made);
-        EXPECT_TRUE(cap.has(4, "kavor_create_v2", rows[i].msg)) << cap.dump();
-        EXPECT_EQ(cap.count_at_most(4), 1u) << cap.dump();
-        if (h != nullptr) {
-            EXPECT_EQ(h->sem_sav_valid, 1);
-            kavor_destroy(h);
-        }
+        EXPECT_TRUE(rows[i].msg == nullptr || cap.has(4, "kavor_create_v2", rows[i].msg))
+            << cap.dump();
+        EXPECT_EQ(cap.count_at_most(4), rows[i].msg != nullptr ? 1u : 0u) << cap.dump();
+        EXPECT_TRUE(h == nullptr || h->sem_sav_valid == 1);
+        kavor_destroy(h);
         EXPECT_EQ(vn_mem_live(), live);
     }
-    // With no failure left to make, creation is clean.
-    TraceCapture cap(8);
-    vn_mem_fail_nth(sizeof(rows) / sizeof(rows[0]) + 1);
-    kavor_hdl h = kavor_create_v2("cfg", 1000);
-    vn_mem_fail_nth(0);
-    ASSERT_NE(h, nullptr);
-    kavor_destroy(h);
-    EXPECT_EQ(cap.count_at_most(4), 0u) << cap.dump();
-    EXPECT_EQ(vn_mem_live(), live);
 }
 
 TEST(KavorManager, DestroyReleasesEveryRecordAndWritesNothing)
@@ -139,9 +119,8 @@ TEST(KavorManager, DestroyReleasesEveryRecordAndWritesNothing)
     kavor_destroy(h);
     EXPECT_TRUE(cap.records().empty()) << cap.dump();
     EXPECT_EQ(vn_mem_live(), live);
-    EXPECT_FALSE(file_exists(dir.file("one.xml.gz")));
-    EXPECT_FALSE(file_exists(dir.file("two.xml.gz")));
-    EXPECT_FALSE(file_exists(dir.file("v")));
+    for (const char *name : {"one.xml.gz", "two.xml.gz", "v"})
+        EXPECT_FALSE(file_exists(dir.file(name))) << name;
 }
 
 TEST(KavorManager, AManagerWhoseTaskDidNotStartStillAnswersAndEnds)
@@ -174,23 +153,17 @@ TEST(KavorManager, OneTickFollowsThePacingTable)
     struct Row {
         int32_t d;
         bool given;
-        int32_t lmt;
-        int32_t after;
+        int32_t lmt, after;
         bool swept;
     } rows[] = {
-        {-1, true, 1000, 500, false},   // a request restarts the count
-        {700, true, 1000, 500, false},
-        {-1, true, 0, -1, true},        // no delay: the sweep comes in the same tick
-        {-1, true, -5, -1, true},
-        {-1, false, 1000, -1, false},   // idle stays idle
-        {0, false, 1000, 500, false},   // counting
-        {500, false, 1000, 1000, false},
-        {1000, false, 1000, -1, true},  // the count has reached the delay
-        {500, false, 700, 1000, false}, // 700 behaves as 1000
-        {1000, false, 700, -1, true},
+        {-1, true, 1000, 500, false},  {700, true, 1000, 500, false},  // a request restarts the count
+        {-1, true, 0, -1, true},       {-1, true, -5, -1, true},   // no delay: sweep in the same tick
+        {-1, false, 1000, -1, false},                                  // idle stays idle
+        {0, false, 1000, 500, false},  {500, false, 1000, 1000, false},  // counting
+        {1000, false, 1000, -1, true},                                 // the count reached the delay
+        {500, false, 700, 1000, false}, {1000, false, 700, -1, true},  // 700 behaves as 1000
         {500, false, 500, -1, true},
-        {0, false, 1, 500, false},      // 1 behaves as 500
-        {500, false, 1, -1, true},
+        {0, false, 1, 500, false},     {500, false, 1, -1, true},      // 1 behaves as 500
     };
     TempDir dir;
     kavor_hdl h = create_without_task(1000);
@@ -200,8 +173,7 @@ TEST(KavorManager, OneTickFollowsThePacingTable)
     xml_file_hdl f = reg(h, dir.file("net"), "blk", &b);
     SysRecorder sys;
     for (const Row &r : rows) {
-        SCOPED_TRACE(std::to_string(r.d) + (r.given ? " given " : " idle ") +
-                     std::to_string(r.lmt));
+        SCOPED_TRACE(std::to_string(r.d) + (r.given ? " given " : " idle ") + std::to_string(r.lmt));
         h->sv_dly = r.d;
         h->sv_dly_lmt = r.lmt;
         saving_set(f->fcom, 1);
@@ -220,128 +192,126 @@ TEST(KavorManager, OneTickFollowsThePacingTable)
     kavor_destroy(h);
 }
 
+// A running task over one file "net" of the block: the recorder goes in
+// first, so a test sets its failures and step hooks before the task runs.
+struct Running {
+    TempDir dir;
+    SysRecorder sys;
+    kavor_hdl h = nullptr;
+    Blk b;
+    xml_file_hdl f = nullptr;
+
+    void start(const char *name, int32_t dly, int32_t gen = 0, int32_t ugz = 0)
+    {
+        fill(b, gen);
+        h = kavor_create_v2(name, dly);
+        ASSERT_NE(h, nullptr);
+        f = reg(h, dir.file("net"), "blk", &b, ugz);
+        ASSERT_NE(f, nullptr);
+    }
+    ~Running() { kavor_destroy(h); }
+    // Changes the block as the application does: under the file's lock.
+    void set(int32_t g)
+    {
+        kavor_file_lock(f);
+        fill(b, g);
+        kavor_file_unlock(f);
+    }
+    int32_t on_disk() const { return parse_exact(dir.file("net"), 0, dir.file("net.xml.gz")).gen(); }
+};
+
 // A running task with a delay: a burst of requests in the quiet time is
 // written once, after the delay.
 class PacingTest : public ::testing::TestWithParam<int32_t> {};
 
 TEST_P(PacingTest, ABurstOfRequestsEndsInOneWrite)
 {
-    TempDir dir;
-    SysRecorder sys;
-    kavor_hdl h = kavor_create_v2("burst", GetParam());
-    ASSERT_NE(h, nullptr);
-    Blk b;
-    xml_file_hdl f = reg(h, dir.file("net"), "blk", &b);
+    Running r;
+    ASSERT_NO_FATAL_FAILURE(r.start("burst", GetParam()));
     // A new manager counts from its start; let that first sweep pass.
-    ASSERT_TRUE(wait_for([&] { return sv_dly(h) < 0; }));
+    ASSERT_TRUE(wait_for([&] { return sv_dly(r.h) < 0; }));
     for (int i = 1; i <= 6; i++) {
-        kavor_file_lock(f);
-        fill(b, i);
-        kavor_file_unlock(f);
-        ASSERT_EQ(kavor_save_one(f), 0);
+        r.set(i);
+        ASSERT_EQ(kavor_save_one(r.f), 0);
         std::this_thread::sleep_for(std::chrono::milliseconds(40));
     }
-    ASSERT_TRUE(wait_for([&] { return kavor_any_on_saving(h) == nullptr; }));
-    EXPECT_EQ(sys.count("save "), 1u);
-    EXPECT_EQ(parse_exact(dir.file("net"), 0, dir.file("net.xml.gz")).gen(), 6);
+    ASSERT_TRUE(wait_for([&] { return kavor_any_on_saving(r.h) == nullptr; }));
+    EXPECT_EQ(r.sys.count("save "), 1u);
+    EXPECT_EQ(r.on_disk(), 6);
     // Nothing is left to write: no second sweep writes anything.
-    ASSERT_TRUE(wait_for([&] { return sv_dly(h) < 0; }));
+    ASSERT_TRUE(wait_for([&] { return sv_dly(r.h) < 0; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(GetParam() + 600));
-    EXPECT_EQ(sys.count("save "), 1u);
-    kavor_destroy(h);
+    EXPECT_EQ(r.sys.count("save "), 1u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Delays, PacingTest, ::testing::Values(500, 1000));
 
 TEST(KavorManager, WithoutDelayEveryRequestIsWritten)
 {
-    TempDir dir;
-    SysRecorder sys;
-    kavor_hdl h = kavor_create_v2("now", 0);
-    ASSERT_NE(h, nullptr);
-    Blk b;
-    xml_file_hdl f = reg(h, dir.file("net"), "blk", &b);
+    Running r;
+    ASSERT_NO_FATAL_FAILURE(r.start("now", 0));
     for (int i = 1; i <= 3; i++) {
-        kavor_file_lock(f);
-        fill(b, i);
-        kavor_file_unlock(f);
-        ASSERT_EQ(kavor_save_one(f), 0);
-        ASSERT_TRUE(wait_for([&] { return kavor_file_on_saving(f) == 0; }));
-        EXPECT_EQ(sys.count("save "), (size_t)i);
-        EXPECT_EQ(parse_exact(dir.file("net"), 0, dir.file("net.xml.gz")).gen(), i);
+        r.set(i);
+        ASSERT_EQ(kavor_save_one(r.f), 0);
+        ASSERT_TRUE(wait_for([&] { return kavor_file_on_saving(r.f) == 0; }));
+        EXPECT_EQ(r.sys.count("save "), (size_t)i);
+        EXPECT_EQ(r.on_disk(), i);
     }
-    kavor_destroy(h);
 }
 
 TEST(KavorManager, ARequestDuringASweepLeadsToASecondSweep)
 {
-    TempDir dir;
-    SysRecorder sys;
+    Running r;
     std::atomic<int> state{0};   // 1: the sweep waits in its sync step; 2: go on
-    sys.on_step = [&](const std::string &step, const kavor_fcom_t *) {
+    r.sys.on_step = [&](const std::string &step, const kavor_fcom_t *) {
         int first = 0;
         if (step == "sync" && state.compare_exchange_strong(first, 1))
             wait_for([&] { return state.load() == 2; }, 60);
     };
-    kavor_hdl h = kavor_create_v2("again", 500);
-    ASSERT_NE(h, nullptr);
-    Blk b;
-    fill(b, 1);
-    xml_file_hdl f = reg(h, dir.file("net"), "blk", &b);
-    ASSERT_EQ(kavor_save_one(f), 0);
+    ASSERT_NO_FATAL_FAILURE(r.start("again", 500, 1));
+    ASSERT_EQ(kavor_save_one(r.f), 0);
     ASSERT_TRUE(wait_for([&] { return state.load() == 1; }));
-    kavor_file_lock(f);
-    fill(b, 2);
-    kavor_file_unlock(f);
-    ASSERT_EQ(kavor_save_one(f), 0);
+    r.set(2);
+    ASSERT_EQ(kavor_save_one(r.f), 0);
     state = 2;
-    ASSERT_TRUE(wait_for([&] { return sys.count("save ") == 2 && kavor_file_on_saving(f) == 0; }));
-    EXPECT_EQ(parse_exact(dir.file("net"), 0, dir.file("net.xml.gz")).gen(), 2);
-    kavor_destroy(h);
+    ASSERT_TRUE(
+        wait_for([&] { return r.sys.count("save ") == 2 && kavor_file_on_saving(r.f) == 0; }));
+    EXPECT_EQ(r.on_disk(), 2);
 }
 
 TEST(KavorManager, AFailedSaveIsRetriedUntilItsCauseHasGone)
 {
-    TempDir dir;
-    SysRecorder sys;
-    sys.fail_all(SysRecorder::SAVE, true);
-    kavor_hdl h = kavor_create_v2("retry", 500);
-    ASSERT_NE(h, nullptr);
-    Blk b;
-    fill(b, 9);
-    xml_file_hdl f = reg(h, dir.file("net"), "blk", &b);
+    Running r;
+    r.sys.fail_all(SysRecorder::SAVE, true);
+    ASSERT_NO_FATAL_FAILURE(r.start("retry", 500, 9));
     TraceCapture cap(4);
-    ASSERT_EQ(kavor_save_one(f), 0);
-    ASSERT_TRUE(wait_for([&] { return sys.calls(SysRecorder::SAVE) >= 3; }));
-    kavor_file_lock(f);   // no write is under way while the lock is held
-    EXPECT_GE(kavor_file_on_saving(f), 1);
-    EXPECT_FALSE(file_exists(dir.file("net.xml.gz")));
-    EXPECT_FALSE(file_exists(dir.file("net.xml.gz.tmp.gz")));
-    kavor_file_unlock(f);
+    ASSERT_EQ(kavor_save_one(r.f), 0);
+    ASSERT_TRUE(wait_for([&] { return r.sys.calls(SysRecorder::SAVE) >= 3; }));
+    kavor_file_lock(r.f);   // no write is under way while the lock is held
+    EXPECT_GE(kavor_file_on_saving(r.f), 1);
+    EXPECT_FALSE(file_exists(r.dir.file("net.xml.gz")));
+    EXPECT_FALSE(file_exists(r.dir.file("net.xml.gz.tmp.gz")));
+    kavor_file_unlock(r.f);
     EXPECT_GE(cap.count(4, "xml_save_process",
-                        "xml(" + dir.file("net.xml.gz") + ") save failed, try again later."),
+                        "xml(" + r.dir.file("net.xml.gz") + ") save failed, try again later."),
               2u)
         << cap.dump();
-    sys.fail_all(SysRecorder::SAVE, false);
-    ASSERT_TRUE(wait_for([&] { return kavor_any_on_saving(h) == nullptr; }));
-    EXPECT_EQ(parse_exact(dir.file("net"), 0, dir.file("net.xml.gz")).gen(), 9);
-    kavor_destroy(h);
+    r.sys.fail_all(SysRecorder::SAVE, false);
+    ASSERT_TRUE(wait_for([&] { return kavor_any_on_saving(r.h) == nullptr; }));
+    EXPECT_EQ(r.on_disk(), 9);
 }
 
 TEST(KavorManager, RealSyncRunsAndTheFileReachesTheDisk)
 {
-    TempDir dir;
-    SysRecorder sys;
-    sys.real_sync = true;
-    kavor_hdl h = kavor_create_v2("sync", 0);
-    Blk b;
-    fill(b, 4);
-    xml_file_hdl f = reg(h, dir.file("net"), "blk", &b, 1);
-    ASSERT_EQ(kavor_save_one(f), 0);
-    ASSERT_TRUE(wait_for([&] { return kavor_file_on_saving(f) == 0; }, 120));
-    EXPECT_EQ(sys.count("sync"), 2u);
-    kavor_destroy(h);
-    Loaded back = load_as_restart(dir.file("net"), 1);
+    Running r;
+    r.sys.real_sync = true;
+    ASSERT_NO_FATAL_FAILURE(r.start("sync", 0, 4, 1));
+    ASSERT_EQ(kavor_save_one(r.f), 0);
+    ASSERT_TRUE(wait_for([&] { return kavor_file_on_saving(r.f) == 0; }, 120));
+    EXPECT_EQ(r.sys.count("sync"), 2u);
+    kavor_destroy(r.h);
+    r.h = nullptr;
+    Loaded back = load_as_restart(r.dir.file("net"), 1);
     EXPECT_EQ(back.ret, 0);
     EXPECT_EQ(back.gen(), 4);
 }
