@@ -40,6 +40,35 @@ kavor_hdl create_without_task(int32_t dly)
     return nullptr;
 }
 
+// A running task over one file "net" of the block: the recorder goes in
+// first, so a test sets its failures and step hooks before the task runs.
+struct Running {
+    TempDir dir;
+    SysRecorder sys;
+    kavor_hdl h = nullptr;
+    Blk b;
+    xml_file_hdl f = nullptr;
+
+    // A name of nullptr: a manager whose task didn't start.
+    void start(const char *name, int32_t dly, int32_t gen = 0, int32_t ugz = 0)
+    {
+        fill(b, gen);
+        h = name != nullptr ? kavor_create_v2(name, dly) : create_without_task(dly);
+        ASSERT_NE(h, nullptr);
+        f = reg(h, dir.file("net"), "blk", &b, ugz);
+        ASSERT_NE(f, nullptr);
+    }
+    ~Running() { kavor_destroy(h); }
+    // Changes the block as the application does: under the file's lock.
+    void set(int32_t g)
+    {
+        kavor_file_lock(f);
+        fill(b, g);
+        kavor_file_unlock(f);
+    }
+    int32_t on_disk() const { return parse_exact(dir.file("net"), 0, dir.file("net.xml.gz")).gen(); }
+};
+
 TEST(KavorManager, CreateSetsUpTheTaskAndRefusesNullNames)
 {
     long live = vn_mem_live();
@@ -125,14 +154,12 @@ TEST(KavorManager, DestroyReleasesEveryRecordAndWritesNothing)
 
 TEST(KavorManager, AManagerWhoseTaskDidNotStartStillAnswersAndEnds)
 {
-    TempDir dir;
     long live = vn_mem_live();
-    kavor_hdl h = create_without_task(0);
-    ASSERT_NE(h, nullptr);
-    Blk b;
-    fill(b, 3);
-    xml_file_hdl f = reg(h, dir.file("net"), "blk", &b);
-    ASSERT_NE(f, nullptr);
+    Running r;
+    ASSERT_NO_FATAL_FAILURE(r.start(nullptr, 0, 3));
+    kavor_hdl h = r.h;
+    xml_file_hdl f = r.f;
+    const TempDir &dir = r.dir;
     EXPECT_EQ(kavor_save_one(f), 0);
     EXPECT_EQ(kavor_save_all(h), 0);
     EXPECT_EQ(kavor_file_on_saving(f), 1);
@@ -141,6 +168,7 @@ TEST(KavorManager, AManagerWhoseTaskDidNotStartStillAnswersAndEnds)
     EXPECT_EQ(kavor_count_all_filename(h), 1u);
     auto t0 = std::chrono::steady_clock::now();
     kavor_destroy(h);
+    r.h = nullptr;
     EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(30));
     EXPECT_FALSE(file_exists(dir.file("net.xml.gz")));
     EXPECT_EQ(vn_mem_live(), live);
@@ -165,13 +193,11 @@ TEST(KavorManager, OneTickFollowsThePacingTable)
         {500, false, 500, -1, true},
         {0, false, 1, 500, false},     {500, false, 1, -1, true},      // 1 behaves as 500
     };
-    TempDir dir;
-    kavor_hdl h = create_without_task(1000);
-    ASSERT_NE(h, nullptr);
-    Blk b;
-    fill(b, 1);
-    xml_file_hdl f = reg(h, dir.file("net"), "blk", &b);
-    SysRecorder sys;
+    Running run;
+    ASSERT_NO_FATAL_FAILURE(run.start(nullptr, 1000, 1));
+    kavor_hdl h = run.h;
+    xml_file_hdl f = run.f;
+    SysRecorder &sys = run.sys;
     for (const Row &r : rows) {
         SCOPED_TRACE(std::to_string(r.d) + (r.given ? " given " : " idle ") + std::to_string(r.lmt));
         h->sv_dly = r.d;
@@ -189,36 +215,7 @@ TEST(KavorManager, OneTickFollowsThePacingTable)
         EXPECT_EQ(cap.has(8, "xml_save_process", "kavor_obj take semphore, delay save."), r.given)
             << cap.dump();
     }
-    kavor_destroy(h);
 }
-
-// A running task over one file "net" of the block: the recorder goes in
-// first, so a test sets its failures and step hooks before the task runs.
-struct Running {
-    TempDir dir;
-    SysRecorder sys;
-    kavor_hdl h = nullptr;
-    Blk b;
-    xml_file_hdl f = nullptr;
-
-    void start(const char *name, int32_t dly, int32_t gen = 0, int32_t ugz = 0)
-    {
-        fill(b, gen);
-        h = kavor_create_v2(name, dly);
-        ASSERT_NE(h, nullptr);
-        f = reg(h, dir.file("net"), "blk", &b, ugz);
-        ASSERT_NE(f, nullptr);
-    }
-    ~Running() { kavor_destroy(h); }
-    // Changes the block as the application does: under the file's lock.
-    void set(int32_t g)
-    {
-        kavor_file_lock(f);
-        fill(b, g);
-        kavor_file_unlock(f);
-    }
-    int32_t on_disk() const { return parse_exact(dir.file("net"), 0, dir.file("net.xml.gz")).gen(); }
-};
 
 // A running task with a delay: a burst of requests in the quiet time is
 // written once, after the delay.
