@@ -58,36 +58,9 @@ struct pdesc one_row(int type, const char *name, int count, size_t size)
 
 // ---- floor: the writer's work without the table walk --------------------------
 
-template <typename U, unsigned Base, bool Upper>
-char *digits(char *p, U v)
-{
-    const char *set = Upper ? "0123456789ABCDEF" : "0123456789abcdef";
-    char tmp[20];
-    int n = 0;
-    do {
-        tmp[n++] = set[v % Base];
-        v = static_cast<U>(v / Base);
-    } while (v != 0);
-    while (n > 0)
-        *p++ = tmp[--n];
-    return p;
-}
-
-template <typename T, unsigned Base, bool Upper>
-char *put_int_text(char *p, T v)
-{
-    using U = typename std::make_unsigned<T>::type;
-    U m = static_cast<U>(v);
-    if (std::is_signed<T>::value && v < 0) {
-        *p++ = '-';
-        m = static_cast<U>(0u - m);
-    }
-    if (Base == 16) {
-        *p++ = '0';
-        *p++ = 'x';
-    }
-    return digits<U, Base, Upper>(p, m);
-}
+// Values are formatted as the codec does it, digit by digit (bench_util.h).
+using bench::digits;
+using bench::put_int;
 
 template <typename T, unsigned Base, bool Upper>
 void floor_write_ints(const T *mem, int count, int per, xmlNode *parent, const char *name = "v")
@@ -740,13 +713,13 @@ struct pdesc *list_table()
 void int_element(xmlNode *parent, const char *name, int32_t v)
 {
     char buf[24];
-    *put_int_text<int32_t, 10, false>(buf, v) = '\0';
+    *put_int<int32_t, 10, false>(buf, v) = '\0';
     text_element(parent, name, buf);
 }
 void hex_element(xmlNode *parent, const char *name, uint32_t v)
 {
     char buf[24];
-    *put_int_text<uint32_t, 16, false>(buf, v) = '\0';
+    *put_int<uint32_t, 16, false>(buf, v) = '\0';
     text_element(parent, name, buf);
 }
 void list_floor_write(const char *mem, xmlNode *parent)
