@@ -33,6 +33,7 @@ extern "C" int peer_cyaml_save(const struct dev_block *d, const char *path);
 extern "C" int peer_cyaml_load(const char *path, struct dev_block *out);
 #endif
 
+#if KAVOR_PEER_BOOST || KAVOR_PEER_CEREAL
 namespace {
 
 // Copies text into a string field, cut to fit, the rest left as it was.
@@ -44,6 +45,7 @@ void copy_into(char *dst, size_t cap, const std::string &s)
 }
 
 }  // namespace
+#endif
 
 // ---- Boost.Serialization: strings as text, everything else as it stands ----
 
