@@ -228,7 +228,7 @@ TEST(KavorCrash, ACutGzipLeavesTheBackupWholeAndALoadRecoversOrFallsBack)
 TEST(KavorCrash, AnyOneFailedOperationKeepsAWholeCopyAndTheRetryEndsWithTheNewOne)
 {
     const SysRecorder::Op ops[] = {SysRecorder::REMOVE, SysRecorder::RENAME, SysRecorder::SYSTEM,
-                                   SysRecorder::SAVE};
+                                   SysRecorder::SAVE, SysRecorder::CREATE};
     for (const Road &road : roads()) {
         for (SysRecorder::Op op : ops) {
             for (long n = 1; n <= 3; n++) {

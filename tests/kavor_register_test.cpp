@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <string>
@@ -14,6 +16,7 @@
 #include "bare_manager.h"
 #include "kavor_private.h"
 #include "request.h"
+#include "test_util.h"
 #include "trace_capture.h"
 #include "vn_mem_hook.h"
 
@@ -149,6 +152,51 @@ TEST(KavorRegister, NewFileTakesItsNamesAndAVirtualNameOnlyWhenSafe)
             EXPECT_EQ(vn_mem_live(), live);
             EXPECT_EQ(file_count(mgr.get()), 0u);
         }
+    }
+}
+
+// What the directories on disk say about a virtual name: one that others
+// can write (without the sticky bit) or that another user owns is no place
+// for it; one that doesn't exist yet is looked at again before each write.
+TEST(KavorRegister, AVirtualNameIsRefusedByWhatItsDirectoryIsOnDisk)
+{
+    TempDir dir;
+    const std::string open = "others can write its directory";
+    const struct {
+        const char *sub;
+        mode_t mode;     // 0: the directory doesn't exist
+        uid_t owner;     // 0: this process's user
+        std::string why; // empty: the virtual name is used
+    } rows[] = {
+        {"world", 0777, 0, open},
+        {"group", 0770, 0, open},
+        {"sticky", 01777, 0, ""},
+        {"mine", 0755, 0, ""},
+        {"theirs", 0755, 65534, "its directory belongs to another user"},
+        {"missing", 0, 0, ""},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.sub);
+        const std::string vdir = dir.file(r.sub);
+        if (r.mode != 0) {
+            ASSERT_EQ(mkdir(vdir.c_str(), 0700), 0);
+            ASSERT_EQ(chmod(vdir.c_str(), r.mode), 0);
+        }
+        if (r.owner != 0 && chown(vdir.c_str(), r.owner, (gid_t)-1) != 0)
+            continue;   // only root can give a directory away
+        kavor_file_rgst_t rgst = request(dir.file("d/net"), "n", 0, vdir + "/net");
+        TraceCapture cap(8);
+        kavor_file_t *f = kavor_register(nullptr, &rgst);
+        ASSERT_NE(f, nullptr);
+        EXPECT_EQ(str(f->fcom->virtfile), r.why.empty() ? vdir + "/net.xml" : "<NULL>");
+        if (r.why.empty()) {
+            EXPECT_TRUE(cap.records().empty()) << cap.dump();
+        } else {
+            EXPECT_TRUE(cap.has(4, "kavor_register", "virtual file (" + vdir +
+                                                         "/net.xml) not used: " + r.why + "."))
+                << cap.dump();
+        }
+        kavor_unregister(f);
     }
 }
 

@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -21,6 +22,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -169,13 +171,14 @@ private:
 
 /// Replaces the kavor_sys table with recording wrappers for its lifetime.
 /// A failing remove or rename does nothing and returns -1; a failing
-/// system returns 256 without running; a failing save_doc writes half of
-/// the document and returns -1. sync is counted and, unless real_sync is
+/// create does nothing and returns -1 with EEXIST (something took the
+/// name); a failing system returns 256 without running; a failing save_doc
+/// writes half of the document and returns -1. sync is counted and, unless real_sync is
 /// set, does nothing: a killed process loses nothing of the page cache, and
 /// a real sync on a busy machine only slows the tests.
 class SysRecorder {
 public:
-    enum Op { REMOVE, RENAME, SYSTEM, SAVE, SYNC, NOPS };
+    enum Op { REMOVE, RENAME, SYSTEM, SAVE, SYNC, CREATE, NOPS };
 
     SysRecorder() : saved_(kavor_sys)
     {
@@ -184,6 +187,7 @@ public:
         kavor_sys.rename = w_rename;
         kavor_sys.system = w_system;
         kavor_sys.sync = w_sync;
+        kavor_sys.create = w_create;
         kavor_sys.save_doc = w_save;
         kavor_sys.step = w_step;
         for (int i = 0; i < NOPS; i++) {
@@ -201,7 +205,7 @@ public:
     SysRecorder &operator=(const SysRecorder &) = delete;
 
     /// Every call so far, as "remove <p>", "rename <a> <b>", "system <cmd>",
-    /// "sync", "save <p>", and the steps as "step <name>".
+    /// "sync", "create <p>", "save <p>", and the steps as "step <name>".
     std::vector<std::string> log() const
     {
         std::lock_guard<std::mutex> hold(lock_);
@@ -229,6 +233,8 @@ public:
     /// Called on the saving thread after each step, with the log entry
     /// already written. Set it before the saving thread can run a step.
     std::function<void(const std::string &step, const kavor_fcom_t *fcom)> on_step;
+    /// Called after each remove with the path, on the saving thread.
+    std::function<void(const std::string &path)> after_remove;
     std::atomic<bool> real_sync{false};
 
 private:
@@ -250,7 +256,23 @@ private:
     static int w_remove(const char *p)
     {
         self()->note(std::string("remove ") + p);
-        return self()->failing(REMOVE) ? -1 : self()->saved_.remove(p);
+        int rc = self()->failing(REMOVE) ? -1 : self()->saved_.remove(p);
+        if (self()->after_remove)
+            self()->after_remove(p);
+        return rc;
+    }
+    static int w_create(const char *p)
+    {
+        self()->note(std::string("create ") + p);
+        if (self()->failing(CREATE)) {
+            errno = EEXIST;
+            return -1;
+        }
+        int fd = self()->saved_.create(p);
+        std::lock_guard<std::mutex> hold(self()->lock_);
+        if (fd >= 0)
+            self()->created_[fd] = p;
+        return fd;
     }
     static int w_rename(const char *a, const char *b)
     {
@@ -269,13 +291,20 @@ private:
         if (self()->real_sync)
             self()->saved_.sync();
     }
-    static int w_save(const char *p, xmlDocPtr doc, const char *enc, int fmt)
+    static int w_save(int fd, xmlDocPtr doc, const char *enc, int fmt)
     {
-        self()->note(std::string("save ") + p);
+        std::string p;
+        {
+            std::lock_guard<std::mutex> hold(self()->lock_);
+            p = self()->created_[fd];
+            self()->created_.erase(fd);
+        }
+        self()->note("save " + p);
         if (!self()->failing(SAVE))
-            return self()->saved_.save_doc(p, doc, enc, fmt);
-        int n = self()->saved_.save_doc(p, doc, enc, fmt);
-        if (n > 0 && truncate(p, n / 2) != 0)
+            return self()->saved_.save_doc(fd, doc, enc, fmt);
+        struct stat st;
+        if (self()->saved_.save_doc(fd, doc, enc, fmt) > 0 && stat(p.c_str(), &st) == 0 &&
+            truncate(p.c_str(), st.st_size / 2) != 0)
             return -1;
         return -1;
     }
@@ -289,6 +318,7 @@ private:
     kavor_sys_t saved_;
     mutable std::mutex lock_;
     std::vector<std::string> log_;
+    std::map<int, std::string> created_;   // descriptor -> path, until its save
     std::atomic<long> calls_[NOPS];
     std::atomic<long> fail_at_[NOPS];
     std::atomic<bool> fail_all_[NOPS];

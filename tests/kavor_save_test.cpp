@@ -8,6 +8,7 @@
 
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <string>
@@ -93,13 +94,13 @@ TEST_F(SaveTest, EachRoadRunsItsStepsInOrderAndKeepsTheLastCopyAsBackup)
             TraceCapture cap(7);
             save_gen(f, b, 2);
             const std::vector<std::string> plain = {
-                "save " + T, "step write", "remove " + B, "step remove_bak",
+                "remove " + T, "create " + T, "save " + T, "step write", "remove " + B, "step remove_bak",
                 "rename " + F + " " + B, "step rename_file",
                 "rename " + T + " " + F, "step rename_tmp",
                 "sync", "sync", "step sync", "step done",
             };
             const std::vector<std::string> virtual_road = {
-                "remove " + V, "save " + V, "step write",
+                "remove " + V, "create " + V, "save " + V, "step write",
                 "rename " + F + " " + B, "step rename_file",
                 "system gzip -c " + V + " > " + F, "step gzip",
                 "remove " + V, "step remove_virt",
@@ -165,10 +166,12 @@ TEST_F(SaveTest, OneRequestWritesEveryNodeOfTheFileAndTwoRequestsWriteOnce)
 
 // A write or backup that fails on either road leaves both stored copies as
 // they were, runs no gzip, keeps the file marked and wakes the task for a
-// retry, which then saves.
+// retry, which then saves. A name that something takes between its removal
+// and its create, and a virtual file's directory that others can write
+// (made so after the registration), fail the write in the same way.
 TEST_F(SaveTest, AFailedWriteOrBackupLeavesBothCopiesAsTheyWereAndRetries)
 {
-    enum Cause { TABLE, DEV_FULL, VIRT_WRITE, VIRT_BACKUP };
+    enum Cause { TABLE, TAKEN, VIRT_WRITE, VIRT_BACKUP, VIRT_DIR };
     const struct {
         const char *what;
         Cause cause;
@@ -176,27 +179,32 @@ TEST_F(SaveTest, AFailedWriteOrBackupLeavesBothCopiesAsTheyWereAndRetries)
         int32_t state;
     } rows[] = {
         {"plain, writer fails", TABLE, "save failed", 1},
-        {"plain, /dev/full", DEV_FULL, "save failed", 1},
+        {"plain, temporary name taken before its create", TAKEN, "save failed", 1},
         {"virtual, writer fails", VIRT_WRITE, "save failed", 1},
         {"virtual, backup rename fails", VIRT_BACKUP, "backup failed", 2},
+        {"virtual, others can write its directory", VIRT_DIR, "save failed", 1},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.what);
-        const bool virt = r.cause == VIRT_WRITE || r.cause == VIRT_BACKUP;
+        const bool virt = r.cause >= VIRT_WRITE;
         const std::string sub = "c" + std::to_string(r.cause), base = dir_.file(sub + "/net");
+        const std::string vdir = dir_.file(sub + "/v");
         const std::string F = base + ".xml.gz", B = base + ".xml.bak.gz", T = F + ".tmp.gz";
         Blk b;
         SysRecorder sys;
-        xml_file_hdl f = third_save_asked(base, b, virt ? dir_.file(sub + "/v/net") : "");
+        xml_file_hdl f = third_save_asked(base, b, virt ? vdir + "/net" : "");
         switch (r.cause) {
         case TABLE:
             sys.fail_all(SysRecorder::SAVE, true);
             break;
-        case DEV_FULL:
-            ASSERT_EQ(symlink("/dev/full", T.c_str()), 0);
+        case TAKEN:
+            sys.fail_nth(SysRecorder::CREATE, 1);
             break;
         case VIRT_WRITE:
             sys.fail_nth(SysRecorder::SAVE, 1);
+            break;
+        case VIRT_DIR:
+            ASSERT_EQ(chmod(vdir.c_str(), 0777), 0);
             break;
         default:
             sys.fail_nth(SysRecorder::RENAME, 1);
@@ -218,17 +226,84 @@ TEST_F(SaveTest, AFailedWriteOrBackupLeavesBothCopiesAsTheyWereAndRetries)
             EXPECT_TRUE(cap.has(4, "save_para_using_xml", "save " + F + " error!")) << cap.dump();
             EXPECT_EQ(sys.count("rename"), 0u) << "a failed write renames nothing";
         }
-        if (r.cause == VIRT_WRITE) {
-            EXPECT_FALSE(file_exists(dir_.file(sub + "/v/net.xml")));
+        if (r.cause == VIRT_WRITE || r.cause == VIRT_DIR) {
+            EXPECT_FALSE(file_exists(vdir + "/net.xml"));
+        }
+        if (r.cause == VIRT_DIR) {
+            EXPECT_TRUE(cap.has(4, "save_para_using_xml", "virtual file (" + vdir +
+                                "/net.xml) not written: others can write its directory."))
+                << cap.dump();
         }
 
         // The cause goes; the next sweep writes the file.
         sys.fail_all(SysRecorder::SAVE, false);
+        ASSERT_EQ(chmod(vdir.c_str(), 0755), r.cause >= VIRT_WRITE ? 0 : -1);
         sweep();
         EXPECT_EQ(kavor_file_on_saving(f), 0);
         EXPECT_EQ(parse_exact(base, 0, F).gen(), 3);
         EXPECT_EQ(parse_exact(base, 0, B).gen(), 2);
         EXPECT_FALSE(given());
+    }
+}
+
+// A link planted at the temporary or virtual name, before the save or in the
+// moment between the removal of the name and its create, is never followed:
+// its target stays as it was, and the file becomes a regular file with the
+// new copy. A create that finds the name taken fails the attempt (level 4),
+// and the retry saves.
+TEST_F(SaveTest, ALinkPlantedAtANameTheSaveWritesIsNeverFollowed)
+{
+    const struct {
+        const char *what;
+        int32_t ugz;
+        bool virt, racing;
+    } rows[] = {
+        {"compressed temporary name, before the save", 0, false, false},
+        {"plain temporary name, before the save", 1, false, false},
+        {"temporary name, after its removal", 0, false, true},
+        {"virtual name, after its removal", 0, true, true},
+    };
+    int i = 0;
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.what);
+        const std::string sub = dir_.file("l" + std::to_string(i++)), base = sub + "/net";
+        const std::string F = base + (r.ugz == 1 ? ".xml" : ".xml.gz");
+        const std::string B = base + (r.ugz == 1 ? ".xml.bak" : ".xml.bak.gz");
+        const std::string at = r.virt ? sub + "/v/net.xml" : F + (r.ugz == 1 ? ".tmp" : ".tmp.gz");
+        const std::string victim = dir_.file("victim");
+        ASSERT_TRUE(write_file(victim, "victim"));
+        Blk b;
+        xml_file_hdl f = reg(m(), base, "blk", &b, r.ugz, r.virt ? sub + "/v/net" : "");
+        save_gen(f, b, 1);
+        SysRecorder sys;
+        bool planted = false;
+        auto plant = [&] { planted = symlink(victim.c_str(), at.c_str()) == 0; };
+        if (r.racing)
+            sys.after_remove = [&](const std::string &p) {
+                if (!planted && p == at)
+                    plant();
+            };
+        else
+            plant();
+        fill(b, 2);
+        kavor_save_one(f);
+        given();
+        TraceCapture cap(4);
+        sweep();
+        EXPECT_TRUE(planted);
+        EXPECT_EQ(given(), r.racing) << cap.dump();
+        EXPECT_EQ(cap.count(4, "xml_save_process", "xml(" + F + ") save failed, try again later."),
+                  r.racing ? 1u : 0u) << cap.dump();
+        sweep();
+        EXPECT_EQ(kavor_file_on_saving(f), 0);
+        EXPECT_EQ(read_file(victim), "victim");
+        struct stat st;
+        ASSERT_EQ(lstat(F.c_str(), &st), 0);
+        EXPECT_TRUE(S_ISREG(st.st_mode));
+        EXPECT_EQ(parse_exact(base, r.ugz, F).gen(), 2);
+        EXPECT_EQ(parse_exact(base, r.ugz, B).gen(), 1);
+        EXPECT_NE(lstat(at.c_str(), &st), 0);
+        kavor_unregister(f);
     }
 }
 

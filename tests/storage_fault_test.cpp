@@ -1,14 +1,18 @@
 // Storage faults made for real on the file system (the tests run as root,
-// so permissions can't stop a write): a full device at the plain road's
-// temporary name, a parent path that is a regular file, a missing directory
-// that can't be made, and a gzip that fails or writes half. Every failed
+// so permissions can't stop a write): a write that runs out of room (the
+// process's file size limit, as on a full device), a parent path that is a
+// regular file, a missing directory that can't be made, a virtual file's
+// directory that others came to be able to write, and a gzip that fails or
+// writes half. Every failed
 // save keeps the stored copies as they were (on the plain road the file and
 // its backup byte for byte), keeps the file marked, wakes the task for a
 // retry, and the file is saved by itself once the cause is gone.
 #include <gtest/gtest.h>
 
 #include <stdio.h>
+#include <signal.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -65,10 +69,15 @@ void clear_path(const std::string &path)
     must(system(rm.c_str()) == 0, rm);
 }
 
-void dev_full_at(const std::string &path)
+// Writes of this process into files past `bytes` fail (EFBIG, SIGXFSZ
+// ignored), as on a full device; RLIM_INFINITY lifts the limit again.
+void file_size_limit(rlim_t bytes)
 {
-    unlink(path.c_str());
-    must(symlink("/dev/full", path.c_str()) == 0, "symlink " + path);
+    struct rlimit rl;
+    must(getrlimit(RLIMIT_FSIZE, &rl) == 0, "getrlimit");
+    rl.rlim_cur = bytes == RLIM_INFINITY ? rl.rlim_max : bytes;
+    signal(SIGXFSZ, bytes == RLIM_INFINITY ? SIG_DFL : SIG_IGN);
+    must(setrlimit(RLIMIT_FSIZE, &rl) == 0, "setrlimit");
 }
 
 class StorageFault : public ::testing::Test {
@@ -90,13 +99,21 @@ TEST_F(StorageFault, EveryFaultKeepsTheStoredCopiesAndTheFileIsSavedOnceItIsGone
 {
     ASSERT_EQ(geteuid(), 0u) << "these faults need root";
     const Fault faults[] = {
-        {"full device at the temporary name", 1, "",
-         [](const std::string &, const Names &n, FakeGzip &) { dev_full_at(n.tmp); },
-         [](const std::string &, const Names &n, FakeGzip &) { unlink(n.tmp.c_str()); },
+        {"no room for the temporary file", 1, "",
+         [](const std::string &, const Names &, FakeGzip &) { file_size_limit(64); },
+         [](const std::string &, const Names &, FakeGzip &) { file_size_limit(RLIM_INFINITY); },
          "xml(%s) save failed, try again later.", false},
-        {"full device at the compressed temporary name", 0, "",
-         [](const std::string &, const Names &n, FakeGzip &) { dev_full_at(n.tmp); },
-         [](const std::string &, const Names &n, FakeGzip &) { unlink(n.tmp.c_str()); },
+        {"no room for the compressed temporary file", 0, "",
+         [](const std::string &, const Names &, FakeGzip &) { file_size_limit(64); },
+         [](const std::string &, const Names &, FakeGzip &) { file_size_limit(RLIM_INFINITY); },
+         "xml(%s) save failed, try again later.", false},
+        {"virtual file in a directory others can write", 1, "vopen",
+         [](const std::string &d, const Names &, FakeGzip &) {
+             must(chmod((d + "/vopen").c_str(), 0777) == 0, "chmod");
+         },
+         [](const std::string &d, const Names &, FakeGzip &) {
+             must(chmod((d + "/vopen").c_str(), 0755) == 0, "chmod");
+         },
          "xml(%s) save failed, try again later.", false},
         {"virtual file under a regular file", 0, "vblock/v",
          [](const std::string &d, const Names &, FakeGzip &) {

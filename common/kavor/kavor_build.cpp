@@ -9,13 +9,29 @@
 // empty node list would produce (its last node is leaving), is never
 // written: the target is untouched and the result is -1. The target's last
 // suffix alone decides the form: ".gz" is gzip (level 1) and indented,
-// anything else plain and not indented. The write goes through
-// kavor_sys.save_doc so that tests can make it fail; a write during which
-// libxml2 raised an error (its writer reports a failed allocation only
-// there) counts as failed, whatever byte count it gave.
+// anything else plain and not indented.
+//
+// The target is always created new, never written through what stands at
+// its name: that is removed first (a link itself, not what it points to),
+// and the file is created with O_CREAT | O_EXCL | O_NOFOLLOW, so a link or
+// file that someone puts there in between makes the create, and with it
+// the write, fail instead of being followed. The document is written
+// through that descriptor, plain or through zlib, in the very bytes that
+// libxml2's own file writer gives. Create and write go through kavor_sys so
+// that tests can make either fail; a write during which libxml2 raised an
+// error (its writer reports a failed allocation only there) counts as
+// failed, whatever byte count it gave.
 #include <assert.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
 
 #include <libxml/xmlerror.h>
+#include <libxml/xmlsave.h>
+#include <zlib.h>
 
 #include "kavor_private.h"
 #include "othermisc.h"
@@ -45,6 +61,75 @@ int32_t xmlMakeNode(xmlNodePtr pRoot, kavor_file_t *fobj)
 }
 
 namespace {
+
+// libxml2's output callbacks on a descriptor: plain, or gzip through zlib.
+int fd_write(void *ctx, const char *buf, int len)
+{
+    int fd = (int)(intptr_t)ctx;
+    for (int done = 0; done < len;) {
+        ssize_t n = write(fd, buf + done, (size_t)(len - done));
+        if (n > 0)
+            done += (int)n;
+        else if (n == 0 || errno != EINTR)
+            return -1;
+    }
+    return len;
+}
+
+int fd_close(void *ctx)
+{
+    return close((int)(intptr_t)ctx) == 0 ? 0 : -1;
+}
+
+int gz_write(void *ctx, const char *buf, int len)
+{
+    int n = gzwrite((gzFile)ctx, buf, (unsigned)len);
+    return n == len ? n : -1;
+}
+
+int gz_close(void *ctx)
+{
+    return gzclose((gzFile)ctx) == Z_OK ? 0 : -1;
+}
+
+// An output buffer that writes to `fd` and closes it, compressed at `level`
+// when that is above 0; NULL (with `fd` closed) when it can't be made.
+xmlOutputBufferPtr fd_output(int fd, int level, xmlCharEncodingHandlerPtr handler)
+{
+    xmlOutputBufferPtr buf = NULL;
+    if (level > 0) {
+        char mode[8];
+        snprintf(mode, sizeof mode, "wb%d", level > 9 ? 9 : level);
+        gzFile gz = gzdopen(fd, mode);
+        if (gz == NULL) {
+            close(fd);
+            return NULL;
+        }
+        buf = xmlOutputBufferCreateIO(gz_write, gz_close, gz, handler);
+        if (buf == NULL)
+            gzclose(gz);
+    } else {
+        buf = xmlOutputBufferCreateIO(fd_write, fd_close, (void *)(intptr_t)fd, handler);
+        if (buf == NULL)
+            close(fd);
+    }
+    return buf;
+}
+
+// Creates `file_name` new (after removing what stood there) and writes
+// `doc` through it. The bytes written, or -1.
+int write_target(const char *file_name, xmlDocPtr doc, int gz)
+{
+    kavor_sys.remove(file_name);
+    int fd = kavor_sys.create(file_name);
+    if (fd < 0) {
+        char why[128];
+        KV_LOGF("xmlMakeParamFile", 4, "file<%s> can't be created new: %s.", file_name,
+                strerror_r(errno, why, sizeof why));
+        return -1;
+    }
+    return kavor_sys.save_doc(fd, doc, "utf-8", gz ? 1 : 0);
+}
 
 // The root element with one child per node, or NULL (after a message) when
 // the document would be incomplete.
@@ -89,7 +174,7 @@ int32_t xmlMakeParamFile(kavor_fcom_t *fcom, char *file_name)
         // still give a byte count, having written a cut document: any error
         // raised during the write fails it.
         xmlResetLastError();
-        int rc = kavor_sys.save_doc(file_name, doc, "utf-8", gz ? 1 : 0);
+        int rc = write_target(file_name, doc, gz);
         xmlErrorPtr err = xmlGetLastError();
         if (rc >= 0 && err != NULL && err->code != XML_ERR_OK) {
             KV_LOGF("xmlMakeParamFile", 4, "write of file<%s> failed: %s", file_name,
@@ -102,6 +187,25 @@ int32_t xmlMakeParamFile(kavor_fcom_t *fcom, char *file_name)
     }
     xmlFreeDoc(doc);
     return ret;
+}
+
+int kavor_create_new(const char *path)
+{
+    return open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+}
+
+int kavor_save_fd(int fd, xmlDocPtr doc, const char *encoding, int format)
+{
+    xmlCharEncodingHandlerPtr handler = xmlFindCharEncodingHandler(encoding);
+    if (handler == NULL) {
+        close(fd);
+        return -1;
+    }
+    xmlOutputBufferPtr buf = fd_output(fd, doc->compression, handler);
+    if (buf == NULL)
+        return -1;
+    // The same dump as xmlSaveFormatFileEnc's, which closes the buffer.
+    return xmlSaveFormatFileTo(buf, doc, encoding, format);
 }
 
 extern "C" int32_t kavor_param2file(kavor_file_rgst_t *rgst)

@@ -85,6 +85,11 @@ int32_t isGzFile(const char *path);
 /// base name starting with '-', the two names equal, or a command
 /// "gzip -c <virt> > <file>" longer than its 256-byte buffer holds.
 const char *virt_name_refusal(const char *virtname, const char *filename);
+/// Why the directory of the virtual file is no place to write it, or NULL:
+/// others can write it (group or world write permission without the sticky
+/// bit, or an owner other than root and this process's user). A directory
+/// that doesn't exist (yet) is not refused. Looked at on disk.
+const char *virt_dir_refusal(const char *virtname);
 
 // ---- document load (kavor_load.cpp) ----------------------------------------
 // What a copy on disk gives a load.
@@ -128,12 +133,23 @@ int32_t load_one_xml(kavor_fcom_t *fcom);
 
 // ---- document build (kavor_build.cpp) ---------------------------------------
 /// Builds the document of all nodes of `fcom` and writes it to `file_name`
-/// through kavor_sys.save_doc (compressed and indented if the name ends in
-/// ".gz"). Returns 0 when the target was written, -1 when it wasn't. A
-/// document that would miss its root element or a node's child is never
-/// written, and neither is one of a managed file (mobj set) whose node list
-/// is empty (its last node is leaving): the target stays untouched then.
+/// (compressed and indented if the name ends in ".gz"): whatever stands at
+/// the name is removed, the file is created new (kavor_sys.create) and the
+/// document written through it (kavor_sys.save_doc); a name that something
+/// takes in between fails the write. Returns 0 when the target was written,
+/// -1 when it wasn't. A document that would miss its root element or a
+/// node's child is never written, and neither is one of a managed file (mobj
+/// set) whose node list is empty (its last node is leaving): the target
+/// stays untouched then.
 int32_t xmlMakeParamFile(kavor_fcom_t *fcom, char *file_name);
+/// Creates `path` as a new file, never through a link and never over one
+/// that exists: open(O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+/// 0666). The descriptor, or -1 with errno set.
+int kavor_create_new(const char *path);
+/// Writes `doc` through `fd` in the bytes that xmlSaveFormatFileEnc gives,
+/// gzip-compressed at doc->compression when that is above 0, and closes
+/// `fd` in every case. Returns the byte count (uncompressed) or -1.
+int kavor_save_fd(int fd, xmlDocPtr doc, const char *encoding, int format);
 /// Appends one child per node, from `fobj` to the end of its list, filled by
 /// param2xml. Returns the number of children added: 0 (with a level-4
 /// message) when there is no node; -1 (with a level-4 message) when pRoot is
@@ -153,7 +169,8 @@ typedef struct {
     int (*rename)(const char *from, const char *to);
     int (*system)(const char *command);
     void (*sync)(void);
-    int (*save_doc)(const char *path, xmlDocPtr doc, const char *encoding, int format);
+    int (*create)(const char *path);   // kavor_create_new
+    int (*save_doc)(int fd, xmlDocPtr doc, const char *encoding, int format);   // kavor_save_fd
     /// Called after each step of a save with the step's name and the file;
     /// NULL by default.
     void (*step)(const char *step, const kavor_fcom_t *fcom);

@@ -13,9 +13,12 @@
 //   file_rwlock, across the node's removal and, when the file ends, the
 //   record's removal from fcom_lst: a concurrent unregister of the file's
 //   other node or a registration joining the file can't reach freed memory.
-// Registration touches no disk and traces nothing on success.
+// Registration writes nothing to disk (it only looks at the directory of a
+// virtual name, where that exists) and traces nothing on success.
 #include <assert.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "kavor_private.h"
 #include "strmisc.h"
@@ -62,6 +65,22 @@ bool leading_dash(const char *s)
 {
     const char *slash = strrchr(s, '/');
     return (slash != NULL ? slash[1] : s[0]) == '-';
+}
+
+// stat of the directory part of `path` ("." when it has none); false when
+// it can't be had.
+bool dir_stat(const char *path, struct stat *st)
+{
+    const char *slash = strrchr(path, '/');
+    if (slash == NULL)
+        return stat(".", st) == 0;
+    char dir[kCmdBuf];
+    size_t n = slash == path ? 1 : (size_t)(slash - path);
+    if (n >= sizeof dir)
+        return false;
+    memcpy(dir, path, n);
+    dir[n] = '\0';
+    return stat(dir, st) == 0;
 }
 
 // The virtual name of a request, or NULL when it has none: its stem must be
@@ -123,6 +142,8 @@ kavor_fcom_t *file_new(char *name, char *virtname)
 {
     if (virtname != NULL) {
         const char *why = virt_name_refusal(virtname, name);
+        if (why == NULL)
+            why = virt_dir_refusal(virtname);
         if (why != NULL) {
             KV_LOGF(kTag, 4, "virtual file (%s) not used: %s.", virtname, why);
             _vn_free(virtname, kTag);
@@ -207,6 +228,18 @@ const char *virt_name_refusal(const char *virtname, const char *filename)
         return "a base name begins with '-'";
     if (kCmdFixed + strlen(virtname) + strlen(filename) >= kCmdBuf)
         return "the gzip command would not fit its buffer";
+    return NULL;
+}
+
+const char *virt_dir_refusal(const char *virtname)
+{
+    struct stat st;
+    if (!dir_stat(virtname, &st))
+        return NULL;
+    if (st.st_uid != 0 && st.st_uid != geteuid())
+        return "its directory belongs to another user";
+    if ((st.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (st.st_mode & S_ISVTX) == 0)
+        return "others can write its directory";
     return NULL;
 }
 

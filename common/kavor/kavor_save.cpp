@@ -14,7 +14,8 @@
 //   3. rename(tmp, file)                          - one atomic replacement;
 //   then, without f_mutex: sync() twice, is_saving 2 -> 0.
 // The virtual-file road (a virtual name), the write under f_mutex:
-//   1. the document goes, plain, to the virtual file;
+//   1. the document goes, plain, to the virtual file, unless others can
+//      write its directory (then the attempt fails and is retried);
 //   2. rename(file, file_bak) while `file` holds a complete copy, otherwise
 //      remove(file) (what a failed gzip left there, or nothing); a rename
 //      that fails ends the attempt, since gzip would write over the copy;
@@ -33,6 +34,10 @@
 // "rename_file" (file -> backup), "remove_file", "rename_tmp" (temporary ->
 // file), "gzip", "remove_virt", "sync" (both calls done), "done".
 //
+// Every file the road writes (the temporary name, the virtual file) is
+// created new by xmlMakeParamFile: never through a link planted at its name,
+// and a name taken in between fails the attempt.
+//
 // A failed write leaves the file marked and gives the semaphore, on either
 // road, so the task tries again one delay later until the cause has gone.
 // The sweep runs inside a tick of xml_save_process, and its records carry
@@ -50,7 +55,7 @@
 #include "xml_trace.h"
 
 // Both tables are initialised as constants, before any code runs.
-#define KAVOR_SYS_DEFAULT {remove, rename, system, sync, xmlSaveFormatFileEnc, NULL}
+#define KAVOR_SYS_DEFAULT {remove, rename, system, sync, kavor_create_new, kavor_save_fd, NULL}
 const kavor_sys_t kavor_sys_default = KAVOR_SYS_DEFAULT;
 kavor_sys_t kavor_sys = KAVOR_SYS_DEFAULT;
 #undef KAVOR_SYS_DEFAULT
@@ -190,8 +195,15 @@ int32_t save_virtual(kavor_fcom_t *fcom)
         return -1;
     }
     uint64_t time0 = vn_uptime_ms();
-    kavor_sys.remove(fcom->virtfile);
-    int32_t ret = xmlMakeParamFile(fcom, fcom->virtfile);
+    // The directory may have come into being since the registration: look
+    // at it again, once it exists, before anything is written into it.
+    make_dir_from_filename(fcom->virtfile, 777);
+    const char *why = virt_dir_refusal(fcom->virtfile);
+    if (why != NULL) {
+        KV_LOGF(fname, 4, "virtual file (%s) not written: %s.", fcom->virtfile, why);
+        return -1;
+    }
+    int32_t ret = xmlMakeParamFile(fcom, fcom->virtfile);   // removes what stood there
     KV_LOGF(fname, 7, "save %s use %llu ms!", fcom->virtfile, ms_since(time0));
     if (ret != 0) {
         kavor_sys.remove(fcom->virtfile);   // never read; a partial one is of no use
