@@ -115,6 +115,10 @@ TEST(KavorRegister, NewFileTakesItsNamesAndAVirtualNameOnlyWhenSafe)
          msg_semi.c_str()},
         {"/data/-net", 0, "/tmp/-net", "/data/-net.xml.gz", "/data/-net.xml.bak.gz", "-net",
          nullptr, "virtual file (/tmp/-net.xml) not used: a base name begins with '-'."},
+        {"d/net", 0, "-S/net", "d/net.xml.gz", "d/net.xml.bak.gz", "net", nullptr,
+         "virtual file (-S/net.xml) not used: a name begins with '-'."},
+        {"-S/net", 1, "v/net", "-S/net.xml", "-S/net.xml.bak", "net", nullptr,
+         "virtual file (v/net.xml) not used: a name begins with '-'."},
         {dir118 + "/net", 0, vdir118 + "/net", dir118 + "/net.xml.gz", dir118 + "/net.xml.bak.gz",
          "net", nullptr, long_msg.c_str()},
         {"/d/net", 0, full + "Z", "/d/net.xml.gz", "/d/net.xml.bak.gz", "net", full_virt.c_str(),
@@ -211,12 +215,31 @@ TEST(KavorRegister, RefusalOfAVirtualNameCoversEveryShellCharacter)
     EXPECT_EQ(virt_name_refusal("/tmp/A-z_0.9+x/net.xml", "/d/net.xml.gz"), nullptr);
     EXPECT_NE(virt_name_refusal("-net.xml", "d/-net.xml.gz"), nullptr);
     EXPECT_EQ(virt_name_refusal("/t/n-et.xml", "/d/n-et.xml.gz"), nullptr);
-    // The command "gzip -c V > F" needs 11 + |V| + |F| bytes and its NUL.
-    std::string v(120, 'v'), f(124, 'f');
-    EXPECT_EQ(virt_name_refusal(v.c_str(), f.c_str()), nullptr);  // 244: fits
-    f += 'f';
-    EXPECT_STREQ(virt_name_refusal(v.c_str(), f.c_str()),
-                 "the gzip command would not fit its buffer");  // 245
+    // The command "gzip -c V > F" needs 11 + |V| + |F| bytes and its NUL,
+    // and 2 more for each relative name, which gets "./" in front.
+    for (const char *lead : {"/", ""}) {
+        SCOPED_TRACE(lead);
+        size_t room = lead[0] == '/' ? 244 : 240;
+        std::string v = lead + std::string(119, 'v');
+        std::string f = lead + std::string(room - v.size() - strlen(lead), 'f');
+        EXPECT_EQ(virt_name_refusal(v.c_str(), f.c_str()), nullptr);  // fits
+        f += 'f';
+        EXPECT_STREQ(virt_name_refusal(v.c_str(), f.c_str()),
+                     "the gzip command would not fit its buffer");
+    }
+    // No name reaches gzip as an option.
+    const struct {
+        const char *virt, *file, *cmd;
+    } cmds[] = {
+        {"/t/net.xml", "/d/net.xml.gz", "gzip -c /t/net.xml > /d/net.xml.gz"},
+        {"-S/net.xml", "net.xml.gz", "gzip -c ./-S/net.xml > ./net.xml.gz"},
+        {"v/net.xml", "-d/net.xml", "gzip -c ./v/net.xml > ./-d/net.xml"},
+    };
+    for (const auto &c : cmds) {
+        char sh[KAVOR_GZIP_CMD_SIZE];
+        EXPECT_TRUE(gzip_command(c.virt, c.file, sh));
+        EXPECT_STREQ(sh, c.cmd);
+    }
 }
 
 TEST(KavorRegister, NodesShareAFileOnlyUnderAManagerAndOnlyForOneNormalName)

@@ -82,8 +82,8 @@ int32_t isGzFile(const char *path);
 // ---- registration (kavor_register.cpp) -------------------------------------
 /// Why a virtual name can't be used for the outside gzip command with this
 /// file name, or NULL when it can: a character outside [A-Za-z0-9._/+-], a
-/// base name starting with '-', the two names equal, or a command
-/// "gzip -c <virt> > <file>" longer than its 256-byte buffer holds.
+/// name or a base name starting with '-', the two names equal, or a command
+/// (gzip_command) longer than its buffer holds.
 const char *virt_name_refusal(const char *virtname, const char *filename);
 /// Why the directory of the virtual file is no place to write it, or NULL:
 /// others can write it (group or world write permission without the sticky
@@ -157,6 +157,13 @@ int kavor_save_fd(int fd, xmlDocPtr doc, const char *encoding, int format);
 int32_t xmlMakeNode(xmlNodePtr pRoot, kavor_file_t *fobj);
 
 // ---- save engine and task (kavor_save.cpp, kavor_manager.cpp) --------------
+/// Bytes of the buffer of the gzip command, its NUL included.
+enum { KAVOR_GZIP_CMD_SIZE = 256 };
+/// Forms "gzip -c <virt> > <file>", the command of the virtual-file road, in
+/// `sh` (KAVOR_GZIP_CMD_SIZE bytes). A relative name gets "./" in front, so
+/// that no name can read as an option of gzip. false when the command would
+/// not fit (`sh` then holds no command to run).
+bool gzip_command(const char *virt, const char *file, char *sh);
 int32_t save_para_using_xml(kavor_fcom_t *fcom, int flag);
 /// One sweep: saves every marked file of the manager in turn, on the task.
 void kavor_save_sweep(kavor_mobj_t *mobj);

@@ -30,9 +30,8 @@ namespace {
 const char kTag[] = "kavor_register";
 const char kUnTag[] = "kavor_unregister";
 
-// Fixed text of the outside command "gzip -c %s > %s" and its buffer.
-const size_t kCmdFixed = sizeof("gzip -c  > ") - 1;
-const size_t kCmdBuf = 256;
+// Directory part of a virtual name, which is at most 131 bytes long.
+const size_t kDirBuf = 256;
 
 void fcom_wrlock(kavor_mobj_t *mobj)
 {
@@ -74,7 +73,7 @@ bool dir_stat(const char *path, struct stat *st)
     const char *slash = strrchr(path, '/');
     if (slash == NULL)
         return stat(".", st) == 0;
-    char dir[kCmdBuf];
+    char dir[kDirBuf];
     size_t n = slash == path ? 1 : (size_t)(slash - path);
     if (n >= sizeof dir)
         return false;
@@ -224,9 +223,12 @@ const char *virt_name_refusal(const char *virtname, const char *filename)
         return "it is the file name itself";
     if (!shell_safe(virtname) || !shell_safe(filename))
         return "a name holds a character outside [A-Za-z0-9._/+-]";
+    if (virtname[0] == '-' || filename[0] == '-')
+        return "a name begins with '-'";
     if (leading_dash(virtname) || leading_dash(filename))
         return "a base name begins with '-'";
-    if (kCmdFixed + strlen(virtname) + strlen(filename) >= kCmdBuf)
+    char sh[KAVOR_GZIP_CMD_SIZE];
+    if (!gzip_command(virtname, filename, sh))
         return "the gzip command would not fit its buffer";
     return NULL;
 }

@@ -19,7 +19,8 @@
 //   2. rename(file, file_bak) while `file` holds a complete copy, otherwise
 //      remove(file) (what a failed gzip left there, or nothing); a rename
 //      that fails ends the attempt, since gzip would write over the copy;
-//   3. the file's directories, "gzip -c <virtual> > <file>", then
+//   3. the file's directories, "gzip -c <virtual> > <file>" (a relative
+//      name with "./" in front, so that none reads as an option), then
 //      remove(virtual), sync() twice.
 // Whether `file` holds a complete copy is kept in disk_state: known after
 // this task put the copy there (or a gzip into it failed), and checked once
@@ -69,7 +70,7 @@ enum {
     DISK_BROKEN = 2,    // missing or partial: file_bak holds the last complete copy
 };
 
-const size_t kNameBuf = 256;   // the temporary name and the gzip command
+const size_t kNameBuf = 256;   // the temporary name
 
 void step(const char *name, const kavor_fcom_t *fcom)
 {
@@ -132,14 +133,6 @@ bool temp_name(const kavor_fcom_t *fcom, char *tmp)
 {
     const char *fmt = isGzFile(fcom->filename) ? "%s.tmp.gz" : "%s.tmp";
     int n = snprintf(tmp, kNameBuf, fmt, fcom->filename);
-    return n > 0 && (size_t)n < kNameBuf;
-}
-
-// The command of the virtual-file road; false if it would be cut, since a
-// cut command would write to another path.
-bool gzip_command(const kavor_fcom_t *fcom, char *sh)
-{
-    int n = snprintf(sh, kNameBuf, "gzip -c %s > %s", fcom->virtfile, fcom->filename);
     return n > 0 && (size_t)n < kNameBuf;
 }
 
@@ -296,10 +289,10 @@ void virtual_road(kavor_mobj_t *mobj, kavor_fcom_t *fcom, const char *sh)
 
 void save_file(kavor_mobj_t *mobj, kavor_fcom_t *fcom)
 {
-    char sh[kNameBuf];
+    char sh[KAVOR_GZIP_CMD_SIZE];
     if (fcom->virtfile == NULL) {
         plain_road(mobj, fcom);
-    } else if (!gzip_command(fcom, sh)) {
+    } else if (!gzip_command(fcom->virtfile, fcom->filename, sh)) {
         KV_LOGF("xml_save_process", 4, "gzip command for %s too long, saved without %s.",
                 fcom->filename, fcom->virtfile);
         plain_road(mobj, fcom);
@@ -309,6 +302,18 @@ void save_file(kavor_mobj_t *mobj, kavor_fcom_t *fcom)
 }
 
 }  // namespace
+
+// A cut command would write to another path: it is never formed.
+bool gzip_command(const char *virt, const char *file, char *sh)
+{
+    const char *vdot = virt[0] == '/' ? "" : "./";
+    const char *fdot = file[0] == '/' ? "" : "./";
+    int n = snprintf(sh, KAVOR_GZIP_CMD_SIZE, "gzip -c %s%s > %s%s", vdot, virt, fdot, file);
+    bool fits = n > 0 && n < KAVOR_GZIP_CMD_SIZE;
+    if (!fits)
+        sh[0] = '\0';
+    return fits;
+}
 
 int32_t save_para_using_xml(kavor_fcom_t *fcom, int flag)
 {
