@@ -161,43 +161,56 @@ TEST(KavorRegister, NewFileTakesItsNamesAndAVirtualNameOnlyWhenSafe)
 
 // What the directories on disk say about a virtual name: one that others
 // can write (without the sticky bit) or that another user owns is no place
-// for it; one that doesn't exist yet is looked at again before each write.
+// for it, and one that is the file itself under another spelling is not a
+// second file. A directory that doesn't exist yet tells nothing: the save
+// looks again before each write.
 TEST(KavorRegister, AVirtualNameIsRefusedByWhatItsDirectoryIsOnDisk)
 {
     TempDir dir;
-    const std::string open = "others can write its directory";
     const struct {
         const char *sub;
-        mode_t mode;     // 0: the directory doesn't exist
-        uid_t owner;     // 0: this process's user
-        std::string why; // empty: the virtual name is used
+        mode_t mode;
+    } dirs[] = {{"world", 0777}, {"group", 0770}, {"sticky", 01777}, {"mine", 0755},
+                {"theirs", 0755}};
+    for (const auto &d : dirs) {
+        ASSERT_EQ(mkdir(dir.file(d.sub).c_str(), 0700), 0);
+        ASSERT_EQ(chmod(dir.file(d.sub).c_str(), d.mode), 0);
+    }
+    ASSERT_EQ(symlink("mine", dir.file("link").c_str()), 0);
+    // Only root can give a directory away.
+    const bool given_away = chown(dir.file("theirs").c_str(), 65534, (gid_t)-1) == 0;
+    const std::string open = "others can write its directory", self = "it is the file name itself";
+    const struct {
+        const char *virt, *file;   // relative to the test directory
+        int32_t ugz;
+        std::string why;           // empty: the virtual name is used
     } rows[] = {
-        {"world", 0777, 0, open},
-        {"group", 0770, 0, open},
-        {"sticky", 01777, 0, ""},
-        {"mine", 0755, 0, ""},
-        {"theirs", 0755, 65534, "its directory belongs to another user"},
-        {"missing", 0, 0, ""},
+        {"world/net", "d/net", 0, open},
+        {"group/net", "d/net", 0, open},
+        {"sticky/net", "d/net", 0, ""},
+        {"mine/net", "d/net", 0, ""},
+        {"theirs/net", "d/net", 0, given_away ? "its directory belongs to another user" : ""},
+        {"missing/net", "d/net", 0, ""},
+        {"mine//net", "mine/net", 1, self},
+        {"mine/./net", "mine/net", 1, self},
+        {"link/net", "mine/net", 1, self},
+        {"link/../mine/net", "mine/net", 1, self},
+        {"link/net", "mine/net", 0, ""},   // the compressed file is net.xml.gz
+        {"missing//net", "missing/net", 1, ""},
     };
     for (const auto &r : rows) {
-        SCOPED_TRACE(r.sub);
-        const std::string vdir = dir.file(r.sub);
-        if (r.mode != 0) {
-            ASSERT_EQ(mkdir(vdir.c_str(), 0700), 0);
-            ASSERT_EQ(chmod(vdir.c_str(), r.mode), 0);
-        }
-        if (r.owner != 0 && chown(vdir.c_str(), r.owner, (gid_t)-1) != 0)
-            continue;   // only root can give a directory away
-        kavor_file_rgst_t rgst = request(dir.file("d/net"), "n", 0, vdir + "/net");
+        SCOPED_TRACE(std::string(r.virt) + " | " + r.file);
+        const std::string virt = dir.file(r.virt) + ".xml";
+        kavor_file_rgst_t rgst = request(dir.file(r.file), "n", r.ugz, dir.file(r.virt));
         TraceCapture cap(8);
         kavor_file_t *f = kavor_register(nullptr, &rgst);
         ASSERT_NE(f, nullptr);
-        EXPECT_EQ(str(f->fcom->virtfile), r.why.empty() ? vdir + "/net.xml" : "<NULL>");
+        EXPECT_EQ(str(f->fcom->virtfile), r.why.empty() ? virt : "<NULL>");
         if (r.why.empty()) {
             EXPECT_TRUE(cap.records().empty()) << cap.dump();
         } else {
-            EXPECT_TRUE(cap.has(4, "kavor_register", "virtual file (" + vdir +
-                                                         "/net.xml) not used: " + r.why + "."))
+            EXPECT_TRUE(cap.has(4, "kavor_register",
+                                "virtual file (" + virt + ") not used: " + r.why + "."))
                 << cap.dump();
         }
         kavor_unregister(f);

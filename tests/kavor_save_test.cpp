@@ -434,30 +434,48 @@ TEST_F(SaveTest, AFailedGzipNeverPutsAPartialFileOverTheBackup)
     EXPECT_FALSE(file_exists(V));
 }
 
-TEST_F(SaveTest, ACommandThatWouldBeCutIsNeverRunAndThePlainRoadSaves)
+// A virtual name that the road can't use at the time of the save gives way
+// to the plain road, with a level-4 record: a command that would be cut (it
+// is never run, since its target would be another path), or a virtual file
+// that has turned out to be the file itself under another spelling (its
+// directory came into being as a link to the file's own after the
+// registration), which the road would write over the last complete copy.
+TEST_F(SaveTest, AVirtualNameUnusableAtTheSaveGivesWayToThePlainRoad)
 {
-    const std::string base = dir_.file("net");
-    Blk b;
-    fill(b, 4);
-    xml_file_hdl f = reg(m(), base, "blk", &b, 0, dir_.file("v/net"));
-    ASSERT_NE(f->fcom->virtfile, nullptr);
-    // Registration refuses such a pair; make one by hand.
-    const std::string long_virt = dir_.file(std::string(230, 'v') + "/net.xml");
-    char *own = f->fcom->virtfile;
-    f->fcom->virtfile = _string_dup(long_virt.c_str(), "test");
-    _vn_free(own, "test");
-    SysRecorder sys;
-    TraceCapture cap(4);
-    kavor_save_one(f);
-    sweep();
-    EXPECT_TRUE(cap.has(4, "xml_save_process",
-                        "gzip command for " + base + ".xml.gz too long, saved without " +
-                            long_virt + "."))
-        << cap.dump();
-    EXPECT_EQ(sys.count("system"), 0u);
-    EXPECT_EQ(sys.count("save " + base + ".xml.gz.tmp.gz"), 1u);
-    EXPECT_EQ(kavor_file_on_saving(f), 0);
-    EXPECT_EQ(parse_exact(base, 0, base + ".xml.gz").gen(), 4);
+    for (bool alias : {false, true}) {
+        SCOPED_TRACE(alias ? "the file itself" : "command too long");
+        const std::string sub = dir_.file(alias ? "alias" : "long"), base = sub + "/d/net";
+        const int32_t ugz = alias ? 1 : 0;
+        const std::string F = base + (alias ? ".xml" : ".xml.gz");
+        const std::string B = base + (alias ? ".xml.bak" : ".xml.bak.gz");
+        Blk b;
+        xml_file_hdl f = reg(m(), base, "blk", &b, ugz, sub + "/v/net");
+        ASSERT_NE(f->fcom->virtfile, nullptr);
+        std::string virt = sub + "/v/net.xml", record;
+        if (alias) {
+            ASSERT_EQ(mkdir(sub.c_str(), 0755), 0);
+            ASSERT_EQ(mkdir((sub + "/d").c_str(), 0755), 0);
+            ASSERT_EQ(symlink("d", (sub + "/v").c_str()), 0);
+            record = "virtual file (" + virt + ") is the file itself, saved without it.";
+        } else {
+            // Registration refuses such a pair; make one by hand.
+            virt = sub + "/" + std::string(230, 'v') + "/net.xml";
+            char *own = f->fcom->virtfile;
+            f->fcom->virtfile = _string_dup(virt.c_str(), "test");
+            _vn_free(own, "test");
+            record = "gzip command for " + F + " too long, saved without " + virt + ".";
+        }
+        SysRecorder sys;
+        TraceCapture cap(4);
+        save_gen(f, b, 4);
+        save_gen(f, b, 5);
+        EXPECT_EQ(cap.count(4, "xml_save_process", record), 2u) << cap.dump();
+        EXPECT_EQ(sys.count("system"), 0u);
+        EXPECT_EQ(sys.count("save " + F + (alias ? ".tmp" : ".tmp.gz")), 2u);
+        EXPECT_EQ(parse_exact(base, ugz, F).gen(), 5);
+        EXPECT_EQ(parse_exact(base, ugz, B).gen(), 4);
+        kavor_unregister(f);
+    }
 }
 
 TEST_F(SaveTest, AFileWithoutNodesNeverReplacesTheStoredCopy)

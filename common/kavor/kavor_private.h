@@ -90,6 +90,11 @@ const char *virt_name_refusal(const char *virtname, const char *filename);
 /// bit, or an owner other than root and this process's user). A directory
 /// that doesn't exist (yet) is not refused. Looked at on disk.
 const char *virt_dir_refusal(const char *virtname);
+/// True when the virtual name is the file name itself under another
+/// spelling (dir//net, dir/./net, a directory reached through a link): the
+/// base names are equal and both directories exist and are one directory
+/// (device and inode). Directories that don't exist (yet) tell nothing.
+bool virt_is_file(const char *virtname, const char *filename);
 
 // ---- document load (kavor_load.cpp) ----------------------------------------
 // What a copy on disk gives a load.

@@ -141,6 +141,8 @@ kavor_fcom_t *file_new(char *name, char *virtname)
 {
     if (virtname != NULL) {
         const char *why = virt_name_refusal(virtname, name);
+        if (why == NULL && virt_is_file(virtname, name))
+            why = "it is the file name itself";
         if (why == NULL)
             why = virt_dir_refusal(virtname);
         if (why != NULL) {
@@ -243,6 +245,16 @@ const char *virt_dir_refusal(const char *virtname)
     if ((st.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (st.st_mode & S_ISVTX) == 0)
         return "others can write its directory";
     return NULL;
+}
+
+bool virt_is_file(const char *virtname, const char *filename)
+{
+    const char *vs = strrchr(virtname, '/'), *fs = strrchr(filename, '/');
+    if (strcmp(vs != NULL ? vs + 1 : virtname, fs != NULL ? fs + 1 : filename) != 0)
+        return false;
+    struct stat vd, fd;
+    return dir_stat(virtname, &vd) && dir_stat(filename, &fd) && vd.st_dev == fd.st_dev &&
+           vd.st_ino == fd.st_ino;
 }
 
 extern "C" xml_file_hdl kavor_register(kavor_hdl hdl, kavor_file_rgst_t *rgst)

@@ -13,7 +13,9 @@
 //      complete copy: a missing or broken `file` never replaces the backup;
 //   3. rename(tmp, file)                          - one atomic replacement;
 //   then, without f_mutex: sync() twice, is_saving 2 -> 0.
-// The virtual-file road (a virtual name), the write under f_mutex:
+// The virtual-file road (a virtual name that is not the file itself under
+// another spelling - looked at on disk before each save; if it is, the
+// plain road saves instead), the write under f_mutex:
 //   1. the document goes, plain, to the virtual file, unless others can
 //      write its directory (then the attempt fails and is retried);
 //   2. rename(file, file_bak) while `file` holds a complete copy, otherwise
@@ -287,6 +289,16 @@ void virtual_road(kavor_mobj_t *mobj, kavor_fcom_t *fcom, const char *sh)
     flush_and_finish(fcom);
 }
 
+// Whether the virtual name is the file name itself, by what the two names
+// resolve to once their directories exist: the road would write the new
+// copy over the last complete one before the backup is made.
+bool virt_is_file_now(const kavor_fcom_t *fcom)
+{
+    make_dir_from_filename(fcom->virtfile, 777);
+    make_dir_from_filename(fcom->filename, 777);
+    return virt_is_file(fcom->virtfile, fcom->filename);
+}
+
 void save_file(kavor_mobj_t *mobj, kavor_fcom_t *fcom)
 {
     char sh[KAVOR_GZIP_CMD_SIZE];
@@ -295,6 +307,10 @@ void save_file(kavor_mobj_t *mobj, kavor_fcom_t *fcom)
     } else if (!gzip_command(fcom->virtfile, fcom->filename, sh)) {
         KV_LOGF("xml_save_process", 4, "gzip command for %s too long, saved without %s.",
                 fcom->filename, fcom->virtfile);
+        plain_road(mobj, fcom);
+    } else if (virt_is_file_now(fcom)) {
+        KV_LOGF("xml_save_process", 4, "virtual file (%s) is the file itself, saved without it.",
+                fcom->virtfile);
         plain_road(mobj, fcom);
     } else {
         virtual_road(mobj, fcom, sh);
