@@ -10,8 +10,11 @@
 #include <string>
 #include <vector>
 
+#include <libxml/parser.h>
+
 #include "bare_manager.h"
 #include "kavor_private.h"
+#include "kavor_save_fixture.h"
 #include "request.h"
 #include "test_util.h"
 #include "trace_capture.h"
@@ -175,6 +178,46 @@ TEST_F(KavorLoad, FallBackToTheBackupWhenTheFileGivesNothingUsable)
             EXPECT_TRUE(file_exists(main_));  // a load never removes a file
         }
     }
+}
+
+// What libxml2 says of a damaged file (twice: strict and recovery parser)
+// goes into the trace at level 5 with the file and the line, and nothing
+// reaches standard error, where the application may have no one to read it.
+// An error handler that the application set on the thread gets none of it
+// and is in place afterwards.
+int g_app_errors;
+void app_errors(void *, xmlErrorPtr) { g_app_errors++; }
+
+TEST_F(KavorLoad, Libxml2sMessagesOnADamagedFileGoToTheTraceNotToStandardError)
+{
+    ASSERT_TRUE(write_file(main_, std::string(kHead) + "<net>" + child("a", "partial") + "<b><x>"));
+    for (bool app_handler : {false, true}) {
+        SCOPED_TRACE(app_handler);
+        g_app_errors = 0;
+        xmlSetStructuredErrorFunc(&g_app_errors, app_handler ? app_errors : nullptr);
+        TraceCapture cap(8);
+        kvtest::StderrCapture err;
+        EXPECT_EQ(kavor_load_one(fa_), 1);
+        EXPECT_EQ(err.text(), "");
+        EXPECT_STREQ(a_.label, "partial");
+        EXPECT_GE(cap.count_containing("5 xmlParseParamFile: libxml2: " + main_ + ":2:"), 2u)
+            << cap.dump();
+        EXPECT_EQ(g_app_errors, 0);
+        if (app_handler) {
+            xmlFreeDoc(xmlReadMemory("<x>", 3, "app.xml", nullptr, 0));   // the application's own
+            EXPECT_EQ(g_app_errors, 1);
+        }
+        xmlSetStructuredErrorFunc(nullptr, nullptr);
+    }
+    // A document of a thousand faults costs the trace 16 records and a count.
+    std::string faults;
+    for (int i = 0; i < 1000; i++)
+        faults += "<a></b>";
+    ASSERT_TRUE(write_file(main_, std::string(kHead) + "<net>" + faults + "</net>"));
+    TraceCapture cap(8);
+    kavor_load_one(fa_);
+    EXPECT_EQ(cap.count_containing("5 xmlParseParamFile: libxml2: " + main_ + ":"), 16u);
+    EXPECT_EQ(cap.count_containing("more messages on " + main_ + " not shown."), 1u) << cap.dump();
 }
 
 TEST_F(KavorLoad, NotXmlAtAllFailsAndFallsBack)

@@ -6,6 +6,7 @@
 //   outside operation of a save, make chosen ones fail, and watch the steps;
 // - FakeGzip, a `gzip` placed first on PATH that works, fails, or writes
 //   half of its output and fails, as a test asks;
+// - StderrCapture, which catches what the process writes to standard error;
 // - loaders that read what a path on disk holds, as a restarted process would.
 #ifndef KAVOR_SAVE_FIXTURE_H
 #define KAVOR_SAVE_FIXTURE_H
@@ -322,6 +323,57 @@ private:
     std::atomic<long> calls_[NOPS];
     std::atomic<long> fail_at_[NOPS];
     std::atomic<bool> fail_all_[NOPS];
+};
+
+// ---- standard error --------------------------------------------------------
+
+/// Catches what the process writes to standard error (descriptor 2) from
+/// its construction until text() or its end.
+class StderrCapture {
+public:
+    StderrCapture() : file_(tmpfile())
+    {
+        fflush(stderr);
+        saved_ = file_ != nullptr ? dup(2) : -1;
+        if (saved_ >= 0)
+            dup2(fileno(file_), 2);
+    }
+    ~StderrCapture()
+    {
+        restore();
+        if (file_ != nullptr)
+            fclose(file_);
+    }
+    StderrCapture(const StderrCapture &) = delete;
+    StderrCapture &operator=(const StderrCapture &) = delete;
+    /// Ends the capture and returns what was written ("<no capture>" if
+    /// descriptor 2 couldn't be taken).
+    std::string text()
+    {
+        if (saved_ < 0)
+            return "<no capture>";
+        restore();
+        std::string out;
+        char buf[512];
+        rewind(file_);
+        for (size_t n; (n = fread(buf, 1, sizeof buf, file_)) > 0;)
+            out.append(buf, n);
+        return out;
+    }
+
+private:
+    void restore()
+    {
+        if (saved_ >= 0 && !restored_) {
+            fflush(stderr);
+            dup2(saved_, 2);
+            close(saved_);
+            restored_ = true;
+        }
+    }
+    FILE *file_;
+    int saved_;
+    bool restored_ = false;
 };
 
 // ---- a gzip on demand ------------------------------------------------------

@@ -164,7 +164,9 @@ TEST_F(StorageFault, EveryFaultKeepsTheStoredCopiesAndTheFileIsSavedOnceItIsGone
             SCOPED_TRACE(attempt);
             c.make(d, n, gz_);
             TraceCapture cap(4);
+            StderrCapture err;
             mgr_.sweep();
+            EXPECT_EQ(err.text(), "") << "libxml2's messages go to the trace";
             EXPECT_GT(kavor_file_on_saving(f), 0);
             EXPECT_TRUE(mgr_.given()) << "a failed save wakes the task for a retry";
             EXPECT_TRUE(cap.has(4, "xml_save_process", record)) << cap.dump();

@@ -9,7 +9,8 @@
 // empty node list would produce (its last node is leaving), is never
 // written: the target is untouched and the result is -1. The target's last
 // suffix alone decides the form: ".gz" is gzip (level 1) and indented,
-// anything else plain and not indented.
+// anything else plain and not indented. libxml2's own messages while the
+// tree is built and written go into the trace (kavor_xml_errors.cpp).
 //
 // The target is always created new, never written through what stands at
 // its name: that is removed first (a link itself, not what it points to),
@@ -158,9 +159,13 @@ int32_t xmlMakeParamFile(kavor_fcom_t *fcom, char *file_name)
 {
     assert(fcom != NULL && file_name != NULL);
     make_dir_from_filename(file_name, 777);
+    kavor_xml_errors_t route;   // what libxml2 says while the tree is built and written
+    kavor_xml_errors_begin(&route, "xmlMakeParamFile", file_name);
     xmlDocPtr doc = xmlNewDoc(BAD_CAST "1.0");
-    if (doc == NULL)
+    if (doc == NULL) {
+        kavor_xml_errors_end(&route);
         return -1;
+    }
     KV_LOG(7, "time=%llu, start makeParam of file<%s>.",
            (unsigned long long)vn_uptime_ms(), file_name);
     int32_t ret = -1;
@@ -186,6 +191,7 @@ int32_t xmlMakeParamFile(kavor_fcom_t *fcom, char *file_name)
         ret = rc < 0 ? -1 : 0;
     }
     xmlFreeDoc(doc);
+    kavor_xml_errors_end(&route);
     return ret;
 }
 

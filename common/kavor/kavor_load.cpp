@@ -11,6 +11,10 @@
 // which read the pair without f_mutex, always see the true names, while the
 // trace names the path actually read.
 //
+// libxml2's own messages on a parse go into the trace (level 5, with file,
+// line and column) through the parser context, never to standard error
+// (kavor_xml_errors.cpp).
+//
 // Hostile files: each parse runs in a parser context of its own whose
 // options and handlers don't depend on libxml2's process-wide defaults (an
 // application may have turned on entity substitution or DTD loading for its
@@ -64,11 +68,17 @@ namespace {
 // Buffers and list nodes that the walk of one document may allocate.
 const size_t kLoadAllocLimit = 64u << 20;
 
-// Marks the parse (its _private) and stops it at "<!DOCTYPE".
+// What one parse keeps in its context's _private.
+struct ReadState {
+    bool doctype;                  // a document type declaration was met
+    kavor_xml_errors_t *route;     // where libxml2's messages go
+};
+
+// Marks the parse and stops it at "<!DOCTYPE".
 void refuse_doctype(void *ctx, const xmlChar *, const xmlChar *, const xmlChar *)
 {
     xmlParserCtxtPtr ctxt = static_cast<xmlParserCtxtPtr>(ctx);
-    *static_cast<bool *>(ctxt->_private) = true;
+    static_cast<ReadState *>(ctxt->_private)->doctype = true;
     xmlStopParser(ctxt);
 }
 
@@ -77,22 +87,31 @@ xmlParserInputPtr refuse_entity(void *, const xmlChar *, const xmlChar *)
     return NULL;
 }
 
+// The context's structured error handler: libxml2's messages on the parse
+// go into the trace.
+void parse_error(void *ctx, xmlErrorPtr err)
+{
+    xmlParserCtxtPtr ctxt = static_cast<xmlParserCtxtPtr>(ctx);
+    kavor_xml_error(static_cast<ReadState *>(ctxt->_private)->route, err);
+}
+
 // The strict parser (recover 0) or the recovery parser (recover 1) on
 // `path`, with no DTD, no entity and no network. NULL when it gives no
-// document; *doctype tells whether a document type declaration was met.
-xmlDocPtr read_doc(const char *path, int recover, bool *doctype)
+// document; st->doctype tells whether a document type declaration was met.
+xmlDocPtr read_doc(const char *path, int recover, ReadState *st)
 {
     xmlParserCtxtPtr ctxt = xmlNewParserCtxt();
     if (ctxt == NULL)
         return NULL;
-    ctxt->_private = doctype;
+    ctxt->_private = st;
     ctxt->sax->internalSubset = refuse_doctype;
     ctxt->sax->externalSubset = NULL;
     ctxt->sax->resolveEntity = refuse_entity;
+    ctxt->sax->serror = parse_error;
     int options = XML_PARSE_NONET | (recover ? XML_PARSE_RECOVER : 0);
     xmlDocPtr doc = xmlCtxtReadFile(ctxt, path, NULL, options);
     xmlFreeParserCtxt(ctxt);
-    if (doc != NULL && *doctype) {
+    if (doc != NULL && st->doctype) {
         xmlFreeDoc(doc);
         doc = NULL;
     }
@@ -106,14 +125,17 @@ int32_t kavor_read_copy_why(const char *path, const char *rt_node, xmlDocPtr *ou
 {
     assert(path != NULL && rt_node != NULL);
     int32_t result = KAVOR_COPY_COMPLETE, fault = 0;
-    bool doctype = false;
-    xmlDocPtr doc = read_doc(path, 0, &doctype);
-    if (doc == NULL && !doctype) {
+    kavor_xml_errors_t route;
+    kavor_xml_errors_begin(&route, "xmlParseParamFile", path);
+    ReadState st = {false, &route};
+    xmlDocPtr doc = read_doc(path, 0, &st);
+    if (doc == NULL && !st.doctype) {
         result = KAVOR_COPY_RECOVERED;
-        doc = read_doc(path, 1, &doctype);
+        doc = read_doc(path, 1, &st);
     }
+    kavor_xml_errors_end(&route);
     xmlNodePtr root = doc != NULL ? xmlDocGetRootElement(doc) : NULL;
-    if (doctype)
+    if (st.doctype)
         fault = KAVOR_COPY_DOCTYPE;
     else if (doc == NULL)
         fault = KAVOR_COPY_NO_DOCUMENT;
@@ -156,12 +178,15 @@ int32_t xmlParseParamFile(kavor_fcom_t *fcom, const char *path)
         return -1;
     }
     KV_LOG(7, "parse xml file(%s).", path);
+    kavor_xml_errors_t route;   // what libxml2 says while the blocks are filled
+    kavor_xml_errors_begin(&route, "xmlParseParamFile", path);
     pthread_rwlock_rdlock(&fcom->file_rwlock);
     size_t before = param_xml_read_limit(kLoadAllocLimit);
     xmlParseNode(xmlDocGetRootElement(doc), (kavor_file_t *)fcom->file_lst);
     param_xml_read_limit(before);
     pthread_rwlock_unlock(&fcom->file_rwlock);
     xmlFreeDoc(doc);
+    kavor_xml_errors_end(&route);
     return ret;
 }
 

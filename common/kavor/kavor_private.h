@@ -12,6 +12,7 @@
 #include <stdint.h>
 
 #include <libxml/tree.h>
+#include <libxml/xmlerror.h>
 
 #include "kavor.h"
 #include "vn_ipc.h"
@@ -79,6 +80,28 @@ char *xml_file_bak_name(const char *name);
 char *get_file_root_node(const char *name);
 int32_t isGzFile(const char *path);
 
+// ---- libxml2's messages (kavor_xml_errors.cpp) -----------------------------
+/// libxml2's messages during one call of the library on one thread, routed
+/// into the trace at level 5 ("libxml2: <file>:<line>:<column>: <message>",
+/// under `fname`); at most 16 records, then one that counts the rest.
+typedef struct {
+    const char *fname;                    // the function the records name
+    const char *path;                     // the file read or written
+    int32_t count;                        // messages seen
+    xmlStructuredErrorFunc saved_serror;  // the thread's handlers before the call
+    void *saved_sctx;
+    xmlGenericErrorFunc saved_error;
+    void *saved_ctx;
+} kavor_xml_errors_t;
+/// Installs the route as this thread's libxml2 error handlers, keeping the
+/// handlers it had; changes no process-wide libxml2 setting.
+void kavor_xml_errors_begin(kavor_xml_errors_t *route, const char *fname, const char *path);
+/// Gives the thread its handlers back (and counts what wasn't shown).
+void kavor_xml_errors_end(kavor_xml_errors_t *route);
+/// The route's structured handler (`data` is the route), which a parser
+/// context's serror hands its messages to.
+void kavor_xml_error(void *data, xmlErrorPtr err);
+
 // ---- registration (kavor_register.cpp) -------------------------------------
 /// Why a virtual name can't be used for the outside gzip command with this
 /// file name, or NULL when it can: a character outside [A-Za-z0-9._/+-], a
@@ -114,7 +137,8 @@ enum {
 /// such a document; KAVOR_COPY_RECOVERED: only the recovery parser did
 /// (possibly partial); KAVOR_COPY_UNUSABLE: anything else. When `doc` is
 /// not NULL it receives the document for a usable copy (the caller frees
-/// it with xmlFreeDoc) and NULL otherwise. Writes no record of its own.
+/// it with xmlFreeDoc) and NULL otherwise. Writes no record of its own but
+/// libxml2's messages on the file (level 5, under xmlParseParamFile).
 int32_t kavor_read_copy(const char *path, const char *rt_node, xmlDocPtr *doc);
 /// kavor_read_copy that also tells, in `*why` when `why` is not NULL, why a
 /// copy is unusable (one of the KAVOR_COPY_* reasons, 0 for a usable copy).
