@@ -25,6 +25,10 @@
 // document, whatever its "cnt" values and node counts say. See
 // docs/limits.md.
 //
+// What a copy on disk is - complete, recovered or unusable - is decided once,
+// by kavor_read_copy: the load and the save road (before it moves the file
+// name over the backup) ask the same question in the same way.
+//
 // Lock order: fcom_rwlock (read, kavor_load_all), f_mutex, mtx_ld (the parse
 // alone), file_rwlock (read, the node walk and xml2param).
 #include <assert.h>
@@ -97,39 +101,66 @@ xmlDocPtr read_doc(const char *path, int recover, bool *doctype)
 
 }  // namespace
 
-int32_t xmlParseParamFile(kavor_fcom_t *fcom, const char *path)
+int32_t kavor_read_copy_why(const char *path, const char *rt_node, xmlDocPtr *out,
+                            int32_t *why)
 {
-    assert(fcom != NULL && path != NULL);
-    int32_t ret = 0;
+    assert(path != NULL && rt_node != NULL);
+    int32_t result = KAVOR_COPY_COMPLETE, fault = 0;
     bool doctype = false;
     xmlDocPtr doc = read_doc(path, 0, &doctype);
     if (doc == NULL && !doctype) {
-        ret = 1;
+        result = KAVOR_COPY_RECOVERED;
         doc = read_doc(path, 1, &doctype);
     }
-    if (doctype) {
-        KV_LOG(4, "%s has a document type declaration, refused!", path);
+    xmlNodePtr root = doc != NULL ? xmlDocGetRootElement(doc) : NULL;
+    if (doctype)
+        fault = KAVOR_COPY_DOCTYPE;
+    else if (doc == NULL)
+        fault = KAVOR_COPY_NO_DOCUMENT;
+    else if (root == NULL)
+        fault = KAVOR_COPY_NO_ROOT;
+    else if (xmlStrcmp(root->name, BAD_CAST rt_node) != 0)
+        fault = KAVOR_COPY_OTHER_ROOT;
+    if (fault != 0 || out == NULL) {
+        xmlFreeDoc(doc);
+        doc = NULL;
+    }
+    if (out != NULL)
+        *out = doc;
+    if (why != NULL)
+        *why = fault;
+    return fault != 0 ? KAVOR_COPY_UNUSABLE : result;
+}
+
+int32_t kavor_read_copy(const char *path, const char *rt_node, xmlDocPtr *doc)
+{
+    return kavor_read_copy_why(path, rt_node, doc, NULL);
+}
+
+int32_t xmlParseParamFile(kavor_fcom_t *fcom, const char *path)
+{
+    // The level-4 record of each reason a copy is unusable, by KAVOR_COPY_*.
+    static const char *const kRefused[] = {
+        NULL,
+        "xmlParseFile %s failed!",
+        "%s has a document type declaration, refused!",
+        "%s get root node failed!",
+        "parse xml file(%s) failed!",
+    };
+    assert(fcom != NULL && path != NULL);
+    xmlDocPtr doc = NULL;
+    int32_t why = 0;
+    int32_t ret = kavor_read_copy_why(path, fcom->rt_node, &doc, &why);
+    if (ret == KAVOR_COPY_UNUSABLE) {
+        KV_LOG(4, kRefused[why], path);
         return -1;
     }
-    if (doc == NULL) {
-        KV_LOG(4, "xmlParseFile %s failed!", path);
-        return -1;
-    }
-    xmlNodePtr root = xmlDocGetRootElement(doc);
-    if (root == NULL) {
-        KV_LOG(4, "%s get root node failed!", path);
-        ret = -1;
-    } else if (xmlStrcmp(root->name, BAD_CAST fcom->rt_node) != 0) {
-        KV_LOG(4, "parse xml file(%s) failed!", path);
-        ret = -1;
-    } else {
-        KV_LOG(7, "parse xml file(%s).", path);
-        pthread_rwlock_rdlock(&fcom->file_rwlock);
-        size_t before = param_xml_read_limit(kLoadAllocLimit);
-        xmlParseNode(root, (kavor_file_t *)fcom->file_lst);
-        param_xml_read_limit(before);
-        pthread_rwlock_unlock(&fcom->file_rwlock);
-    }
+    KV_LOG(7, "parse xml file(%s).", path);
+    pthread_rwlock_rdlock(&fcom->file_rwlock);
+    size_t before = param_xml_read_limit(kLoadAllocLimit);
+    xmlParseNode(xmlDocGetRootElement(doc), (kavor_file_t *)fcom->file_lst);
+    param_xml_read_limit(before);
+    pthread_rwlock_unlock(&fcom->file_rwlock);
     xmlFreeDoc(doc);
     return ret;
 }

@@ -87,6 +87,29 @@ int32_t isGzFile(const char *path);
 const char *virt_name_refusal(const char *virtname, const char *filename);
 
 // ---- document load (kavor_load.cpp) ----------------------------------------
+// What a copy on disk gives a load.
+enum { KAVOR_COPY_COMPLETE = 0, KAVOR_COPY_RECOVERED = 1, KAVOR_COPY_UNUSABLE = -1 };
+/// Why a copy is unusable (0: it isn't).
+enum {
+    KAVOR_COPY_NO_DOCUMENT = 1,   // missing, empty, not XML: neither parser gave a document
+    KAVOR_COPY_DOCTYPE = 2,       // a document type declaration: refused at its start
+    KAVOR_COPY_NO_ROOT = 3,       // a document without a root element
+    KAVOR_COPY_OTHER_ROOT = 4,    // a root element not named `rt_node`
+};
+/// The one test of what a copy on disk is, for the load and the save road
+/// alike. Parses `path` in a parser context of its own (no DTD, no entity,
+/// no network; a document type declaration refuses the file), with the
+/// strict parser first and the recovery parser if that fails, and wants a
+/// root element named `rt_node`. KAVOR_COPY_COMPLETE: the strict parser gave
+/// such a document; KAVOR_COPY_RECOVERED: only the recovery parser did
+/// (possibly partial); KAVOR_COPY_UNUSABLE: anything else. When `doc` is
+/// not NULL it receives the document for a usable copy (the caller frees
+/// it with xmlFreeDoc) and NULL otherwise. Writes no record of its own.
+int32_t kavor_read_copy(const char *path, const char *rt_node, xmlDocPtr *doc);
+/// kavor_read_copy that also tells, in `*why` when `why` is not NULL, why a
+/// copy is unusable (one of the KAVOR_COPY_* reasons, 0 for a usable copy).
+int32_t kavor_read_copy_why(const char *path, const char *rt_node, xmlDocPtr *doc,
+                            int32_t *why);
 // The record's filename and file_bak are never exchanged: the fall-back
 // passes the backup's path down, so every reader of the record always sees
 // the true pair, and the trace names the path actually read.

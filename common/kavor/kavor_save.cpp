@@ -22,8 +22,9 @@
 //      remove(virtual), sync() twice.
 // Whether `file` holds a complete copy is kept in disk_state: known after
 // this task put the copy there (or a gzip into it failed), and checked once
-// by a parse when the record is new, so a save after a restart doesn't move
-// a file that a killed save left half-written over a good backup.
+// when the record is new by kavor_read_copy, the very test a load makes, so
+// a save after a restart doesn't move a file that a killed save left
+// half-written, or one that a load refuses, over a good backup.
 //
 // Every outside operation goes through the kavor_sys table, and after each
 // step the table's step hook (if set) is called with the step's name, so a
@@ -93,23 +94,17 @@ void fcom_unlock(kavor_mobj_t *mobj)
         pthread_rwlock_unlock(&mobj->fcom_rwlock);
 }
 
-// What `path` holds: DISK_COMPLETE for a document that a load takes whole
-// (it parses without the recovery parser and its root element is the
-// file's), DISK_BROKEN for anything else, missing included.
+// What `path` holds: DISK_COMPLETE for a copy that a load takes whole
+// (kavor_read_copy says complete), DISK_BROKEN for anything else, missing
+// included. Only a non-empty regular file is parsed.
 int32_t disk_state_of(const char *path, const char *rt_node, bool *exists)
 {
     struct stat st;
     *exists = stat(path, &st) == 0;
     if (!*exists || !S_ISREG(st.st_mode) || st.st_size == 0)
         return DISK_BROKEN;
-    xmlDocPtr doc = xmlReadFile(path, NULL, XML_PARSE_NONET | XML_PARSE_NOERROR |
-                                                XML_PARSE_NOWARNING | XML_PARSE_HUGE);
-    if (doc == NULL)
-        return DISK_BROKEN;
-    xmlNodePtr root = xmlDocGetRootElement(doc);
-    bool whole = root != NULL && xmlStrcmp(root->name, (const xmlChar *)rt_node) == 0;
-    xmlFreeDoc(doc);
-    return whole ? DISK_COMPLETE : DISK_BROKEN;
+    return kavor_read_copy(path, rt_node, NULL) == KAVOR_COPY_COMPLETE ? DISK_COMPLETE
+                                                                       : DISK_BROKEN;
 }
 
 // Whether the file name holds a complete copy, which may then become the
