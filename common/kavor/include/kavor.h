@@ -70,10 +70,16 @@ typedef struct _xmlParamNode *xml_file_hdl;
 /// Same as kavor_create_v2(name, 1000).
 kavor_hdl kavor_create(const char *name);
 
+/// The largest save delay, in ms: the top multiple of the 500 ms tick that
+/// an int32_t holds (about 24.8 days). kavor_create_v2() uses it for any
+/// longer delay.
+#define KAVOR_SAVE_DLY_MAX_MS 2147483500
+
 /// Makes a manager and starts its save task, named "kavor_tsk_<name>".
 /// `name` is read during the call only. `save_dly_ms` is the quiet time
 /// after the last save request, rounded up to a multiple of 500 ms; 0 or
-/// less saves at the next tick. The caller owns the handle until
+/// less saves at the next tick; above KAVOR_SAVE_DLY_MAX_MS (INT32_MAX
+/// included) it is KAVOR_SAVE_DLY_MAX_MS. The caller owns the handle until
 /// kavor_destroy(). Returns NULL, with a level-4 message, for a NULL
 /// `name` ("kavor module name NULL!") or when the record, its mutex, its
 /// semaphore or its lock can't be made (nothing is left behind then).
