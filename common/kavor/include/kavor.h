@@ -70,10 +70,16 @@ typedef struct _xmlParamNode *xml_file_hdl;
 /// Same as kavor_create_v2(name, 1000).
 kavor_hdl kavor_create(const char *name);
 
+/// The largest save delay, in ms: the top multiple of the 500 ms tick that
+/// an int32_t holds (about 24.8 days). kavor_create_v2() uses it for any
+/// longer delay.
+#define KAVOR_SAVE_DLY_MAX_MS 2147483500
+
 /// Makes a manager and starts its save task, named "kavor_tsk_<name>".
 /// `name` is read during the call only. `save_dly_ms` is the quiet time
 /// after the last save request, rounded up to a multiple of 500 ms; 0 or
-/// less saves at the next tick. The caller owns the handle until
+/// less saves at the next tick; above KAVOR_SAVE_DLY_MAX_MS (INT32_MAX
+/// included) it is KAVOR_SAVE_DLY_MAX_MS. The caller owns the handle until
 /// kavor_destroy(). Returns NULL, with a level-4 message, for a NULL
 /// `name` ("kavor module name NULL!") or when the record, its mutex, its
 /// semaphore or its lock can't be made (nothing is left behind then).
@@ -196,10 +202,29 @@ int32_t kavor_file_on_saving(xml_file_hdl hdl);
 
 /// The file name of the first file, in list order, still on saving. Takes
 /// the manager's file-list lock for reading.
-/// @return the file record's own string (not a copy; valid as long as the
-/// file record), or NULL when nothing is marked or for a NULL handle ("kavor
-/// mobj is NULL." at level 4).
+/// @return the file record's own string, not a copy, or NULL when nothing is
+/// marked or for a NULL handle ("kavor mobj is NULL." at level 4). The
+/// string lives as long as its file record: it is released when the file's
+/// last node is unregistered or the manager destroyed, and the lock is no
+/// longer held when the call returns. So read it only while no other thread
+/// can end a file of the manager; otherwise, or to keep the name, use
+/// kavor_any_on_saving_copy(). A non-NULL test alone is always safe.
 char *kavor_any_on_saving(kavor_hdl hdl);
+
+/// Copies the file name of the first file still on saving, as
+/// kavor_any_on_saving() finds it, into `buf` while holding the manager's
+/// file-list lock for reading, so the copy is whole even if another thread
+/// ends that file at once. Never writes past `buf + buf_size` and never
+/// leaves a cut name: a file name is its request's path (at most 127 bytes)
+/// with a suffix of at most 7, so 256 bytes always hold it. `buf` stays the
+/// caller's.
+/// @return the length of the name copied (without its NUL); 0 with `buf`
+/// holding "" when nothing is on saving; -1, with a level-4 message, for a
+/// NULL handle ("kavor mobj is NULL."), a NULL `buf` ("buf pointer NULL.")
+/// or a `buf_size` too small for the name and its NUL ("buf is not big
+/// enough!"; `buf` then holds "" when `buf_size` is not 0, and nothing is
+/// written when it is 0).
+int32_t kavor_any_on_saving_copy(kavor_hdl hdl, char *buf, size_t buf_size);
 /// @}
 
 /// @name Queries, deletion and locks
