@@ -270,6 +270,45 @@ void kavor_file_lock(xml_file_hdl hdl);
 void kavor_file_unlock(xml_file_hdl hdl);
 /// @}
 
+/// @name Schemas and checks
+/// An XML Schema 1.0 description of a file, for xmllint --schema, the
+/// `kavor check` command or kavor_validate(): what the schema accepts is
+/// what a load stores exactly (see param_xml_schema() for the rules).
+/// @{
+
+/// Writes the schema of the whole file of `hdl` to `path`: a root element
+/// named after the file's stem, holding at most one child per node of the
+/// file, in the order a save writes them, each described by its table.
+/// Call it at start-up after the registrations, or at build time from a
+/// small program that registers the same tables. Takes the file's node-list
+/// lock for reading; reads the tables only. `path` is created new (what
+/// stood there, a link included, is removed first) and written indented.
+/// @return 0 written; -1 with a level-4 message for a NULL argument, a
+/// table that can't be described, or a file that can't be written.
+int32_t kavor_write_schema(xml_file_hdl hdl, const char *path);
+
+/// Receives one problem of a check: its line in the document (0 when there
+/// is none) and libxml2's message without its line end. `ctx` is the
+/// caller's pointer given to the check.
+typedef void (*kavor_problem_fn)(void *ctx, int32_t line, const char *message);
+
+/// Checks the document at `path` (plain or gzip) against the schema at
+/// `schema_path`. The document is read as a load reads it: a file that
+/// isn't well-formed, or that has a document type declaration, is one or
+/// more problems with their lines and isn't validated further. Each problem
+/// goes to `report` (may be NULL), none to standard error or the trace.
+/// Changes no libxml2 setting of the process.
+/// @return 0 valid; the number of problems; -1 for a NULL path or a schema
+/// that can't be read or compiled (its own problems are reported).
+int32_t kavor_validate(const char *path, const char *schema_path, kavor_problem_fn report,
+                       void *ctx);
+
+/// As kavor_validate(), for a document in memory (line numbers are those
+/// the document's elements carry). `doc` stays the caller's.
+int32_t kavor_validate_doc(xmlDocPtr doc, const char *schema_path, kavor_problem_fn report,
+                           void *ctx);
+/// @}
+
 #ifdef __cplusplus
 }
 #endif
