@@ -104,7 +104,7 @@ xmlDocPtr read_doc(const char *path, int recover, bool *doctype)
 int32_t kavor_read_copy_why(const char *path, const char *rt_node, xmlDocPtr *out,
                             int32_t *why)
 {
-    assert(path != NULL && rt_node != NULL);
+    assert(path != NULL);
     int32_t result = KAVOR_COPY_COMPLETE, fault = 0;
     bool doctype = false;
     xmlDocPtr doc = read_doc(path, 0, &doctype);
@@ -119,7 +119,7 @@ int32_t kavor_read_copy_why(const char *path, const char *rt_node, xmlDocPtr *ou
         fault = KAVOR_COPY_NO_DOCUMENT;
     else if (root == NULL)
         fault = KAVOR_COPY_NO_ROOT;
-    else if (xmlStrcmp(root->name, BAD_CAST rt_node) != 0)
+    else if (rt_node != NULL && xmlStrcmp(root->name, BAD_CAST rt_node) != 0)
         fault = KAVOR_COPY_OTHER_ROOT;
     if (fault != 0 || out == NULL) {
         xmlFreeDoc(doc);

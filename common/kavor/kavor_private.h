@@ -100,7 +100,7 @@ enum {
 /// alike. Parses `path` in a parser context of its own (no DTD, no entity,
 /// no network; a document type declaration refuses the file), with the
 /// strict parser first and the recovery parser if that fails, and wants a
-/// root element named `rt_node`. KAVOR_COPY_COMPLETE: the strict parser gave
+/// root element named `rt_node` (any root element when it is NULL). KAVOR_COPY_COMPLETE: the strict parser gave
 /// such a document; KAVOR_COPY_RECOVERED: only the recovery parser did
 /// (possibly partial); KAVOR_COPY_UNUSABLE: anything else. When `doc` is
 /// not NULL it receives the document for a usable copy (the caller frees

@@ -270,6 +270,36 @@ void kavor_file_lock(xml_file_hdl hdl);
 void kavor_file_unlock(xml_file_hdl hdl);
 /// @}
 
+/// @name Files seen from outside the application
+/// For tools that look at a device's files with no table and no manager
+/// (the `kavor` command): they name files and judge copies exactly as the
+/// library does. None of these takes a lock of any manager.
+/// @{
+
+/// The names that a registration of `path` with `ugz` gives its file (the
+/// suffix rule of kavor_file_rgst_t::filename): the file name, the backup
+/// name and the root element name (the stem), each copied into a buffer of
+/// `size` bytes.
+/// @return 0; -1 for an empty or NULL path ("path or name is NULL!" at level
+/// 4), a NULL buffer or a name that doesn't fit.
+int32_t kavor_file_names(const char *path, int32_t ugz, char *file, char *backup, char *root,
+                         size_t size);
+
+/// What a load makes of the one copy at `path` (a file name or a backup
+/// name), decided by the very function the load and the save road use: the
+/// document is parsed as a load parses it (no DTD, no entity, no network; a
+/// document type declaration makes the copy unusable), by the strict parser
+/// and, if that refuses it, by the recovery parser, and its root element
+/// must be named `root` (any name when `root` is NULL). A load takes the
+/// file name's copy when it is usable, else the backup's. Writes no record.
+/// @param doc when not NULL, receives the document of a usable copy (the
+/// caller releases it with xmlFreeDoc()), NULL otherwise.
+/// @return 0 complete (a load gives 0); 1 recovered, possibly partial (a
+/// load gives 1 and doesn't try the backup); -1 unusable: missing, empty,
+/// not XML, a document type declaration, no root element or another one.
+int32_t kavor_copy_read(const char *path, const char *root, xmlDocPtr *doc);
+/// @}
+
 /// @name Schemas and checks
 /// An XML Schema 1.0 description of a file, for xmllint --schema, the
 /// `kavor check` command or kavor_validate(): what the schema accepts is
