@@ -346,24 +346,25 @@ void index_type(schema_gen *g, char *out, long long count)
 // ---- strings and enumerations ----------------------------------------------
 
 // A text of at most `cap` bytes in UTF-8. XML Schema counts characters, so
-// the type is a union by the widest character: ASCII up to `cap` characters,
-// up to U+07FF cap/2, up to U+FFFF cap/3, any cap/4. Exact for a text of
-// one width; for a mixed text it may refuse one that fits, never the reverse.
+// the type is a union over k, the number of characters beyond ASCII (each
+// of two bytes at least): at most k of them and at most cap - k characters
+// in all. Exact for ASCII and for text whose other characters take two
+// bytes (up to U+07FF); never refuses a text that fits; may take a text of
+// three- or four-byte characters that is over by a byte for each of them.
 void text_type(schema_gen *g, char *out, long long cap)
 {
     snprintf(out, kNameLen, "text.%lld", cap);
     xmlNodePtr u = schema_xs(g, global(g, "simpleType", out), "union", nullptr);
-    if (u == nullptr)
-        return;
-    // Classes by what they leave out: the characters beyond each width.
-    const char *beyond[] = {"[^\xc2\x80-\xf4\x8f\xbf\xbf]*", "[^\xe0\xa0\x80-\xf4\x8f\xbf\xbf]*",
-                            "[^\xf0\x90\x80\x80-\xf4\x8f\xbf\xbf]*", nullptr};
-    for (int width = 1; width <= 4; width++) {
+    const char *wide = "\xc2\x80-\xf4\x8f\xbf\xbf";   // U+0080 .. U+10FFFF
+    for (long long k = 0; u != nullptr && k <= cap / 2; k++) {
         xmlNodePtr r = schema_xs(g, schema_xs(g, u, "simpleType", nullptr), "restriction", nullptr);
         set(g, r, "base", "xs:string");
-        if (beyond[width - 1] != nullptr)
-            facet(g, r, "pattern", beyond[width - 1]);
-        facet_num(g, r, "maxLength", cap / width);
+        text t;
+        t.add("[^").add(wide).add("]*");
+        if (k > 0)
+            t.add("([").add(wide).add("][^").add(wide).add("]*)").addf("{0,%llu}", (unsigned long long)k);
+        facet(g, r, "pattern", t.buf);
+        facet_num(g, r, "maxLength", cap - k);
     }
 }
 
