@@ -363,6 +363,65 @@ int run_diff(const Args &a)
     return lines.empty() ? kOk : kNo;
 }
 
+// ---- set, convert: writes through the library's save road --------------------
+
+// The copy a load takes, which must be complete: writing a recovered one
+// would make what the recovery parser read the file's whole content.
+bool complete_copy(const char *cmd, const Names &n, Copy *c)
+{
+    if (!taken_copy(cmd, n, c))
+        return false;
+    if (c->state != 0)
+        fail(cmd, c->path + " is only recovered (see kavor status); nothing written", kTrouble);
+    return c->state == 0;
+}
+
+int run_set(const Args &a)
+{
+    Names n;
+    if (!names_of(a.pos[0], a, &n))
+        return fail("set", a.pos[0] + ": not a parameter file name", kUsage);
+    Copy c;
+    if (!complete_copy("set", n, &c))
+        return kTrouble;
+    std::string err;
+    int rc = set_value(c.doc, a.pos[1], a.pos[2], &err);
+    if (rc != kOk)
+        return fail("set", err, rc);
+    if (a.has("schema")) {
+        std::string where = n.file + " after the change";
+        int32_t bad = kavor_validate_doc(c.doc, a.opt.at("schema").c_str(), print_problem,
+                                         const_cast<char *>(where.c_str()));
+        if (bad != 0)
+            return bad < 0 ? fail("set", a.opt.at("schema") + ": no usable schema", kTrouble)
+                           : fail("set", "refused by the schema; nothing written", kNo);
+    }
+    if (kavor_write_copy(n.file.c_str(), c.doc) != 0)
+        return fail("set", n.file + ": the write failed; the last complete copy stays", kTrouble);
+    return kOk;
+}
+
+int run_convert(const Args &a)
+{
+    if (a.has("plain") == a.has("gzip"))
+        return fail("convert", "give one of --gzip and --plain", kUsage);
+    Args from = a;
+    from.opt.erase("plain");
+    from.opt.erase("gzip");
+    Names n, to;
+    if (!names_of(a.pos[0], from, &n) || !names_of(a.pos[0], a, &to))
+        return fail("convert", a.pos[0] + ": not a parameter file name", kUsage);
+    if (n.file == to.file)
+        return fail("convert", n.file + " is in that form already", kUsage);
+    Copy c;
+    if (!complete_copy("convert", n, &c))
+        return kTrouble;
+    if (kavor_write_copy(to.file.c_str(), c.doc) != 0)
+        return fail("convert", to.file + ": the write failed", kTrouble);
+    printf("%s\n", to.file.c_str());
+    return kOk;
+}
+
 // ---- the table of subcommands -------------------------------------------------
 
 const Command kCommands[] = {
@@ -392,12 +451,28 @@ const Command kCommands[] = {
      "prints every value of that name, one blank between.\n"
      "Exit: 0 printed; 1 nothing at PATH; 2 no usable copy; 64 a bad PATH.\n",
      " help plain gzip ", " ", 2, 2, run_get},
+    {"set", "FILE PATH VALUE [--schema S.xsd] [--plain|--gzip]",
+     "Puts VALUE at PATH (as for get; without [i] on a row of one element, its whole text)\n"
+     "in the copy a load takes, which must be complete, checks the result against S.xsd when\n"
+     "given, and writes the file by the library's save road: temporary name created new,\n"
+     "the complete main file to the backup name, rename into place, sync. Only for a file of\n"
+     "an application that isn't running: a running one writes over it at its next save.\n"
+     "Exit: 0 written; 1 nothing at PATH or refused by the schema (nothing written); 2 no\n"
+     "complete copy or a failed write (the last complete copy stays); 64 a bad PATH.\n",
+     " help plain gzip ", " schema ", 3, 3, run_set},
     {"diff", "A B",
      "Prints the values that differ between the documents A and B (a main file and its\n"
      "backup, two devices' files): one line per path, PATH<TAB>A's value<TAB>B's value, a\n"
      "missing value as -, elements as (elements), \\ \\t \\n \\r and a value - escaped.\n"
      "Exit: 0 no difference; 1 differences; 2 A or B unusable.\n",
      " help ", " ", 2, 2, run_diff},
+    {"convert", "FILE --gzip|--plain",
+     "Writes the complete copy a load takes of FILE in the other form, beside it (net.xml to\n"
+     "net.xml.gz or back), by the same save road as set, and prints the new file's name. FILE\n"
+     "stays; register the application's file with the matching ugz. Only for an application\n"
+     "that isn't running.\n"
+     "Exit: 0 written; 2 no complete copy or a failed write; 64 FILE is in that form.\n",
+     " help plain gzip ", " ", 1, 1, run_convert},
 };
 
 void usage(FILE *to)

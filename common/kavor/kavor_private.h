@@ -134,6 +134,9 @@ int32_t load_one_xml(kavor_fcom_t *fcom);
 /// written, and neither is one of a managed file (mobj set) whose node list
 /// is empty (its last node is leaving): the target stays untouched then.
 int32_t xmlMakeParamFile(kavor_fcom_t *fcom, char *file_name);
+/// Writes a complete document to `file_name` as xmlMakeParamFile does
+/// (gzip and indented for a name ending in ".gz"); 0 written, -1 not.
+int32_t xmlSaveParamDoc(xmlDocPtr doc, const char *file_name);
 /// Appends one child per node, from `fobj` to the end of its list, filled by
 /// param2xml. Returns the number of children added: 0 (with a level-4
 /// message) when there is no node; -1 (with a level-4 message) when pRoot is

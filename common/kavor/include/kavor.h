@@ -298,6 +298,22 @@ int32_t kavor_file_names(const char *path, int32_t ugz, char *file, char *backup
 /// load gives 1 and doesn't try the backup); -1 unusable: missing, empty,
 /// not XML, a document type declaration, no root element or another one.
 int32_t kavor_copy_read(const char *path, const char *root, xmlDocPtr *doc);
+
+/// Writes `doc` as the parameter file `file` (a file name on disk, ending
+/// in ".xml" or ".xml.gz"; the backup and temporary names follow from it)
+/// by the save road of the library: the document goes to the temporary
+/// name, the file name's copy moves to the backup name only if it is
+/// complete (as kavor_copy_read() decides), the temporary takes the file
+/// name, and sync runs twice; a complete copy stands under one of the two
+/// names at every step. Gzip and indented for ".gz", plain otherwise.
+/// Only for a file of an application that isn't running: it takes no lock
+/// of any manager, and a running application's next save writes over it.
+/// `doc` stays the caller's (its compression setting may change).
+/// @return 0 written; -1 with a level-4 message for a NULL argument, a
+/// root element other than the file's stem, or a write or rename that
+/// failed (the file name and the backup then hold what they held, or the
+/// backup the last complete copy).
+int32_t kavor_write_copy(const char *file, xmlDocPtr doc);
 /// @}
 
 /// @name Schemas and checks
