@@ -68,7 +68,9 @@ const size_t kLoadAllocLimit = 64u << 20;
 void refuse_doctype(void *ctx, const xmlChar *, const xmlChar *, const xmlChar *)
 {
     xmlParserCtxtPtr ctxt = static_cast<xmlParserCtxtPtr>(ctx);
-    *static_cast<bool *>(ctxt->_private) = true;
+    kavor_parse_t *how = static_cast<kavor_parse_t *>(ctxt->_private);
+    how->doctype = true;
+    how->doctype_line = xmlSAX2GetLineNumber(ctxt);
     xmlStopParser(ctxt);
 }
 
@@ -77,29 +79,42 @@ xmlParserInputPtr refuse_entity(void *, const xmlChar *, const xmlChar *)
     return NULL;
 }
 
-// The strict parser (recover 0) or the recovery parser (recover 1) on
-// `path`, with no DTD, no entity and no network. NULL when it gives no
-// document; *doctype tells whether a document type declaration was met.
+void pass_error(void *ctx, xmlErrorPtr err)
+{
+    kavor_parse_t *how = static_cast<kavor_parse_t *>(static_cast<xmlParserCtxtPtr>(ctx)->_private);
+    how->errors(how->data, err);
+}
+
 xmlDocPtr read_doc(const char *path, int recover, bool *doctype)
+{
+    kavor_parse_t how = {false, 0, NULL, NULL};
+    xmlDocPtr doc = kavor_read_doc(path, recover, &how);
+    *doctype = how.doctype;
+    return doc;
+}
+
+}  // namespace
+
+xmlDocPtr kavor_read_doc(const char *path, int recover, kavor_parse_t *how)
 {
     xmlParserCtxtPtr ctxt = xmlNewParserCtxt();
     if (ctxt == NULL)
         return NULL;
-    ctxt->_private = doctype;
+    ctxt->_private = how;
     ctxt->sax->internalSubset = refuse_doctype;
     ctxt->sax->externalSubset = NULL;
     ctxt->sax->resolveEntity = refuse_entity;
+    if (how->errors != NULL)
+        ctxt->sax->serror = pass_error;
     int options = XML_PARSE_NONET | (recover ? XML_PARSE_RECOVER : 0);
     xmlDocPtr doc = xmlCtxtReadFile(ctxt, path, NULL, options);
     xmlFreeParserCtxt(ctxt);
-    if (doc != NULL && *doctype) {
+    if (doc != NULL && how->doctype) {
         xmlFreeDoc(doc);
         doc = NULL;
     }
     return doc;
 }
-
-}  // namespace
 
 int32_t kavor_read_copy_why(const char *path, const char *rt_node, xmlDocPtr *out,
                             int32_t *why)

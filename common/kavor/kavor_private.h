@@ -87,6 +87,18 @@ int32_t isGzFile(const char *path);
 const char *virt_name_refusal(const char *virtname, const char *filename);
 
 // ---- document load (kavor_load.cpp) ----------------------------------------
+/// What a read of a document met, for kavor_read_doc.
+typedef struct {
+    bool doctype;                    // a document type declaration stopped the parse
+    int doctype_line;                // at this line
+    xmlStructuredErrorFunc errors;   // libxml2's errors go here (NULL: not set)
+    void *data;                      // for `errors`
+} kavor_parse_t;
+/// The one way the library parses a document: the strict parser (recover
+/// 0) or the recovery parser (recover 1) on `path`, in a parser context of
+/// its own (no DTD, no entity, no network, no process-wide setting). A
+/// document type declaration stops the parse: NULL, with how->doctype set.
+xmlDocPtr kavor_read_doc(const char *path, int recover, kavor_parse_t *how);
 // What a copy on disk gives a load.
 enum { KAVOR_COPY_COMPLETE = 0, KAVOR_COPY_RECOVERED = 1, KAVOR_COPY_UNUSABLE = -1 };
 /// Why a copy is unusable (0: it isn't).

@@ -47,7 +47,6 @@ struct problems {
     kavor_problem_fn report;
     void *ctx;
     int32_t count;
-    bool doctype;
 };
 
 void add_problem(problems *p, int line, const char *message)
@@ -68,48 +67,15 @@ void on_error(void *data, xmlErrorPtr err)
         add_problem(static_cast<problems *>(data), err->line, err->message);
 }
 
-// The parser's errors reach on_error through the context's own handler.
-void on_parse_error(void *data, xmlErrorPtr err)
-{
-    xmlParserCtxtPtr ctxt = static_cast<xmlParserCtxtPtr>(data);
-    on_error(ctxt->_private, err);
-}
-
-void on_doctype(void *data, const xmlChar *, const xmlChar *, const xmlChar *)
-{
-    xmlParserCtxtPtr ctxt = static_cast<xmlParserCtxtPtr>(data);
-    problems *p = static_cast<problems *>(ctxt->_private);
-    p->doctype = true;
-    add_problem(p, xmlSAX2GetLineNumber(ctxt),
-                "a document type declaration, which a load refuses");
-    xmlStopParser(ctxt);
-}
-
-xmlParserInputPtr no_entity(void *, const xmlChar *, const xmlChar *)
-{
-    return nullptr;
-}
-
 // The document at `path` as the strict parser of a load reads it, or NULL
 // after reporting why not.
 xmlDocPtr read_strict(const char *path, problems *p)
 {
-    xmlParserCtxtPtr ctxt = xmlNewParserCtxt();
-    if (ctxt == nullptr)
-        return nullptr;
-    ctxt->_private = p;
-    ctxt->sax->internalSubset = on_doctype;
-    ctxt->sax->externalSubset = nullptr;
-    ctxt->sax->resolveEntity = no_entity;
-    ctxt->sax->serror = on_parse_error;
-    int32_t before = p->count;
-    xmlDocPtr doc = xmlCtxtReadFile(ctxt, path, nullptr, XML_PARSE_NONET);
-    xmlFreeParserCtxt(ctxt);
-    if (doc != nullptr && p->doctype) {
-        xmlFreeDoc(doc);
-        doc = nullptr;
-    }
-    if (doc == nullptr && p->count == before)
+    kavor_parse_t how = {false, 0, on_error, p};
+    xmlDocPtr doc = kavor_read_doc(path, 0, &how);
+    if (how.doctype)
+        add_problem(p, how.doctype_line, "a document type declaration, which a load refuses");
+    else if (doc == nullptr && p->count == 0)
         add_problem(p, 0, "the file can't be read");
     return doc;
 }
@@ -166,7 +132,7 @@ extern "C" int32_t kavor_validate_doc(xmlDocPtr doc, const char *schema_path,
 {
     if (doc == nullptr || schema_path == nullptr)
         return -1;
-    problems p = {report, ctx, 0, false};
+    problems p = {report, ctx, 0};
     xmlSchemaPtr schema = load_schema(schema_path, &p);
     xmlSchemaValidCtxtPtr vctxt = schema != nullptr ? xmlSchemaNewValidCtxt(schema) : nullptr;
     int32_t ret = -1;
@@ -187,7 +153,7 @@ extern "C" int32_t kavor_validate(const char *path, const char *schema_path,
 {
     if (path == nullptr || schema_path == nullptr)
         return -1;
-    problems p = {report, ctx, 0, false};
+    problems p = {report, ctx, 0};
     xmlDocPtr doc = read_strict(path, &p);
     if (doc == nullptr)
         return p.count;
