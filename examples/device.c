@@ -174,6 +174,9 @@ int main(int argc, char **argv)
     mgr = kavor_create_v2("device", 500);
     if (mgr == NULL || register_device(mgr, dir, &dev, &node) != 0)
         return 1;
+    /* At start-up: the schema of the file, for xmllint --schema and kavor check. */
+    if (example_path(path, sizeof(path), dir, "device.xsd") != 0 || kavor_write_schema(node, path) != 0)
+        goto out;
     if (kavor_save_one(node) != 0 || wait_saved(node) != 0) /* first copy: role edge */
         goto out;
     kavor_file_lock(node);

@@ -200,6 +200,11 @@ static int read_back(const char *kind, struct pdesc *table, void *mem, const cha
     return 0;
 }
 
+static void print_problem(void *ctx, int32_t line, const char *message)
+{
+    fprintf(stderr, "%s:%d: %s\n", (const char *)ctx, (int)line, message);
+}
+
 static int show(const struct exhibit *e, const char *dir)
 {
     unsigned char scratch[512];
@@ -211,12 +216,24 @@ static int show(const struct exhibit *e, const char *dir)
     printf("== %s ==\n%s\n\n", e->kind, (const char *)xmlBufferContent(first));
     if (dir != NULL && example_path(path, sizeof(path), dir, e->kind) == 0) {
         FILE *f;
+        char xsd[168];
+        xmlDocPtr schema = param_xml_schema(e->kind, e->table);
+        snprintf(xsd, sizeof(xsd), "%s.xsd", path);
         strncat(path, ".xml", sizeof(path) - strlen(path) - 1);
         f = fopen(path, "w");
         if (f != NULL) {
             fprintf(f, "%s\n", (const char *)xmlBufferContent(first));
             fclose(f);
         }
+        /* The document must validate against its table's schema. */
+        if (schema == NULL || xmlSaveFormatFileEnc(xsd, schema, "utf-8", 1) < 0 ||
+            kavor_validate(path, xsd, print_problem, path) != 0) {
+            fprintf(stderr, "%s: not valid against its schema\n", e->kind);
+            xmlFreeDoc(schema);
+            xmlBufferFree(first);
+            return -1;
+        }
+        xmlFreeDoc(schema);
     }
 
     /* Read it back into zeroed memory and write it again. */

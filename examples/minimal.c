@@ -45,6 +45,25 @@ static int fill_request(kavor_file_rgst_t *rq, const char *dir, struct net_cfg *
     return 0;
 }
 
+static void print_problem(void *ctx, int32_t line, const char *message)
+{
+    fprintf(stderr, "%s:%d: %s\n", (const char *)ctx, (int)line, message);
+}
+
+/* <dir>/net.xsd for the file of `rq`, and <dir>/net.xml checked against it. */
+static int write_and_check_schema(kavor_file_rgst_t *rq, const char *dir)
+{
+    char xsd[128], xml[128];
+    xml_file_hdl node = kavor_register(NULL, rq); /* a standalone node: no manager needed */
+    int rc = node != NULL && example_path(xsd, sizeof(xsd), dir, "net.xsd") == 0 &&
+                     example_path(xml, sizeof(xml), dir, "net.xml") == 0 &&
+                     kavor_write_schema(node, xsd) == 0
+                 ? (int)kavor_validate(xml, xsd, print_problem, xml)
+                 : -1;
+    kavor_unregister(node);
+    return rc;
+}
+
 int main(int argc, char **argv)
 {
     char dir[96];
@@ -61,6 +80,12 @@ int main(int argc, char **argv)
 
     if (fill_request(&rq, dir, &saved) != 0 || kavor_param2file(&rq) != 0) {
         fprintf(stderr, "write failed\n");
+        return 1;
+    }
+    /* The file's schema, as an application writes it at start-up, and the
+     * file checked against it (xmllint --schema does the same). */
+    if (write_and_check_schema(&rq, dir) != 0) {
+        fprintf(stderr, "schema check failed\n");
         return 1;
     }
     memset(&loaded, 0, sizeof(loaded));

@@ -4,6 +4,9 @@
 // save through the manager's task read back by a new manager.
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+#include <sched.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstring>
@@ -290,6 +293,46 @@ TEST(KavorHppSave, SaveByTheTaskIsReadBackByANewManager)
     EXPECT_EQ(out.level, 9);
     r.delete_files();
     EXPECT_FALSE(file_exists(path + ".xml.gz"));
+}
+
+// A name asked for while another thread ends that file: the answer is
+// copied under the manager's lock, so it is the whole name or nothing, and
+// never read from a released record (ASan and TSan run this).
+TEST(KavorHppConcurrency, AnyOnSavingWhileAnotherThreadUnregistersReadsNoFreedName)
+{
+    TempDir dir;
+    settings s = sample();
+    kavor::Manager m = kavor::Manager::create("hpp_race", 3600000);  // the task never writes
+    ASSERT_TRUE(m);
+    const std::string path = dir.file("race"), name = path + ".xml.gz";
+    // Both threads on one processor: the reader's unlock wakes the waiting
+    // writer, which may then run at once, before the reader's next step.
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(sched_getcpu(), &one);
+    std::atomic<bool> stop{ false };
+    std::thread churn([&] {
+        pthread_setaffinity_np(pthread_self(), sizeof(one), &one);
+        while (!stop) {
+            kavor::Registration r = m.add(path.c_str(), "n", settings_table, &s);
+            r.save();
+        }  // the file and its name are released here
+    });
+    cpu_set_t before;
+    pthread_getaffinity_np(pthread_self(), sizeof(before), &before);
+    pthread_setaffinity_np(pthread_self(), sizeof(one), &one);
+    int named = 0, wrong = 0;
+    auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    while (std::chrono::steady_clock::now() < end) {
+        std::string got = m.any_on_saving();
+        named += !got.empty();
+        wrong += !got.empty() && got != name;
+    }
+    stop = true;
+    churn.join();
+    pthread_setaffinity_np(pthread_self(), sizeof(before), &before);
+    EXPECT_EQ(wrong, 0);
+    EXPECT_GT(named, 0) << "the race was never run";
 }
 
 TEST(KavorHppCheck, ForwardsToTheTableCheck)

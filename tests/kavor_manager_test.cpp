@@ -217,6 +217,27 @@ TEST(KavorManager, OneTickFollowsThePacingTable)
     }
 }
 
+// The largest delays: the count reaches the top multiple of the tick below
+// INT32_MAX and then sweeps, where a longer delay would overflow the count.
+TEST(KavorManager, ADelayNearInt32MaxCountsToASweepWithoutOverflow)
+{
+    const int32_t top = KAVOR_SAVE_DLY_MAX_MS;
+    for (int32_t dly : {INT32_MAX, top}) {
+        SCOPED_TRACE(dly);
+        Running run;
+        ASSERT_NO_FATAL_FAILURE(run.start(nullptr, dly, 1));
+        saving_set(run.f->fcom, 1);
+        vn_sem_take(run.h->sem_sav, 0);
+        run.h->sv_dly = top - 500;
+        EXPECT_EQ(xml_save_process(run.h), 0);
+        EXPECT_EQ(run.h->sv_dly, top);
+        EXPECT_EQ(xml_save_process(run.h), 0);
+        EXPECT_EQ(run.h->sv_dly, -1);
+        EXPECT_EQ(run.sys.count("save "), 1u);
+        EXPECT_EQ(kavor_file_on_saving(run.f), 0);
+    }
+}
+
 // A running task with a delay: a burst of requests in the quiet time is
 // written once, after the delay.
 class PacingTest : public ::testing::TestWithParam<int32_t> {};

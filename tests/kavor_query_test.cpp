@@ -67,6 +67,45 @@ TEST_F(KavorQuery, NamesFillTheBufferUpToTheFirstNameThatDoesNotFit)
     }
 }
 
+// The first file on saving, copied under the manager's lock: the whole name
+// or, when it doesn't fit, an empty string and -1; never a cut name, and
+// never a byte past the buffer.
+TEST_F(KavorQuery, TheNameOnSavingIsCopiedWholeOrNotAtAll)
+{
+    kavor_file_t *net = add(dir_.file("net"), "a");
+    ASSERT_NE(add(dir_.file("user"), "a"), nullptr);
+    const std::string name = dir_.file("net.xml");
+    const int32_t len = (int32_t)name.size();
+    struct {
+        bool marked;
+        size_t size;
+        int32_t ret;
+        const char *text;  // the buffer's string, nullptr: not written at all
+        bool message;      // "buf is not big enough!"
+    } rows[] = {
+        {false, 64 + name.size(), 0, "", false}, {true, 64 + name.size(), len, name.c_str(), false},
+        {true, name.size() + 1, len, name.c_str(), false}, {true, name.size(), -1, "", true},
+        {true, 1, -1, "", true},                  {true, 0, -1, nullptr, true},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.size);
+        saving_set(net->fcom, r.marked ? 1 : 0);
+        char buf[256];
+        memset(buf, 0x55, sizeof(buf));
+        TraceCapture cap(8);
+        EXPECT_EQ(kavor_any_on_saving_copy(mgr_.get(), buf, r.size), r.ret);
+        size_t written = r.text != nullptr ? strlen(r.text) + 1 : 0;
+        if (r.text != nullptr) {
+            EXPECT_STREQ(buf, r.text);
+        }
+        for (size_t i = written; i < sizeof(buf); i++)
+            ASSERT_EQ(buf[i], 0x55) << "byte " << i << " written";
+        EXPECT_EQ(cap.has(4, "kavor_any_on_saving_copy", "buf is not big enough!"), r.message)
+            << cap.dump();
+        EXPECT_EQ(cap.records().size(), r.message ? 1u : 0u) << cap.dump();
+    }
+}
+
 TEST_F(KavorQuery, OneStemInTwoDirectoriesGivesTwoEqualNames)
 {
     ASSERT_NE(add(dir_.file("a/net"), "n"), nullptr);
@@ -102,6 +141,10 @@ TEST_F(KavorQuery, NullArgumentsAreRefusedWithTheirMessage)
          "kavor_get_all_filename", "kavor mobj is NULL."},
         {"buf", [](kavor_hdl m, kavor_file_t *, uint8_t *) { EXPECT_EQ(kavor_get_all_filename(m, nullptr, 8), 0u); },
          "kavor_get_all_filename", "buf pointer NULL."},
+        {"copy", [](kavor_hdl, kavor_file_t *, uint8_t *b) { EXPECT_EQ(kavor_any_on_saving_copy(nullptr, (char *)b, 8), -1); },
+         "kavor_any_on_saving_copy", "kavor mobj is NULL."},
+        {"copy buf", [](kavor_hdl m, kavor_file_t *, uint8_t *) { EXPECT_EQ(kavor_any_on_saving_copy(m, nullptr, 8), -1); },
+         "kavor_any_on_saving_copy", "buf pointer NULL."},
         {"delete_all", [](kavor_hdl, kavor_file_t *, uint8_t *) { kavor_delete_all(nullptr); },
          "kavor_delete_all", "kavor mobj is NULL."},
         {"lock", [](kavor_hdl, kavor_file_t *, uint8_t *) { kavor_file_lock(nullptr); },

@@ -172,27 +172,35 @@ int32_t xmlMakeParamFile(kavor_fcom_t *fcom, char *file_name)
     xmlNodePtr root = make_root(fcom, doc, file_name);
     if (root != NULL) {
         xmlDocSetRootElement(doc, root);
-        int gz = isGzFile(file_name);
-        if (gz)
-            xmlSetDocCompressMode(doc, 1);
-        // libxml2's writer records a failed allocation as an error but may
-        // still give a byte count, having written a cut document: any error
-        // raised during the write fails it.
-        xmlResetLastError();
-        int rc = write_target(file_name, doc, gz);
-        xmlErrorPtr err = xmlGetLastError();
-        if (rc >= 0 && err != NULL && err->code != XML_ERR_OK) {
-            KV_LOGF("xmlMakeParamFile", 4, "write of file<%s> failed: %s", file_name,
-                    err->message != NULL ? err->message : "libxml2 error");
-            rc = -1;
-        }
-        KV_LOG(7, "time=%llu, end to makeParam of file<%s>.",
-               (unsigned long long)vn_uptime_ms(), file_name);
-        ret = rc < 0 ? -1 : 0;
+        ret = xmlSaveParamDoc(doc, file_name);
     }
     xmlFreeDoc(doc);
     kavor_xml_errors_end(&route);
     return ret;
+}
+
+int32_t xmlSaveParamDoc(xmlDocPtr doc, const char *file_name)
+{
+    kavor_xml_errors_t route;   // what libxml2 says while the document is written
+    kavor_xml_errors_begin(&route, "xmlMakeParamFile", file_name);
+    int gz = isGzFile(file_name);
+    if (gz)
+        xmlSetDocCompressMode(doc, 1);
+    // libxml2's writer records a failed allocation as an error but may
+    // still give a byte count, having written a cut document: any error
+    // raised during the write fails it.
+    xmlResetLastError();
+    int rc = write_target(file_name, doc, gz);
+    xmlErrorPtr err = xmlGetLastError();
+    if (rc >= 0 && err != NULL && err->code != XML_ERR_OK) {
+        KV_LOGF("xmlMakeParamFile", 4, "write of file<%s> failed: %s", file_name,
+                err->message != NULL ? err->message : "libxml2 error");
+        rc = -1;
+    }
+    kavor_xml_errors_end(&route);
+    KV_LOGF("xmlMakeParamFile", 7, "time=%llu, end to makeParam of file<%s>.",
+            (unsigned long long)vn_uptime_ms(), file_name);
+    return rc < 0 ? -1 : 0;
 }
 
 int kavor_create_new(const char *path)

@@ -68,17 +68,13 @@ namespace {
 // Buffers and list nodes that the walk of one document may allocate.
 const size_t kLoadAllocLimit = 64u << 20;
 
-// What one parse keeps in its context's _private.
-struct ReadState {
-    bool doctype;                  // a document type declaration was met
-    kavor_xml_errors_t *route;     // where libxml2's messages go
-};
-
 // Marks the parse and stops it at "<!DOCTYPE".
 void refuse_doctype(void *ctx, const xmlChar *, const xmlChar *, const xmlChar *)
 {
     xmlParserCtxtPtr ctxt = static_cast<xmlParserCtxtPtr>(ctx);
-    static_cast<ReadState *>(ctxt->_private)->doctype = true;
+    kavor_parse_t *how = static_cast<kavor_parse_t *>(ctxt->_private);
+    how->doctype = true;
+    how->doctype_line = xmlSAX2GetLineNumber(ctxt);
     xmlStopParser(ctxt);
 }
 
@@ -88,60 +84,58 @@ xmlParserInputPtr refuse_entity(void *, const xmlChar *, const xmlChar *)
 }
 
 // The context's structured error handler: libxml2's messages on the parse
-// go into the trace.
-void parse_error(void *ctx, xmlErrorPtr err)
+// go where the caller asked.
+void pass_error(void *ctx, xmlErrorPtr err)
 {
-    xmlParserCtxtPtr ctxt = static_cast<xmlParserCtxtPtr>(ctx);
-    kavor_xml_error(static_cast<ReadState *>(ctxt->_private)->route, err);
+    kavor_parse_t *how = static_cast<kavor_parse_t *>(static_cast<xmlParserCtxtPtr>(ctx)->_private);
+    how->errors(how->data, err);
 }
 
-// The strict parser (recover 0) or the recovery parser (recover 1) on
-// `path`, with no DTD, no entity and no network. NULL when it gives no
-// document; st->doctype tells whether a document type declaration was met.
-xmlDocPtr read_doc(const char *path, int recover, ReadState *st)
+}  // namespace
+
+xmlDocPtr kavor_read_doc(const char *path, int recover, kavor_parse_t *how)
 {
     xmlParserCtxtPtr ctxt = xmlNewParserCtxt();
     if (ctxt == NULL)
         return NULL;
-    ctxt->_private = st;
+    ctxt->_private = how;
     ctxt->sax->internalSubset = refuse_doctype;
     ctxt->sax->externalSubset = NULL;
     ctxt->sax->resolveEntity = refuse_entity;
-    ctxt->sax->serror = parse_error;
+    if (how->errors != NULL)
+        ctxt->sax->serror = pass_error;
     int options = XML_PARSE_NONET | (recover ? XML_PARSE_RECOVER : 0);
     xmlDocPtr doc = xmlCtxtReadFile(ctxt, path, NULL, options);
     xmlFreeParserCtxt(ctxt);
-    if (doc != NULL && st->doctype) {
+    if (doc != NULL && how->doctype) {
         xmlFreeDoc(doc);
         doc = NULL;
     }
     return doc;
 }
 
-}  // namespace
-
 int32_t kavor_read_copy_why(const char *path, const char *rt_node, xmlDocPtr *out,
                             int32_t *why)
 {
-    assert(path != NULL && rt_node != NULL);
+    assert(path != NULL);
     int32_t result = KAVOR_COPY_COMPLETE, fault = 0;
     kavor_xml_errors_t route;
     kavor_xml_errors_begin(&route, "xmlParseParamFile", path);
-    ReadState st = {false, &route};
-    xmlDocPtr doc = read_doc(path, 0, &st);
-    if (doc == NULL && !st.doctype) {
+    kavor_parse_t how = {false, 0, kavor_xml_error, &route};
+    xmlDocPtr doc = kavor_read_doc(path, 0, &how);
+    if (doc == NULL && !how.doctype) {
         result = KAVOR_COPY_RECOVERED;
-        doc = read_doc(path, 1, &st);
+        doc = kavor_read_doc(path, 1, &how);
     }
     kavor_xml_errors_end(&route);
     xmlNodePtr root = doc != NULL ? xmlDocGetRootElement(doc) : NULL;
-    if (st.doctype)
+    if (how.doctype)
         fault = KAVOR_COPY_DOCTYPE;
     else if (doc == NULL)
         fault = KAVOR_COPY_NO_DOCUMENT;
     else if (root == NULL)
         fault = KAVOR_COPY_NO_ROOT;
-    else if (xmlStrcmp(root->name, BAD_CAST rt_node) != 0)
+    else if (rt_node != NULL && xmlStrcmp(root->name, BAD_CAST rt_node) != 0)
         fault = KAVOR_COPY_OTHER_ROOT;
     if (fault != 0 || out == NULL) {
         xmlFreeDoc(doc);

@@ -11,7 +11,8 @@
 // less sweeps in the tick that took the request.
 //
 // Invariants: sv_dly is written by the task alone once it runs and
-// sv_dly_lmt is fixed before it starts, so neither needs a lock; teardown
+// sv_dly_lmt is fixed before it starts, so neither needs a lock; sv_dly_lmt
+// is at most KAVOR_SAVE_DLY_MAX_MS, so sv_dly never overflows; teardown
 // stops the task before it releases anything, and a half-built record is
 // torn down by the same path, guided by the *_valid flags.
 #include <string.h>
@@ -26,6 +27,8 @@ namespace {
 const char kCreateTag[] = "kavor_create_v2";
 const char kDestroyTag[] = "kavor_destroy";
 const int32_t kTickMs = 500;
+static_assert(KAVOR_SAVE_DLY_MAX_MS % kTickMs == 0 && KAVOR_SAVE_DLY_MAX_MS > INT32_MAX - kTickMs,
+              "the largest delay is the top multiple of the tick");
 
 // "<prefix><name>", or NULL after the message `fail_fmt` (creation goes on
 // with a NULL name).
@@ -124,7 +127,9 @@ extern "C" kavor_hdl kavor_create_v2(const char *name, int32_t save_dly_ms)
     }
     obj->task.stack_size = 0x10000;
     obj->task.pf_process = xml_save_process;
-    obj->sv_dly_lmt = save_dly_ms;
+    // The count stops at the first multiple of the tick not below the
+    // delay; above the largest one that an int32_t holds it would overflow.
+    obj->sv_dly_lmt = save_dly_ms < KAVOR_SAVE_DLY_MAX_MS ? save_dly_ms : KAVOR_SAVE_DLY_MAX_MS;
     obj->sv_dly = 0;
     // The manager is returned even if its task can't start: requests then
     // mark files that nothing saves, which kavor_any_on_saving shows.

@@ -120,6 +120,18 @@ const char *virt_dir_refusal(const char *virtname);
 bool virt_is_file(const char *virtname, const char *filename);
 
 // ---- document load (kavor_load.cpp) ----------------------------------------
+/// What a read of a document met, for kavor_read_doc.
+typedef struct {
+    bool doctype;                    // a document type declaration stopped the parse
+    int doctype_line;                // at this line
+    xmlStructuredErrorFunc errors;   // libxml2's errors go here (NULL: not set)
+    void *data;                      // for `errors`
+} kavor_parse_t;
+/// The one way the library parses a document: the strict parser (recover
+/// 0) or the recovery parser (recover 1) on `path`, in a parser context of
+/// its own (no DTD, no entity, no network, no process-wide setting). A
+/// document type declaration stops the parse: NULL, with how->doctype set.
+xmlDocPtr kavor_read_doc(const char *path, int recover, kavor_parse_t *how);
 // What a copy on disk gives a load.
 enum { KAVOR_COPY_COMPLETE = 0, KAVOR_COPY_RECOVERED = 1, KAVOR_COPY_UNUSABLE = -1 };
 /// Why a copy is unusable (0: it isn't).
@@ -133,7 +145,7 @@ enum {
 /// alike. Parses `path` in a parser context of its own (no DTD, no entity,
 /// no network; a document type declaration refuses the file), with the
 /// strict parser first and the recovery parser if that fails, and wants a
-/// root element named `rt_node`. KAVOR_COPY_COMPLETE: the strict parser gave
+/// root element named `rt_node` (any root element when it is NULL). KAVOR_COPY_COMPLETE: the strict parser gave
 /// such a document; KAVOR_COPY_RECOVERED: only the recovery parser did
 /// (possibly partial); KAVOR_COPY_UNUSABLE: anything else. When `doc` is
 /// not NULL it receives the document for a usable copy (the caller frees
@@ -171,6 +183,10 @@ int32_t load_one_xml(kavor_fcom_t *fcom);
 /// set) whose node list is empty (its last node is leaving): the target
 /// stays untouched then.
 int32_t xmlMakeParamFile(kavor_fcom_t *fcom, char *file_name);
+/// Writes a complete document to `file_name` as xmlMakeParamFile does
+/// (gzip and indented for a name ending in ".gz"), created new as there;
+/// 0 written, -1 not.
+int32_t xmlSaveParamDoc(xmlDocPtr doc, const char *file_name);
 /// Creates `path` as a new file, never through a link and never over one
 /// that exists: open(O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
 /// 0666). The descriptor, or -1 with errno set.

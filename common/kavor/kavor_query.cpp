@@ -3,8 +3,9 @@
 // one file against the library's saves and loads.
 //
 // Invariant: none of these operations changes a record. The walks over
-// fcom_lst hold fcom_rwlock for reading; kavor_get_all_filename never writes
-// past buf + buf_size.
+// fcom_lst hold fcom_rwlock for reading; kavor_get_all_filename and
+// kavor_any_on_saving_copy never write past buf + buf_size, and the latter
+// copies the name while the lock keeps its file record alive.
 #include <stdio.h>
 #include <string.h>
 
@@ -80,6 +81,38 @@ extern "C" uint32_t kavor_get_all_filename(kavor_hdl hdl, uint8_t *buf, size_t b
     }
     pthread_rwlock_unlock(&hdl->fcom_rwlock);
     return num;
+}
+
+extern "C" int32_t kavor_any_on_saving_copy(kavor_hdl hdl, char *buf, size_t buf_size)
+{
+    if (hdl == NULL) {
+        KV_LOG(4, "kavor mobj is NULL.");
+        return -1;
+    }
+    if (buf == NULL) {
+        KV_LOG(4, "buf pointer NULL.");
+        return -1;
+    }
+    int32_t ret = -1;
+    pthread_rwlock_rdlock(&hdl->fcom_rwlock);
+    const char *name = "";
+    for (struct znode *n = hdl->fcom_lst; n != NULL; n = n->next)
+        if (saving_get((kavor_fcom_t *)n) > 0) {
+            name = ((kavor_fcom_t *)n)->filename;
+            break;
+        }
+    size_t len = strlen(name);
+    if (len < buf_size) {
+        memcpy(buf, name, len + 1);
+        ret = (int32_t)len;
+    }
+    pthread_rwlock_unlock(&hdl->fcom_rwlock);
+    if (ret < 0) {
+        if (buf_size > 0)
+            buf[0] = '\0';
+        KV_LOG(4, "buf is not big enough!");
+    }
+    return ret;
 }
 
 extern "C" void kavor_file_lock(xml_file_hdl hdl)

@@ -38,8 +38,12 @@
 // file), "gzip", "remove_virt", "sync" (both calls done), "done".
 //
 // Every file the road writes (the temporary name, the virtual file) is
-// created new by xmlMakeParamFile: never through a link planted at its name,
-// and a name taken in between fails the attempt.
+// created new by xmlMakeParamFile or xmlSaveParamDoc: never through a link
+// planted at its name, and a name taken in between fails the attempt.
+//
+// kavor_write_copy takes the plain road, with its steps and its hook, for a
+// document given from outside (a tool's edit of a file of an application
+// that isn't running), then syncs twice.
 //
 // A failed write leaves the file marked and gives the semaphore, on either
 // road, so the task tries again one delay later until the cause has gone.
@@ -54,6 +58,7 @@
 
 #include "kavor_private.h"
 #include "othermisc.h"
+#include "vn_mem.h"
 #include "vn_time.h"
 #include "xml_trace.h"
 
@@ -143,8 +148,10 @@ unsigned long long ms_since(uint64_t t0)
     return (unsigned long long)vn_delta_ms(t0);
 }
 
-// Plain road, under f_mutex: temporary file, then the renames.
-int32_t save_plain(kavor_fcom_t *fcom)
+// Plain road, under f_mutex: temporary file, then the renames. The
+// document is built from the nodes, or `doc` when one is given
+// (kavor_write_copy).
+int32_t save_plain(kavor_fcom_t *fcom, xmlDocPtr doc)
 {
     const char *fname = "save_para_using_xml";
     uint64_t time0 = vn_uptime_ms();
@@ -153,7 +160,7 @@ int32_t save_plain(kavor_fcom_t *fcom)
         KV_LOGF(fname, 4, "save %s error!", fcom->filename);
         return -1;
     }
-    int32_t ret = xmlMakeParamFile(fcom, tmp);
+    int32_t ret = doc != NULL ? xmlSaveParamDoc(doc, tmp) : xmlMakeParamFile(fcom, tmp);
     if (ret != 0) {
         kavor_sys.remove(tmp);
         KV_LOGF(fname, 4, "save %s error!", fcom->filename);
@@ -333,7 +340,7 @@ bool gzip_command(const char *virt, const char *file, char *sh)
 
 int32_t save_para_using_xml(kavor_fcom_t *fcom, int flag)
 {
-    return flag == 0 ? save_plain(fcom) : save_virtual(fcom);
+    return flag == 0 ? save_plain(fcom, NULL) : save_virtual(fcom);
 }
 
 void kavor_save_sweep(kavor_mobj_t *mobj)
@@ -416,4 +423,34 @@ extern "C" char *kavor_any_on_saving(kavor_hdl hdl)
     }
     fcom_unlock(hdl);
     return name;
+}
+
+extern "C" int32_t kavor_write_copy(const char *file, xmlDocPtr doc)
+{
+    xmlNodePtr root = doc != NULL ? xmlDocGetRootElement(doc) : NULL;
+    if (file == NULL || root == NULL) {
+        KV_LOG(4, "file name or document is NULL.");
+        return -1;
+    }
+    // A record of its own, seen by no manager: the names a registration of
+    // `file` gives, and nothing known of what the file name holds.
+    kavor_fcom_t fcom;
+    memset(&fcom, 0, sizeof fcom);
+    fcom.filename = xml_file_name(file, isGzFile(file) ? 0 : 1);
+    fcom.file_bak = fcom.filename != NULL ? xml_file_bak_name(fcom.filename) : NULL;
+    fcom.rt_node = fcom.filename != NULL ? get_file_root_node(fcom.filename) : NULL;
+    int32_t ret = -1;
+    if (fcom.file_bak == NULL || fcom.rt_node == NULL) {
+        KV_LOG(4, "names of (%s) can't be made.", file);
+    } else if (xmlStrcmp(root->name, BAD_CAST fcom.rt_node) != 0) {
+        KV_LOG(4, "root element of (%s) isn't %s, not written.", fcom.filename, fcom.rt_node);
+    } else if ((ret = save_plain(&fcom, doc)) == 0) {
+        kavor_sys.sync();
+        kavor_sys.sync();
+        step("sync", &fcom);
+    }
+    _vn_free(fcom.filename, __func__);
+    _vn_free(fcom.file_bak, __func__);
+    _vn_free(fcom.rt_node, __func__);
+    return ret;
 }

@@ -70,10 +70,16 @@ typedef struct _xmlParamNode *xml_file_hdl;
 /// Same as kavor_create_v2(name, 1000).
 kavor_hdl kavor_create(const char *name);
 
+/// The largest save delay, in ms: the top multiple of the 500 ms tick that
+/// an int32_t holds (about 24.8 days). kavor_create_v2() uses it for any
+/// longer delay.
+#define KAVOR_SAVE_DLY_MAX_MS 2147483500
+
 /// Makes a manager and starts its save task, named "kavor_tsk_<name>".
 /// `name` is read during the call only. `save_dly_ms` is the quiet time
 /// after the last save request, rounded up to a multiple of 500 ms; 0 or
-/// less saves at the next tick. The caller owns the handle until
+/// less saves at the next tick; above KAVOR_SAVE_DLY_MAX_MS (INT32_MAX
+/// included) it is KAVOR_SAVE_DLY_MAX_MS. The caller owns the handle until
 /// kavor_destroy(). Returns NULL, with a level-4 message, for a NULL
 /// `name` ("kavor module name NULL!") or when the record, its mutex, its
 /// semaphore or its lock can't be made (nothing is left behind then).
@@ -196,10 +202,29 @@ int32_t kavor_file_on_saving(xml_file_hdl hdl);
 
 /// The file name of the first file, in list order, still on saving. Takes
 /// the manager's file-list lock for reading.
-/// @return the file record's own string (not a copy; valid as long as the
-/// file record), or NULL when nothing is marked or for a NULL handle ("kavor
-/// mobj is NULL." at level 4).
+/// @return the file record's own string, not a copy, or NULL when nothing is
+/// marked or for a NULL handle ("kavor mobj is NULL." at level 4). The
+/// string lives as long as its file record: it is released when the file's
+/// last node is unregistered or the manager destroyed, and the lock is no
+/// longer held when the call returns. So read it only while no other thread
+/// can end a file of the manager; otherwise, or to keep the name, use
+/// kavor_any_on_saving_copy(). A non-NULL test alone is always safe.
 char *kavor_any_on_saving(kavor_hdl hdl);
+
+/// Copies the file name of the first file still on saving, as
+/// kavor_any_on_saving() finds it, into `buf` while holding the manager's
+/// file-list lock for reading, so the copy is whole even if another thread
+/// ends that file at once. Never writes past `buf + buf_size` and never
+/// leaves a cut name: a file name is its request's path (at most 127 bytes)
+/// with a suffix of at most 7, so 256 bytes always hold it. `buf` stays the
+/// caller's.
+/// @return the length of the name copied (without its NUL); 0 with `buf`
+/// holding "" when nothing is on saving; -1, with a level-4 message, for a
+/// NULL handle ("kavor mobj is NULL."), a NULL `buf` ("buf pointer NULL.")
+/// or a `buf_size` too small for the name and its NUL ("buf is not big
+/// enough!"; `buf` then holds "" when `buf_size` is not 0, and nothing is
+/// written when it is 0).
+int32_t kavor_any_on_saving_copy(kavor_hdl hdl, char *buf, size_t buf_size);
 /// @}
 
 /// @name Queries, deletion and locks
@@ -243,6 +268,91 @@ void kavor_file_lock(xml_file_hdl hdl);
 
 /// Releases kavor_file_lock(). NULL gives "xml_file_hdl is NULL." at level 4.
 void kavor_file_unlock(xml_file_hdl hdl);
+/// @}
+
+/// @name Files seen from outside the application
+/// For tools that look at a device's files with no table and no manager
+/// (the `kavor` command): they name files and judge copies exactly as the
+/// library does. None of these takes a lock of any manager.
+/// @{
+
+/// The names that a registration of `path` with `ugz` gives its file (the
+/// suffix rule of kavor_file_rgst_t::filename): the file name, the backup
+/// name and the root element name (the stem), each copied into a buffer of
+/// `size` bytes.
+/// @return 0; -1 for an empty or NULL path ("path or name is NULL!" at level
+/// 4), a NULL buffer or a name that doesn't fit.
+int32_t kavor_file_names(const char *path, int32_t ugz, char *file, char *backup, char *root,
+                         size_t size);
+
+/// What a load makes of the one copy at `path` (a file name or a backup
+/// name), decided by the very function the load and the save road use: the
+/// document is parsed as a load parses it (no DTD, no entity, no network; a
+/// document type declaration makes the copy unusable), by the strict parser
+/// and, if that refuses it, by the recovery parser, and its root element
+/// must be named `root` (any name when `root` is NULL). A load takes the
+/// file name's copy when it is usable, else the backup's. Writes no record.
+/// @param doc when not NULL, receives the document of a usable copy (the
+/// caller releases it with xmlFreeDoc()), NULL otherwise.
+/// @return 0 complete (a load gives 0); 1 recovered, possibly partial (a
+/// load gives 1 and doesn't try the backup); -1 unusable: missing, empty,
+/// not XML, a document type declaration, no root element or another one.
+int32_t kavor_copy_read(const char *path, const char *root, xmlDocPtr *doc);
+
+/// Writes `doc` as the parameter file `file` (a file name on disk, ending
+/// in ".xml" or ".xml.gz"; the backup and temporary names follow from it)
+/// by the save road of the library: the document goes to the temporary
+/// name, the file name's copy moves to the backup name only if it is
+/// complete (as kavor_copy_read() decides), the temporary takes the file
+/// name, and sync runs twice; a complete copy stands under one of the two
+/// names at every step. Gzip and indented for ".gz", plain otherwise.
+/// Only for a file of an application that isn't running: it takes no lock
+/// of any manager, and a running application's next save writes over it.
+/// `doc` stays the caller's (its compression setting may change).
+/// @return 0 written; -1 with a level-4 message for a NULL argument, a
+/// root element other than the file's stem, or a write or rename that
+/// failed (the file name and the backup then hold what they held, or the
+/// backup the last complete copy).
+int32_t kavor_write_copy(const char *file, xmlDocPtr doc);
+/// @}
+
+/// @name Schemas and checks
+/// An XML Schema 1.0 description of a file, for xmllint --schema, the
+/// `kavor check` command or kavor_validate(): what the schema accepts is
+/// what a load stores exactly (see param_xml_schema() for the rules).
+/// @{
+
+/// Writes the schema of the whole file of `hdl` to `path`: a root element
+/// named after the file's stem, holding at most one child per node of the
+/// file, in the order a save writes them, each described by its table.
+/// Call it at start-up after the registrations, or at build time from a
+/// small program that registers the same tables. Takes the file's node-list
+/// lock for reading; reads the tables only. `path` is created new (what
+/// stood there, a link included, is removed first) and written indented.
+/// @return 0 written; -1 with a level-4 message for a NULL argument, a
+/// table that can't be described, or a file that can't be written.
+int32_t kavor_write_schema(xml_file_hdl hdl, const char *path);
+
+/// Receives one problem of a check: its line in the document (0 when there
+/// is none) and libxml2's message without its line end. `ctx` is the
+/// caller's pointer given to the check.
+typedef void (*kavor_problem_fn)(void *ctx, int32_t line, const char *message);
+
+/// Checks the document at `path` (plain or gzip) against the schema at
+/// `schema_path`. The document is read as a load reads it: a file that
+/// isn't well-formed, or that has a document type declaration, is one or
+/// more problems with their lines and isn't validated further. Each problem
+/// goes to `report` (may be NULL), none to standard error or the trace.
+/// Changes no libxml2 setting of the process.
+/// @return 0 valid; the number of problems; -1 for a NULL path or a schema
+/// that can't be read or compiled (its own problems are reported).
+int32_t kavor_validate(const char *path, const char *schema_path, kavor_problem_fn report,
+                       void *ctx);
+
+/// As kavor_validate(), for a document in memory (line numbers are those
+/// the document's elements carry). `doc` stays the caller's.
+int32_t kavor_validate_doc(xmlDocPtr doc, const char *schema_path, kavor_problem_fn report,
+                           void *ctx);
 /// @}
 
 #ifdef __cplusplus

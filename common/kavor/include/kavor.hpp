@@ -362,11 +362,14 @@ public:
     Load load_all() { return h_ ? to_load(kavor_load_all(h_)) : Load::failed; }
     /// kavor_save_all(): marks every file; the task writes them later.
     bool save_all() { return h_ != nullptr && kavor_save_all(h_) == 0; }
-    /// The file name of the first file still on saving; empty if none.
+    /// The file name of the first file still on saving; empty if none. A
+    /// copy made under the manager's lock (kavor_any_on_saving_copy()), so
+    /// another thread may end that file meanwhile.
     std::string any_on_saving() const
     {
-        const char *name = h_ ? kavor_any_on_saving(h_) : nullptr;
-        return name != nullptr ? std::string(name) : std::string();
+        char name[256];  // holds every file name
+        int32_t n = h_ ? kavor_any_on_saving_copy(h_, name, sizeof(name)) : -1;
+        return n > 0 ? std::string(name, static_cast<size_t>(n)) : std::string();
     }
     /// kavor_count_all_filename(): the number of files (not nodes).
     uint32_t file_count() const { return h_ ? kavor_count_all_filename(h_) : 0; }

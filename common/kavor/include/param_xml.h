@@ -168,6 +168,34 @@ void param_xml_free(void *mem_base, struct pdesc *pdesc);
 /// `table` or when it runs out of memory (with a level-4 message).
 int param_xml_check(const struct pdesc *table);
 
+/// Describes, as an XML Schema 1.0 document, the element `name` as
+/// param2xml() writes it for `table`, with its sub-tables, enumeration
+/// words and variant alternatives: what xmllint --schema or
+/// kavor_validate() can check a document against before it is loaded.
+///
+/// The schema accepts what the reader stores exactly as written and refuses
+/// what it would narrow, cut, drop or pass over: rows' elements in table
+/// order, at most as many as the row's capacity; every integer in its
+/// width's range, in decimal (no leading zero), "0x" hexadecimal or
+/// "0"-prefixed octal, "-" only on signed rows; floats as XML Schema writes
+/// them or as strtod reads words ("inf", "nan") and hexadecimal forms;
+/// strings within the field's capacity in bytes (counted by the widest
+/// character of the text: see docs/cli.md); the words of an enumeration;
+/// "idx" below the capacity on every element but a string's; "cnt" of at
+/// least 1 on the wrappers of counted buffers; "typ" one of the
+/// alternatives' names. What XML Schema 1.0 can't check: values spread over
+/// several elements against the capacity, values against a buffer's "cnt",
+/// a variant node's children against its "typ", float ranges.
+///
+/// Reads the tables only; takes no lock. Rows of count 0 (nothing is ever
+/// written for them) get no declaration.
+/// @return a new document (release with xmlFreeDoc()), or NULL with a
+/// level-4 message for a NULL table, a `name` that is no XML name, a row
+/// that can't be described (no name, an unknown kind, a width the kind
+/// doesn't take, a string without room, no enume or adesc table, no
+/// sub-table) or memory that runs out.
+xmlDocPtr param_xml_schema(const char *name, const struct pdesc *table);
+
 #ifdef __cplusplus
 }
 #endif
