@@ -30,7 +30,7 @@ namespace {
 const char kTag[] = "kavor_register";
 const char kUnTag[] = "kavor_unregister";
 
-// Directory part of a virtual name, which is at most 131 bytes long.
+// Directory part of a registered name (at most 134 bytes).
 const size_t kDirBuf = 256;
 
 void fcom_wrlock(kavor_mobj_t *mobj)
