@@ -5,6 +5,8 @@
 // dropped (the common case for per-value progress lines) is cheap. A kept
 // record is "<level> <function>: <message>", delivered whole to the callback,
 // appended to the module's file with a line end, or written to stderr.
+// A record is always one line: after formatting, its control bytes are
+// escaped (see shown_size), whatever text the message carried.
 #include "vn_trace.h"
 
 #include <cstdarg>
@@ -40,6 +42,64 @@ void deliver(trace_module *m, const char *record)
         return;
     }
     std::fprintf(stderr, "%s\n", record);
+}
+
+// What a byte of a record shows as: itself, or an escape of 2 ("\\n", "\\t",
+// "\\r", "\\\\") or 4 ("\\xNN") characters. Control bytes and DEL are escaped
+// so that no text (a name, a value read from a document) can end a record
+// or start what looks like another one; the backslash so that an escape in
+// a record always means an escaped byte.
+size_t shown_size(unsigned char c)
+{
+    if (c == '\n' || c == '\t' || c == '\r' || c == '\\')
+        return 2;
+    return c < 0x20 || c == 0x7f ? 4 : 1;
+}
+
+size_t escaped_length(const char *s)
+{
+    size_t n = 0;
+    for (; *s != '\0'; s++)
+        n += shown_size(static_cast<unsigned char>(*s));
+    return n;
+}
+
+void escape_into(const char *s, char *out)
+{
+    static const char hex[] = "0123456789abcdef";
+    for (; *s != '\0'; s++) {
+        unsigned char c = static_cast<unsigned char>(*s);
+        switch (shown_size(c)) {
+        case 1:
+            *out++ = static_cast<char>(c);
+            break;
+        case 2:
+            *out++ = '\\';
+            *out++ = c == '\n' ? 'n' : c == '\t' ? 't' : c == '\r' ? 'r' : '\\';
+            break;
+        default:
+            *out++ = '\\';
+            *out++ = 'x';
+            *out++ = hex[c >> 4];
+            *out++ = hex[c & 0xf];
+            break;
+        }
+    }
+    *out = '\0';
+}
+
+// Delivers `record` with its control bytes escaped.
+void deliver_escaped(trace_module *m, const char *record)
+{
+    size_t len = std::strlen(record);
+    size_t shown = escaped_length(record);
+    if (shown == len) {
+        deliver(m, record);
+        return;
+    }
+    std::string esc(shown + 1, '\0');
+    escape_into(record, &esc[0]);
+    deliver(m, esc.c_str());
 }
 
 }  // namespace
@@ -97,7 +157,7 @@ extern "C" void vorn_trace_log(vorn_trace_handle handle, const char *file, const
     }
     if (static_cast<size_t>(head_len + body) < sizeof small) {
         va_end(again);
-        deliver(m, small);
+        deliver_escaped(m, small);
         return;
     }
     std::string big(static_cast<size_t>(head_len + body) + 1, '\0');
@@ -105,5 +165,5 @@ extern "C" void vorn_trace_log(vorn_trace_handle handle, const char *file, const
     std::vsnprintf(&big[static_cast<size_t>(head_len)], static_cast<size_t>(body) + 1, fmt, again);
     va_end(again);
     big.resize(static_cast<size_t>(head_len + body));
-    deliver(m, big.c_str());
+    deliver_escaped(m, big.c_str());
 }

@@ -61,6 +61,43 @@ TEST_F(VnTrace, LongMessagesAreNotCut)
     vorn_mod_trace_free(h);
 }
 
+// Text from a document or a name can't forge a record: control bytes, DEL
+// and the backslash itself are written escaped, so a record stays one line
+// and reads back unambiguously; other bytes (UTF-8 included) pass as they are.
+TEST_F(VnTrace, ControlCharactersAreEscapedSoAMessageCannotForgeARecord)
+{
+    TempDir dir;
+    const std::string path = dir.file("trace.log");
+    vorn_trace_handle cb = vorn_mod_trace_init("m", nullptr, 8, collect);
+    vorn_trace_handle file = vorn_mod_trace_init("m", path.c_str(), 8, nullptr);
+    ASSERT_TRUE(cb != nullptr && file != nullptr);
+    std::string escaped_lines;
+    for (int i = 0; i < 2000; i++)
+        escaped_lines += "\\n";
+    struct {
+        std::string text, shown;
+    } rows[] = {
+        {"v(x\n8 node2sint: forged)", "v(x\\n8 node2sint: forged)"},
+        {"tab\tcr\r", "tab\\tcr\\r"},
+        {"\x01\x1b\x7f", "\\x01\\x1b\\x7f"},
+        {"a\\n is no line end", "a\\\\n is no line end"},
+        {"utf-8 \xc3\xa9 stays", "utf-8 \xc3\xa9 stays"},
+        {std::string(2000, '\n'), escaped_lines},  // longer than a record's first buffer
+    };
+    std::string lines;
+    for (const auto &r : rows) {
+        vorn_trace_log(cb, __FILE__, "node2sint", __LINE__, 8, "%s", r.text.c_str());
+        vorn_trace_log(file, __FILE__, "node2sint", __LINE__, 8, "%s", r.text.c_str());
+        lines += "8 node2sint: " + r.shown + "\n";
+    }
+    ASSERT_EQ(g_seen.size(), sizeof(rows) / sizeof(rows[0]));
+    for (size_t i = 0; i < g_seen.size(); i++)
+        EXPECT_EQ(g_seen[i], "8 node2sint: " + rows[i].shown) << i;
+    EXPECT_EQ(read_file(path), lines);
+    vorn_mod_trace_free(cb);
+    vorn_mod_trace_free(file);
+}
+
 TEST_F(VnTrace, FileSinkAppendsLinesAndCallbackWins)
 {
     TempDir dir;

@@ -3,6 +3,12 @@
 /// its default level and drops the others. A kept record is one line,
 /// "<level> <function>: <message>", delivered to the module's callback, or
 /// appended to its file (with a line end), or written to standard error.
+/// A record never holds a control byte, so no text that a message carries
+/// (a name, a value read from a document) can end it or forge another one:
+/// after formatting, a line feed, tab and carriage return are written "\n",
+/// "\t" and "\r", a backslash "\\", and every other byte below 0x20 and
+/// 0x7f as "\xNN" (two lower-case hex digits). Other bytes, UTF-8 included,
+/// are written as they are.
 #ifndef VN_TRACE_H
 #define VN_TRACE_H
 
