@@ -3,26 +3,22 @@
 /// its default level and drops the others. A kept record is one line,
 /// "<level> <function>: <message>", delivered to the module's callback, or
 /// appended to its file (with a line end), or written to standard error.
-/// A record never holds a control byte, so no text that a message carries
-/// (a name, a value read from a document) can end it or forge another one:
-/// after formatting, a line feed, tab and carriage return are written "\n",
-/// "\t" and "\r", a backslash "\\", and every other byte below 0x20 and
-/// 0x7f as "\xNN" (two lower-case hex digits). Other bytes, UTF-8 included,
-/// are written as they are.
+/// A record never holds a control byte: they are escaped as user_func
+/// (vn_trace_types.h) tells.
+///
+/// Internal to the library and never installed: an application reaches the
+/// trace through param_xml_trace_init() (param_xml.h), which takes the types
+/// of vn_trace_types.h.
 #ifndef VN_TRACE_H
 #define VN_TRACE_H
 
 #include <stdint.h>
 
+#include "vn_trace_types.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
-
-/// Opaque handle of one trace module. NULL is a valid "drop everything".
-typedef void *vorn_trace_handle;
-
-/// Receiver of formatted records; gets one line without a line end.
-typedef int32_t (*user_func)(const char *record);
 
 /// Creates a trace module. `mod_name` and `filename` are copied; either may
 /// be NULL. `dft_lvl` is the highest level kept. Records go to `func` when it
