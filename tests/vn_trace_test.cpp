@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "test_util.h"
+#include "vn_mem_hook.h"
 #include "vn_trace.h"
 
 namespace {
@@ -96,6 +97,33 @@ TEST_F(VnTrace, ControlCharactersAreEscapedSoAMessageCannotForgeARecord)
     EXPECT_EQ(read_file(path), lines);
     vorn_mod_trace_free(cb);
     vorn_mod_trace_free(file);
+}
+
+// Memory comes from the library's allocator: a module that can't be had is
+// NULL, and a long record whose block can't be had is delivered cut to the
+// stack buffer (1023 bytes), never inside an escape, instead of aborting.
+TEST_F(VnTrace, AFailedAllocationGivesNoModuleOrACutRecord)
+{
+    vn_mem_fail_nth(1);
+    EXPECT_EQ(vorn_mod_trace_init("m", "x.log", 8, collect), nullptr);
+    vorn_trace_handle h = vorn_mod_trace_init("m", nullptr, 8, collect);
+    ASSERT_NE(h, nullptr);
+    std::string cut_nl;
+    for (int i = 0; i < 509; i++)
+        cut_nl += "\\n";
+    struct {
+        std::string text, shown;
+    } rows[] = {{std::string(5000, 'q'), std::string(1023 - 5, 'q')},
+                {std::string(600, '\n'), cut_nl}};  // only its escaped form is long
+    for (const auto &r : rows) {
+        g_seen.clear();
+        vn_mem_fail_nth(1);
+        vorn_trace_log(h, __FILE__, "f", __LINE__, 4, "%s", r.text.c_str());
+        vn_mem_fail_nth(0);
+        ASSERT_EQ(g_seen.size(), 1u);
+        EXPECT_EQ(g_seen[0], "4 f: " + r.shown);
+    }
+    vorn_mod_trace_free(h);
 }
 
 TEST_F(VnTrace, FileSinkAppendsLinesAndCallbackWins)

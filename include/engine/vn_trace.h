@@ -36,7 +36,10 @@ int vorn_trace_enabled(vorn_trace_handle handle, uint32_t level);
 
 /// Formats and delivers one record. `file` and `line` locate the call,
 /// `func` is the name shown in the record. A NULL handle drops the record
-/// in silence; so does a level above the module's.
+/// in silence; so does a level above the module's. A record of more than
+/// 1023 bytes (after escaping) takes a block of the engine's allocator; when
+/// that can't be had, it is delivered cut to 1023 bytes, never inside an
+/// escape.
 void vorn_trace_log(vorn_trace_handle handle, const char *file, const char *func,
                     int line, uint32_t level, const char *fmt, ...)
     __attribute__((format(printf, 6, 7)));
