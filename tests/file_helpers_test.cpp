@@ -8,6 +8,7 @@
 
 #include "othermisc.h"
 #include "test_util.h"
+#include "vn_mem_hook.h"
 #include "zlib_if.h"
 
 namespace {
@@ -68,6 +69,9 @@ TEST(FileHelpers, RegularFileInThePathOrBadInputFails)
     EXPECT_EQ(make_dir_from_filename(nullptr, 777), -1);
     EXPECT_EQ(make_dir_from_filename(dir.file("d/f").c_str(), 778), -1);   // 8 is no octal digit
     EXPECT_EQ(make_dir_from_filename(dir.file("d/f").c_str(), -1), -1);
+    vn_mem_fail_nth(1);   // its copy of the path can't be had
+    EXPECT_EQ(make_dir_from_filename(dir.file("d/f").c_str(), 777), -1);
+    vn_mem_fail_nth(0);
     EXPECT_FALSE(file_exists(dir.file("d")));
 }
 

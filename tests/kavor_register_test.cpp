@@ -51,13 +51,26 @@ TEST(KavorRegister, RefusedRequestsSayWhyAndBuildNothing)
     BareManager mgr;
     kavor_file_rgst_t no_file = request("", "n");
     kavor_file_rgst_t no_node = request("/d/net", "");
+    // Names a save would write and a load never find again.
+    kavor_file_rgst_t digit_stem = request("/d/2nd.cfg", "n"), blank_stem = request("/d/my net", "n");
+    kavor_file_rgst_t blank_node = request("/d/net", "a b"), colon_node = request("/d/net", "a:b");
+    kavor_file_rgst_t dash_stem = request("/data/-net", "n");
+    kavor_file_rgst_t text_node = request("/d/net", "text");
+    const std::string no_xml = " refused: it is no XML name without ':', so its file would never load.";
     struct {
         kavor_file_rgst_t *rgst;
-        const char *msg;
+        std::string msg;
     } rows[] = {
         {nullptr, "xmlParamFile pointer NULL!"},
         {&no_file, "xml file name is empty!"},
         {&no_node, "xml file name is empty!"},
+        {&digit_stem, "file stem (2nd)" + no_xml},
+        {&blank_stem, "file stem (my net)" + no_xml},
+        {&dash_stem, "file stem (-net)" + no_xml},
+        {&blank_node, "node name (a b)" + no_xml},
+        {&colon_node, "node name (a:b)" + no_xml},
+        {&text_node, "node name (text) refused: the text between elements bears that name, so "
+                     "its file would never load."},
     };
     for (kavor_hdl hdl : {static_cast<kavor_hdl>(nullptr), mgr.get()}) {
         for (const auto &r : rows) {
@@ -113,8 +126,6 @@ TEST(KavorRegister, NewFileTakesItsNamesAndAVirtualNameOnlyWhenSafe)
          msg_space.c_str()},
         {"/da;ta/net", 0, "/tmp/net", "/da;ta/net.xml.gz", "/da;ta/net.xml.bak.gz", "net", nullptr,
          msg_semi.c_str()},
-        {"/data/-net", 0, "/tmp/-net", "/data/-net.xml.gz", "/data/-net.xml.bak.gz", "-net",
-         nullptr, "virtual file (/tmp/-net.xml) not used: a base name begins with '-'."},
         {"d/net", 0, "-S/net", "d/net.xml.gz", "d/net.xml.bak.gz", "net", nullptr,
          "virtual file (-S/net.xml) not used: a name begins with '-'."},
         {"-S/net", 1, "v/net", "-S/net.xml", "-S/net.xml.bak", "net", nullptr,

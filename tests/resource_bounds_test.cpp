@@ -208,8 +208,8 @@ TEST_P(ResourceBounds, EveryFailedAllocationOfAManagedSaveKeepsTheCopiesOrSavesT
     RBlk a, b;
     make_block(&a, 1);
     make_block(&b, 1);
-    const std::string base = dir_.file("net"), F = base + ".xml.gz", B = base + ".xml.bak.gz";
     {
+        const std::string base = dir_.file("net");
         SweepManager mgr;
         kavor_file_rgst_t ra = request(base, &a, "a"), rb = request(base, &b, "b");
         xml_file_hdl fa = kavor_register(mgr.get(), &ra);
@@ -219,64 +219,77 @@ TEST_P(ResourceBounds, EveryFailedAllocationOfAManagedSaveKeepsTheCopiesOrSavesT
             mgr.sweep();
         }
     }
-    long n = 1;
-    for (;; n++) {
-        SCOPED_TRACE(std::string(name_of(src)) + ", allocation " + std::to_string(n));
-        a.s[0] = b.s[0] = (int32_t)n + 2;
-        const std::string file_before = read_file(F), bak_before = read_file(B);
-        long lib_live = vn_mem_live(), xml_live = xa.live();
-        bool reached;
-        {
-            SweepManager mgr;
-            kavor_file_rgst_t ra = request(base, &a, "a"), rb = request(base, &b, "b");
-            xml_file_hdl fa = nullptr, fb = nullptr;
-            TraceCapture cap(4);
-            reached = with_failure(src, xa, n, [&] {
-                fa = kavor_register(mgr.get(), &ra);
-                fb = kavor_register(mgr.get(), &rb);
-                if (fa != nullptr && fb != nullptr) {
-                    kavor_save_one(fb);
-                    mgr.sweep();
-                }
-            });
-            if (fa == nullptr || fb == nullptr) {
-                // A refused registration (in silence where a name can't be
-                // copied) touches no disk.
-                EXPECT_EQ(read_file(F), file_before);
-                EXPECT_EQ(read_file(B), bak_before);
-            } else {
-                if (kavor_file_on_saving(fa) != 0) {
-                    EXPECT_EQ(read_file(F), file_before) << "the file, byte for byte";
-                    EXPECT_EQ(read_file(B), bak_before) << "the backup, byte for byte";
-                    EXPECT_TRUE(cap.has(4, "xml_save_process",
-                                        "xml(" + F + ") save failed, try again later."))
-                        << cap.dump();
-                    EXPECT_TRUE(mgr.given()) << "a failed save wakes the task";
-                    cap.clear();
-                    mgr.sweep();
-                }
-                EXPECT_EQ(kavor_file_on_saving(fa), 0);
-                // The last copy became the backup, unless the failure made the
-                // file look broken to the save, which then keeps the backup.
-                const std::string bak = read_file(B);
-                EXPECT_TRUE(bak == file_before || bak == bak_before) << "the backup is a stored copy";
-                for (auto node : {std::make_pair("a", &a), std::make_pair("b", &b)}) {
-                    std::string got = stored_text(base, node.first);
-                    EXPECT_FALSE(got.empty()) << "the saved file loads";
-                    if (got != text_of(node.second)) {
-                        EXPECT_GT(cap.count_at_most(4), 0u) << "a row lost without a word: " << got;
+    // The file's directory is there with both copies, or the save has to
+    // make it (a new one each run), so the directory maker is swept too.
+    for (bool new_dir : {false, true}) {
+        long n = 1, unmade = 0;
+        for (;; n++) {
+            SCOPED_TRACE(std::string(name_of(src)) + (new_dir ? ", new directory" : "") +
+                         ", allocation " + std::to_string(n));
+            const std::string dir = new_dir ? dir_.file("new" + std::to_string(n)) : dir_.path();
+            const std::string base = dir + "/net", F = base + ".xml.gz", B = base + ".xml.bak.gz";
+            a.s[0] = b.s[0] = (int32_t)n + 2;
+            const std::string file_before = read_file(F), bak_before = read_file(B);
+            long lib_live = vn_mem_live(), xml_live = xa.live();
+            bool reached;
+            {
+                SweepManager mgr;
+                kavor_file_rgst_t ra = request(base, &a, "a"), rb = request(base, &b, "b");
+                xml_file_hdl fa = nullptr, fb = nullptr;
+                TraceCapture cap(4);
+                reached = with_failure(src, xa, n, [&] {
+                    fa = kavor_register(mgr.get(), &ra);
+                    fb = kavor_register(mgr.get(), &rb);
+                    if (fa != nullptr && fb != nullptr) {
+                        kavor_save_one(fb);
+                        mgr.sweep();
+                    }
+                });
+                if (fa == nullptr || fb == nullptr) {
+                    // A refused registration (in silence where a name can't be
+                    // copied) touches no disk.
+                    EXPECT_EQ(read_file(F), file_before);
+                    EXPECT_EQ(read_file(B), bak_before);
+                } else {
+                    if (kavor_file_on_saving(fa) != 0) {
+                        unmade += !file_exists(dir);
+                        EXPECT_EQ(read_file(F), file_before) << "the file, byte for byte";
+                        EXPECT_EQ(read_file(B), bak_before) << "the backup, byte for byte";
+                        EXPECT_TRUE(cap.has(4, "xml_save_process",
+                                            "xml(" + F + ") save failed, try again later."))
+                            << cap.dump();
+                        EXPECT_TRUE(mgr.given()) << "a failed save wakes the task";
+                        cap.clear();
+                        mgr.sweep();
+                    }
+                    EXPECT_EQ(kavor_file_on_saving(fa), 0);
+                    // The last copy became the backup, unless the failure made the
+                    // file look broken to the save, which then keeps the backup.
+                    const std::string bak = read_file(B);
+                    EXPECT_TRUE(bak == file_before || bak == bak_before)
+                        << "the backup is a stored copy";
+                    for (auto node : {std::make_pair("a", &a), std::make_pair("b", &b)}) {
+                        std::string got = stored_text(base, node.first);
+                        EXPECT_FALSE(got.empty()) << "the saved file loads";
+                        if (got != text_of(node.second)) {
+                            EXPECT_GT(cap.count_at_most(4), 0u)
+                                << "a row lost without a word: " << got;
+                        }
                     }
                 }
+                kavor_unregister(fa);
+                kavor_unregister(fb);
             }
-            kavor_unregister(fa);
-            kavor_unregister(fb);
+            EXPECT_EQ(vn_mem_live(), lib_live) << "library blocks leaked";
+            EXPECT_EQ(xa.live(), xml_live) << "libxml2 blocks leaked";
+            if (!reached || ::testing::Test::HasFailure())
+                break;
         }
-        EXPECT_EQ(vn_mem_live(), lib_live) << "library blocks leaked";
-        EXPECT_EQ(xa.live(), xml_live) << "libxml2 blocks leaked";
-        if (!reached || ::testing::Test::HasFailure())
-            break;
+        EXPECT_GT(n, 1) << "the save allocates";
+        if (new_dir && src == LIBRARY) {
+            EXPECT_GT(unmade, 0) << "no failed allocation of the directory maker failed the save";
+        }
     }
-    EXPECT_GT(n, 1) << "the save allocates";
     free_block(&a);
     free_block(&b);
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "test_util.h"
+#include "vn_mem_hook.h"
 #include "vn_trace.h"
 
 namespace {
@@ -58,6 +59,70 @@ TEST_F(VnTrace, LongMessagesAreNotCut)
     vorn_trace_log(h, __FILE__, "struM2xml", __LINE__, 4, "%s", body.c_str());
     ASSERT_EQ(g_seen.size(), 1u);
     EXPECT_EQ(g_seen[0], "4 struM2xml: " + body);
+    vorn_mod_trace_free(h);
+}
+
+// Text from a document or a name can't forge a record: control bytes, DEL
+// and the backslash itself are written escaped, so a record stays one line
+// and reads back unambiguously; other bytes (UTF-8 included) pass as they are.
+TEST_F(VnTrace, ControlCharactersAreEscapedSoAMessageCannotForgeARecord)
+{
+    TempDir dir;
+    const std::string path = dir.file("trace.log");
+    vorn_trace_handle cb = vorn_mod_trace_init("m", nullptr, 8, collect);
+    vorn_trace_handle file = vorn_mod_trace_init("m", path.c_str(), 8, nullptr);
+    ASSERT_TRUE(cb != nullptr && file != nullptr);
+    std::string escaped_lines;
+    for (int i = 0; i < 2000; i++)
+        escaped_lines += "\\n";
+    struct {
+        std::string text, shown;
+    } rows[] = {
+        {"v(x\n8 node2sint: forged)", "v(x\\n8 node2sint: forged)"},
+        {"tab\tcr\r", "tab\\tcr\\r"},
+        {"\x01\x1b\x7f", "\\x01\\x1b\\x7f"},
+        {"a\\n is no line end", "a\\\\n is no line end"},
+        {"utf-8 \xc3\xa9 stays", "utf-8 \xc3\xa9 stays"},
+        {std::string(2000, '\n'), escaped_lines},  // longer than a record's first buffer
+    };
+    std::string lines;
+    for (const auto &r : rows) {
+        vorn_trace_log(cb, __FILE__, "node2sint", __LINE__, 8, "%s", r.text.c_str());
+        vorn_trace_log(file, __FILE__, "node2sint", __LINE__, 8, "%s", r.text.c_str());
+        lines += "8 node2sint: " + r.shown + "\n";
+    }
+    ASSERT_EQ(g_seen.size(), sizeof(rows) / sizeof(rows[0]));
+    for (size_t i = 0; i < g_seen.size(); i++)
+        EXPECT_EQ(g_seen[i], "8 node2sint: " + rows[i].shown) << i;
+    EXPECT_EQ(read_file(path), lines);
+    vorn_mod_trace_free(cb);
+    vorn_mod_trace_free(file);
+}
+
+// Memory comes from the library's allocator: a module that can't be had is
+// NULL, and a long record whose block can't be had is delivered cut to the
+// stack buffer (1023 bytes), never inside an escape, instead of aborting.
+TEST_F(VnTrace, AFailedAllocationGivesNoModuleOrACutRecord)
+{
+    vn_mem_fail_nth(1);
+    EXPECT_EQ(vorn_mod_trace_init("m", "x.log", 8, collect), nullptr);
+    vorn_trace_handle h = vorn_mod_trace_init("m", nullptr, 8, collect);
+    ASSERT_NE(h, nullptr);
+    std::string cut_nl;
+    for (int i = 0; i < 509; i++)
+        cut_nl += "\\n";
+    struct {
+        std::string text, shown;
+    } rows[] = {{std::string(5000, 'q'), std::string(1023 - 5, 'q')},
+                {std::string(600, '\n'), cut_nl}};  // only its escaped form is long
+    for (const auto &r : rows) {
+        g_seen.clear();
+        vn_mem_fail_nth(1);
+        vorn_trace_log(h, __FILE__, "f", __LINE__, 4, "%s", r.text.c_str());
+        vn_mem_fail_nth(0);
+        ASSERT_EQ(g_seen.size(), 1u);
+        EXPECT_EQ(g_seen[0], "4 f: " + r.shown);
+    }
     vorn_mod_trace_free(h);
 }
 

@@ -4,15 +4,18 @@
 // file), because callers only ask "is there anything to parse". The result
 // is clamped so that it never turns negative or zero in a 32-bit word.
 // make_dir_from_filename() creates the directory part of a path one level at
-// a time, so that a missing chain of directories is made in one call.
+// a time, so that a missing chain of directories is made in one call. Its
+// copy of the path comes from the engine's allocator, like every block of
+// the library: when that fails, the call fails and the write that follows
+// shows it.
 #include <errno.h>
 #include <stdint.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
-#include <string>
-
 #include "othermisc.h"
+#include "vn_mem.h"
 #include "zlib_if.h"
 
 namespace {
@@ -35,16 +38,18 @@ long octal_from_decimal_digits(int32_t mode)
     return result & 07777;
 }
 
-bool is_dir(const std::string &path)
+const char kMkdirTag[] = "make_dir_from_filename";
+
+bool is_dir(const char *path)
 {
     struct stat st;
-    return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+    return stat(path, &st) == 0 && S_ISDIR(st.st_mode);
 }
 
 // Makes one directory unless a directory of that name is there already.
-bool ensure_dir(const std::string &path, mode_t mode)
+bool ensure_dir(const char *path, mode_t mode)
 {
-    if (mkdir(path.c_str(), mode) == 0)
+    if (mkdir(path, mode) == 0)
         return true;
     return errno == EEXIST && is_dir(path);
 }
@@ -70,16 +75,24 @@ extern "C" int32_t make_dir_from_filename(const char *path, int32_t mode)
     long perm = octal_from_decimal_digits(mode);
     if (perm < 0)
         return -1;
-    std::string dir(path);
-    size_t cut = dir.find_last_of('/');
-    if (cut == std::string::npos || cut == 0)   // no directory part, or the root
+    const char *cut = strrchr(path, '/');
+    if (cut == NULL || cut == path)             // no directory part, or the root
         return 0;
-    dir.resize(cut);
-    for (size_t at = dir.find('/', 1); at != std::string::npos; at = dir.find('/', at + 1)) {
-        if (dir[at - 1] == '/')                 // "a//b": the prefix was made already
+    size_t len = static_cast<size_t>(cut - path);
+    char *dir = static_cast<char *>(_vn_malloc(len + 1, kMkdirTag));
+    if (dir == NULL)
+        return -1;
+    memcpy(dir, path, len);
+    dir[len] = '\0';
+    bool ok = true;
+    for (char *at = strchr(dir + 1, '/'); ok && at != NULL; at = strchr(at + 1, '/')) {
+        if (at[-1] == '/')                      // "a//b": the prefix was made already
             continue;
-        if (!ensure_dir(dir.substr(0, at), static_cast<mode_t>(perm)))
-            return -1;
+        *at = '\0';
+        ok = ensure_dir(dir, static_cast<mode_t>(perm));
+        *at = '/';
     }
-    return ensure_dir(dir, static_cast<mode_t>(perm)) ? 0 : -1;
+    ok = ok && ensure_dir(dir, static_cast<mode_t>(perm));
+    _vn_free(dir, kMkdirTag);
+    return ok ? 0 : -1;
 }

@@ -13,6 +13,8 @@
 //   file_rwlock, across the node's removal and, when the file ends, the
 //   record's removal from fcom_lst: a concurrent unregister of the file's
 //   other node or a registration joining the file can't reach freed memory.
+// - A node name and a file's stem are element names that a load finds again
+//   (element_name_refusal); any other is refused before a record is built.
 // Registration writes nothing to disk (it only looks at the directory of a
 // virtual name, where that exists) and traces nothing on success.
 #include <assert.h>
@@ -164,14 +166,34 @@ kavor_fcom_t *file_new(char *name, char *virtname)
     return fcom;
 }
 
+// Why `name` can't name an element that a load finds again, or NULL when
+// it can. An NCName, not any XML name: a ':' would be read as a namespace
+// prefix that no document declares. A node can't be "text", the name that
+// the text between the indented elements of a document bears.
+const char *element_name_refusal(const char *name, bool node)
+{
+    if (xmlValidateNCName(BAD_CAST name, 0) != 0)
+        return "it is no XML name without ':'";
+    if (node && strcmp(name, "text") == 0)
+        return "the text between elements bears that name";
+    return NULL;
+}
+
 // Derived names and locks of a new record. 0, or -1 after a message (none
-// of its own for a name that can't be derived).
+// of its own for a name that can't be derived; one for a stem that can't
+// be an element name).
 int file_init(kavor_fcom_t *fcom)
 {
     fcom->file_bak = xml_file_bak_name(fcom->filename);
     fcom->rt_node = get_file_root_node(fcom->filename);
     if (fcom->file_bak == NULL || fcom->rt_node == NULL)
         return -1;
+    const char *why = element_name_refusal(fcom->rt_node, false);
+    if (why != NULL) {
+        KV_LOGF(kTag, 4, "file stem (%s) refused: %s, so its file would never load.",
+                fcom->rt_node, why);
+        return -1;
+    }
     if (vn_mutex_init(&fcom->f_mutex) != 0) {
         KV_LOGF(kTag, 4, "f_mutex init failed!");
         return -1;
@@ -212,6 +234,12 @@ bool request_ok(const kavor_file_rgst_t *rgst)
     }
     if (rgst->filename[0] == '\0' || rgst->node_name[0] == '\0') {
         KV_LOGF(kTag, 4, "xml file name is empty!");
+        return false;
+    }
+    const char *why = element_name_refusal(rgst->node_name, true);
+    if (why != NULL) {
+        KV_LOGF(kTag, 4, "node name (%s) refused: %s, so its file would never load.",
+                rgst->node_name, why);
         return false;
     }
     return true;

@@ -31,10 +31,12 @@ typedef struct {
     /// within the field. Its base name is cut at the first dot (a leading
     /// dot doesn't count) and ".xml" (`ugz` 1) or ".xml.gz" (any other
     /// `ugz`) put behind it; the backup ends in ".xml.bak[.gz]" and the
-    /// document's root element is named after the stem.
+    /// document's root element is named after the stem, so the stem must be
+    /// an XML name without ':' (a letter or '_' first, no blank).
     char filename[128];
-    /// Element name of this node in the document; must not be empty and must
-    /// hold its NUL within the field.
+    /// Element name of this node in the document; must not be empty, must
+    /// hold its NUL within the field, and must be an XML name without ':'
+    /// other than "text" (the name that text between elements bears).
     char node_name[64];
     /// Descriptor table of `mem`; not copied, not tested. It must outlive
     /// the node, and is written into by loads (run-time fields).
@@ -110,8 +112,10 @@ void kavor_destroy(kavor_hdl hdl);
 /// @return the node's handle; the existing handle, with the level-4 message
 /// "file node(<name>) has exist!", when the file already has that node
 /// name (the request's table and block are ignored then); NULL, with a
-/// level-4 message, for a NULL `rgst`, an empty file or node name, or
-/// memory that runs out (then nothing new is left behind and an existing
+/// level-4 message, for a NULL `rgst`, an empty file or node name, a node
+/// name or file stem that no load would find again ("node name (<name>)
+/// refused: <why>, so its file would never load." or the same with "file
+/// stem (<stem>)"), or memory that runs out (then nothing new is left behind and an existing
 /// file keeps its nodes).
 xml_file_hdl kavor_register(kavor_hdl hdl, kavor_file_rgst_t *rgst);
 

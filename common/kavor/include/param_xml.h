@@ -15,7 +15,7 @@
 
 #include <libxml/tree.h>
 
-#include "vn_trace.h"
+#include "vn_trace_types.h"
 #include "zlst.h"
 
 #ifdef __cplusplus
@@ -77,8 +77,12 @@ struct adesc {
 extern vorn_trace_handle param_xml_trace_h;
 
 /// Registers the library's trace module, once: later calls change nothing.
-/// The arguments go unchanged to vorn_mod_trace_init(). Make the first call
-/// before a second thread can make one.
+/// Make the first call before a second thread can make one. The module keeps
+/// each record whose level is at most `dft_lvl` and sends it to `func` when
+/// that is not NULL, else appends it, with a line end, to the file
+/// `filename` when that is neither NULL nor empty, else writes it to
+/// standard error; `mod_name` and `filename` are copied. The form of a
+/// record is told at user_func (vn_trace_types.h).
 void param_xml_trace_init(const char *mod_name, const char *filename,
                           uint32_t dft_lvl, user_func func);
 
