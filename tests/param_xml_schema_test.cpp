@@ -200,12 +200,14 @@ TEST(ParamXmlSchema, EveryDocumentTheWriterMakesValidates)
 
 std::string in_base(unsigned __int128 v, unsigned base, bool upper)
 {
-    std::string s;
+    const char *digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
+    char buf[132];
+    size_t at = sizeof buf;
     do {
-        s.insert(s.begin(), (upper ? "0123456789ABCDEF" : "0123456789abcdef")[v % base]);
+        buf[--at] = digits[(unsigned)(v % base)];
         v /= base;
     } while (v != 0);
-    return s;
+    return std::string(buf + at, sizeof buf - at);
 }
 
 // Whether the reader stores `t` whole and unchanged in the width.
