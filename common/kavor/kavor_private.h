@@ -209,7 +209,6 @@ enum { KAVOR_GZIP_CMD_SIZE = 256 };
 /// that no name can read as an option of gzip. false when the command would
 /// not fit (`sh` then holds no command to run).
 bool gzip_command(const char *virt, const char *file, char *sh);
-int32_t save_para_using_xml(kavor_fcom_t *fcom, int flag);
 /// One sweep: saves every marked file of the manager in turn, on the task.
 void kavor_save_sweep(kavor_mobj_t *mobj);
 int32_t xml_save_process(vn_task_handle h);

@@ -148,26 +148,30 @@ unsigned long long ms_since(uint64_t t0)
     return (unsigned long long)vn_delta_ms(t0);
 }
 
-// Plain road, under f_mutex: temporary file, then the renames. The
-// document is built from the nodes, or `doc` when one is given
+// The records of the write under f_mutex carry this name, those of the
+// rest of a road the sweep's.
+const char *const kWriteFn = "save_para_using_xml";
+const char *const kSweepFn = "xml_save_process";
+
+// Plain road, steps 1-3, under f_mutex: temporary file, then the renames.
+// The document is built from the nodes, or `doc` when one is given
 // (kavor_write_copy).
-int32_t save_plain(kavor_fcom_t *fcom, xmlDocPtr doc)
+int32_t plain_write(kavor_fcom_t *fcom, xmlDocPtr doc)
 {
-    const char *fname = "save_para_using_xml";
     uint64_t time0 = vn_uptime_ms();
     char tmp[kNameBuf];
     if (!temp_name(fcom, tmp)) {
-        KV_LOGF(fname, 4, "save %s error!", fcom->filename);
+        KV_LOGF(kWriteFn, 4, "save %s error!", fcom->filename);
         return -1;
     }
     int32_t ret = doc != NULL ? xmlSaveParamDoc(doc, tmp) : xmlMakeParamFile(fcom, tmp);
     if (ret != 0) {
         kavor_sys.remove(tmp);
-        KV_LOGF(fname, 4, "save %s error!", fcom->filename);
+        KV_LOGF(kWriteFn, 4, "save %s error!", fcom->filename);
         return ret;
     }
     step("write", fcom);
-    if (file_is_complete(fcom, fname)) {
+    if (file_is_complete(fcom, kWriteFn)) {
         kavor_sys.remove(fcom->file_bak);
         step("remove_bak", fcom);
         kavor_sys.rename(fcom->filename, fcom->file_bak);
@@ -179,40 +183,55 @@ int32_t save_plain(kavor_fcom_t *fcom, xmlDocPtr doc)
         // what the file name holds before the next attempt.
         kavor_sys.remove(tmp);
         fcom->disk_state = DISK_UNKNOWN;
-        KV_LOGF(fname, 4, "save %s error!", fcom->filename);
+        KV_LOGF(kWriteFn, 4, "save %s error!", fcom->filename);
         return -1;
     }
     fcom->disk_state = DISK_COMPLETE;
     step("rename_tmp", fcom);
-    KV_LOGF(fname, 7, "save %s use %llu ms!", fcom->filename, ms_since(time0));
+    KV_LOGF(kWriteFn, 7, "save %s use %llu ms!", fcom->filename, ms_since(time0));
     return 0;
 }
 
-// Virtual-file road, under f_mutex: the document goes to the virtual file.
-int32_t save_virtual(kavor_fcom_t *fcom)
+int32_t plain_write_nodes(kavor_fcom_t *fcom)
 {
-    const char *fname = "save_para_using_xml";
-    if (fcom->virtfile == NULL) {
-        KV_LOGF(fname, 4, "xml(%s) has no virtual file!", fcom->filename);
-        return -1;
-    }
+    return plain_write(fcom, NULL);
+}
+
+// Virtual-file road, step 1, under f_mutex: the document goes to the
+// virtual file.
+int32_t virtual_write(kavor_fcom_t *fcom)
+{
     uint64_t time0 = vn_uptime_ms();
     // The directory may have come into being since the registration: look
     // at it again, once it exists, before anything is written into it.
     make_dir_from_filename(fcom->virtfile, 777);
     const char *why = virt_dir_refusal(fcom->virtfile);
     if (why != NULL) {
-        KV_LOGF(fname, 4, "virtual file (%s) not written: %s.", fcom->virtfile, why);
+        KV_LOGF(kWriteFn, 4, "virtual file (%s) not written: %s.", fcom->virtfile, why);
         return -1;
     }
     int32_t ret = xmlMakeParamFile(fcom, fcom->virtfile);   // removes what stood there
-    KV_LOGF(fname, 7, "save %s use %llu ms!", fcom->virtfile, ms_since(time0));
+    KV_LOGF(kWriteFn, 7, "save %s use %llu ms!", fcom->virtfile, ms_since(time0));
     if (ret != 0) {
         kavor_sys.remove(fcom->virtfile);   // never read; a partial one is of no use
         return ret;
     }
     step("write", fcom);
     return 0;
+}
+
+// The write of a road under f_mutex; is_saving 2 when it succeeded. The
+// decision after the unlock rests on this result, so a request that lands
+// between unlock and test can't skip the sync of a file already in place;
+// the request itself keeps the file marked.
+int32_t write_locked(kavor_fcom_t *fcom, int32_t (*write)(kavor_fcom_t *))
+{
+    file_lock(fcom);
+    int32_t ret = write(fcom);
+    if (ret == 0)
+        saving_set(fcom, 2);
+    file_unlock(fcom);
+    return ret;
 }
 
 // Both calls of sync, then is_saving 2 -> 0 unless a request came meanwhile.
@@ -228,49 +247,39 @@ void flush_and_finish(kavor_fcom_t *fcom)
     step("done", fcom);
 }
 
-// Writes the document (road 0 or 1) under f_mutex; is_saving 2 on success.
-int32_t write_marked(kavor_fcom_t *fcom, int flag)
+// A failed attempt: the file stays marked, and the task comes back to it one
+// delay later.
+void retry_later(kavor_mobj_t *mobj, const char *message, const char *filename)
 {
-    file_lock(fcom);
-    int32_t ret = save_para_using_xml(fcom, flag);
-    if (ret == 0)
-        saving_set(fcom, 2);
-    file_unlock(fcom);
-    return ret;
-}
-
-void retry_later(kavor_mobj_t *mobj, const char *fname, const char *filename)
-{
-    KV_LOGF(fname, 4, "xml(%s) save failed, try again later.", filename);
+    KV_LOGF(kSweepFn, 4, message, filename);
     vn_sem_give(mobj->sem_sav);
 }
 
-// The plain road. The decision after the unlock rests on the write's result,
-// so a request that lands between unlock and test can't skip the sync of a
-// file already in place; the request itself keeps the file marked.
+// The plain road, steps 1-3 under f_mutex, then the sync calls.
 void plain_road(kavor_mobj_t *mobj, kavor_fcom_t *fcom)
 {
-    if (write_marked(fcom, 0) == 0)
-        flush_and_finish(fcom);
-    else
-        retry_later(mobj, "xml_save_process", fcom->filename);
+    if (write_locked(fcom, plain_write_nodes) != 0) {
+        retry_later(mobj, "xml(%s) save failed, try again later.", fcom->filename);
+        return;
+    }
+    flush_and_finish(fcom);
 }
 
 // The virtual-file road; `sh` holds the whole command.
 void virtual_road(kavor_mobj_t *mobj, kavor_fcom_t *fcom, const char *sh)
 {
-    const char *fname = "xml_save_process";
-    if (write_marked(fcom, 1) != 0) {
-        retry_later(mobj, fname, fcom->filename);
+    // 1. the document, plain, to the virtual file
+    if (write_locked(fcom, virtual_write) != 0) {
+        retry_later(mobj, "xml(%s) save failed, try again later.", fcom->filename);
         return;
     }
+    // 2. the file to the backup name while it holds a complete copy
     uint64_t time0 = vn_uptime_ms();
-    if (file_is_complete(fcom, fname)) {
+    if (file_is_complete(fcom, kSweepFn)) {
         if (kavor_sys.rename(fcom->filename, fcom->file_bak) != 0) {
             // gzip would write over the only copy of the last content.
             fcom->disk_state = DISK_UNKNOWN;
-            KV_LOGF(fname, 4, "xml(%s) backup failed, try again later.", fcom->filename);
-            vn_sem_give(mobj->sem_sav);
+            retry_later(mobj, "xml(%s) backup failed, try again later.", fcom->filename);
             return;
         }
         step("rename_file", fcom);
@@ -281,16 +290,16 @@ void virtual_road(kavor_mobj_t *mobj, kavor_fcom_t *fcom, const char *sh)
         step("remove_file", fcom);
     }
     fcom->disk_state = DISK_BROKEN;
+    // 3. gzip writes the file, the virtual file goes, and the sync calls
     make_dir_from_filename(fcom->filename, 777);   // the write made only the virtual file's
     int rc = kavor_sys.system(sh);
     step("gzip", fcom);
     if (rc != 0) {
-        KV_LOGF(fname, 4, "xml(%s) fail to save flash!", fcom->filename);
-        vn_sem_give(mobj->sem_sav);
+        retry_later(mobj, "xml(%s) fail to save flash!", fcom->filename);
         return;
     }
     fcom->disk_state = DISK_COMPLETE;
-    KV_LOGF(fname, 7, "save %s into flash, use %llu ms!", fcom->filename, ms_since(time0));
+    KV_LOGF(kSweepFn, 7, "save %s into flash, use %llu ms!", fcom->filename, ms_since(time0));
     kavor_sys.remove(fcom->virtfile);
     step("remove_virt", fcom);
     flush_and_finish(fcom);
@@ -306,22 +315,32 @@ bool virt_is_file_now(const kavor_fcom_t *fcom)
     return virt_is_file(fcom->virtfile, fcom->filename);
 }
 
+// The one choice of a save: the virtual-file road (true, with its command
+// in `sh`) for a file with a usable virtual name, else the plain road.
+bool takes_virtual_road(const kavor_fcom_t *fcom, char *sh)
+{
+    if (fcom->virtfile == NULL)
+        return false;
+    if (!gzip_command(fcom->virtfile, fcom->filename, sh)) {
+        KV_LOGF(kSweepFn, 4, "gzip command for %s too long, saved without %s.", fcom->filename,
+                fcom->virtfile);
+        return false;
+    }
+    if (virt_is_file_now(fcom)) {
+        KV_LOGF(kSweepFn, 4, "virtual file (%s) is the file itself, saved without it.",
+                fcom->virtfile);
+        return false;
+    }
+    return true;
+}
+
 void save_file(kavor_mobj_t *mobj, kavor_fcom_t *fcom)
 {
     char sh[KAVOR_GZIP_CMD_SIZE];
-    if (fcom->virtfile == NULL) {
-        plain_road(mobj, fcom);
-    } else if (!gzip_command(fcom->virtfile, fcom->filename, sh)) {
-        KV_LOGF("xml_save_process", 4, "gzip command for %s too long, saved without %s.",
-                fcom->filename, fcom->virtfile);
-        plain_road(mobj, fcom);
-    } else if (virt_is_file_now(fcom)) {
-        KV_LOGF("xml_save_process", 4, "virtual file (%s) is the file itself, saved without it.",
-                fcom->virtfile);
-        plain_road(mobj, fcom);
-    } else {
+    if (takes_virtual_road(fcom, sh))
         virtual_road(mobj, fcom, sh);
-    }
+    else
+        plain_road(mobj, fcom);
 }
 
 }  // namespace
@@ -336,11 +355,6 @@ bool gzip_command(const char *virt, const char *file, char *sh)
     if (!fits)
         sh[0] = '\0';
     return fits;
-}
-
-int32_t save_para_using_xml(kavor_fcom_t *fcom, int flag)
-{
-    return flag == 0 ? save_plain(fcom, NULL) : save_virtual(fcom);
 }
 
 void kavor_save_sweep(kavor_mobj_t *mobj)
@@ -444,7 +458,7 @@ extern "C" int32_t kavor_write_copy(const char *file, xmlDocPtr doc)
         KV_LOG(4, "names of (%s) can't be made.", file);
     } else if (xmlStrcmp(root->name, BAD_CAST fcom.rt_node) != 0) {
         KV_LOG(4, "root element of (%s) isn't %s, not written.", fcom.filename, fcom.rt_node);
-    } else if ((ret = save_plain(&fcom, doc)) == 0) {
+    } else if ((ret = plain_write(&fcom, doc)) == 0) {
         kavor_sys.sync();
         kavor_sys.sync();
         step("sync", &fcom);
