@@ -141,9 +141,9 @@ xmlNodePtr make_root(kavor_fcom_t *fcom, xmlDocPtr doc, const char *file_name)
         xmlFreeNode(root);
         root = NULL;
     }
-    pthread_rwlock_rdlock(&fcom->file_rwlock);
+    nodes_rdlock(fcom);
     int32_t made = xmlMakeNode(root, (kavor_file_t *)fcom->file_lst);
-    pthread_rwlock_unlock(&fcom->file_rwlock);
+    nodes_unlock(fcom);
     if (made < 0 || (made == 0 && fcom->mobj != NULL)) {
         KV_LOGF("xmlMakeParamFile", 4, "document of file<%s> is incomplete, not written.",
                 file_name);

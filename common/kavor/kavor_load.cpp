@@ -174,11 +174,11 @@ int32_t xmlParseParamFile(kavor_fcom_t *fcom, const char *path)
     KV_LOG(7, "parse xml file(%s).", path);
     kavor_xml_errors_t route;   // what libxml2 says while the blocks are filled
     kavor_xml_errors_begin(&route, "xmlParseParamFile", path);
-    pthread_rwlock_rdlock(&fcom->file_rwlock);
+    nodes_rdlock(fcom);
     size_t before = param_xml_read_limit(kLoadAllocLimit);
     xmlParseNode(xmlDocGetRootElement(doc), (kavor_file_t *)fcom->file_lst);
     param_xml_read_limit(before);
-    pthread_rwlock_unlock(&fcom->file_rwlock);
+    nodes_unlock(fcom);
     xmlFreeDoc(doc);
     kavor_xml_errors_end(&route);
     return ret;
@@ -244,7 +244,7 @@ extern "C" int32_t kavor_load_all(kavor_hdl hdl)
         return -1;
     }
     int32_t ret = 0;
-    pthread_rwlock_rdlock(&hdl->fcom_rwlock);
+    files_rdlock(hdl);
     for (struct znode *n = hdl->fcom_lst; n != NULL; n = n->next) {
         kavor_fcom_t *fcom = (kavor_fcom_t *)n;
         int32_t ret1 = load_one_xml(fcom);
@@ -253,6 +253,6 @@ extern "C" int32_t kavor_load_all(kavor_hdl hdl)
         if ((ret == 0 && ret1 != 0) || (ret > 0 && ret1 < 0))
             ret = ret1;
     }
-    pthread_rwlock_unlock(&hdl->fcom_rwlock);
+    files_unlock(hdl);
     return ret;
 }

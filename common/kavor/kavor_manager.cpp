@@ -40,24 +40,6 @@ char *object_name(const char *prefix, const char *name, const char *fail_fmt)
     return nm;
 }
 
-// Releases a file record that is on no list any more, with all its nodes.
-void file_release(kavor_fcom_t *fcom)
-{
-    while (fcom->file_lst != NULL) {
-        kavor_file_t *fobj = (kavor_file_t *)zlst_pop(&fcom->file_lst);
-        _vn_free(fobj->node_name, kDestroyTag);
-        _vn_free(fobj, kDestroyTag);
-    }
-    if (fcom->file_rwlock_valid > 0)
-        pthread_rwlock_destroy(&fcom->file_rwlock);
-    if (fcom->f_mutex_valid > 0)
-        vn_mutex_destroy(&fcom->f_mutex);
-    _vn_free(fcom->filename, kDestroyTag);
-    _vn_free(fcom->virtfile, kDestroyTag);
-    _vn_free(fcom->file_bak, kDestroyTag);
-    _vn_free(fcom->rt_node, kDestroyTag);
-    _vn_free(fcom, kDestroyTag);
-}
 
 // The manager's own parts: load mutex, semaphore, list lock. 0, or -1 after
 // a level-4 message.
@@ -138,6 +120,24 @@ extern "C" kavor_hdl kavor_create_v2(const char *name, int32_t save_dly_ms)
     return obj;
 }
 
+void files_rdlock(kavor_mobj_t *mobj)
+{
+    if (mobj != NULL && mobj->fcom_rwlock_valid > 0)
+        pthread_rwlock_rdlock(&mobj->fcom_rwlock);
+}
+
+void files_wrlock(kavor_mobj_t *mobj)
+{
+    if (mobj != NULL && mobj->fcom_rwlock_valid > 0)
+        pthread_rwlock_wrlock(&mobj->fcom_rwlock);
+}
+
+void files_unlock(kavor_mobj_t *mobj)
+{
+    if (mobj != NULL && mobj->fcom_rwlock_valid > 0)
+        pthread_rwlock_unlock(&mobj->fcom_rwlock);
+}
+
 extern "C" void kavor_destroy(kavor_hdl hdl)
 {
     if (hdl == NULL)
@@ -150,6 +150,6 @@ extern "C" void kavor_destroy(kavor_hdl hdl)
     if (hdl->fcom_rwlock_valid > 0)
         pthread_rwlock_destroy(&hdl->fcom_rwlock);
     while (hdl->fcom_lst != NULL)
-        file_release((kavor_fcom_t *)zlst_pop(&hdl->fcom_lst));
+        kavor_fcom_free((kavor_fcom_t *)zlst_pop(&hdl->fcom_lst), kDestroyTag);
     vn_task_delete(hdl);
 }

@@ -103,6 +103,16 @@ void kavor_xml_errors_end(kavor_xml_errors_t *route);
 void kavor_xml_error(void *data, xmlErrorPtr err);
 
 // ---- registration (kavor_register.cpp) -------------------------------------
+/// The file record's node list lock (file_rwlock), for reading or writing,
+/// and its release: each does nothing on a record whose lock doesn't exist
+/// (file_rwlock_valid).
+void nodes_rdlock(kavor_fcom_t *fcom);
+void nodes_wrlock(kavor_fcom_t *fcom);
+void nodes_unlock(kavor_fcom_t *fcom);
+/// Releases a file record that is on no list any more, with every node
+/// still on its own list: the nodes, the record's locks, its four names and
+/// the record, each through _vn_free with `tag`.
+void kavor_fcom_free(kavor_fcom_t *fcom, const char *tag);
 /// Why a virtual name can't be used for the outside gzip command with this
 /// file name, or NULL when it can: a character outside [A-Za-z0-9._/+-], a
 /// name or a base name starting with '-', the two names equal, or a command
@@ -202,6 +212,12 @@ int kavor_save_fd(int fd, xmlDocPtr doc, const char *encoding, int format);
 int32_t xmlMakeNode(xmlNodePtr pRoot, kavor_file_t *fobj);
 
 // ---- save engine and task (kavor_save.cpp, kavor_manager.cpp) --------------
+/// The manager's file list lock (fcom_rwlock), for reading or writing, and
+/// its release (kavor_manager.cpp): each does nothing for a NULL manager
+/// (a standalone file) or one whose lock doesn't exist (fcom_rwlock_valid).
+void files_rdlock(kavor_mobj_t *mobj);
+void files_wrlock(kavor_mobj_t *mobj);
+void files_unlock(kavor_mobj_t *mobj);
 /// Bytes of the buffer of the gzip command, its NUL included.
 enum { KAVOR_GZIP_CMD_SIZE = 256 };
 /// Forms "gzip -c <virt> > <file>", the command of the virtual-file road, in

@@ -35,10 +35,10 @@ extern "C" void kavor_delete_all(kavor_hdl hdl)
         KV_LOG(4, "kavor mobj is NULL.");
         return;
     }
-    pthread_rwlock_rdlock(&hdl->fcom_rwlock);
+    files_rdlock(hdl);
     for (struct znode *n = hdl->fcom_lst; n != NULL; n = n->next)
         remove_pair((kavor_fcom_t *)n);
-    pthread_rwlock_unlock(&hdl->fcom_rwlock);
+    files_unlock(hdl);
 }
 
 extern "C" uint32_t kavor_count_all_filename(kavor_hdl hdl)
@@ -48,10 +48,10 @@ extern "C" uint32_t kavor_count_all_filename(kavor_hdl hdl)
         return 0;
     }
     uint32_t num = 0;
-    pthread_rwlock_rdlock(&hdl->fcom_rwlock);
+    files_rdlock(hdl);
     for (struct znode *n = hdl->fcom_lst; n != NULL; n = n->next)
         num++;
-    pthread_rwlock_unlock(&hdl->fcom_rwlock);
+    files_unlock(hdl);
     return num;
 }
 
@@ -66,7 +66,7 @@ extern "C" uint32_t kavor_get_all_filename(kavor_hdl hdl, uint8_t *buf, size_t b
         return 0;
     }
     uint32_t num = 0;
-    pthread_rwlock_rdlock(&hdl->fcom_rwlock);
+    files_rdlock(hdl);
     for (struct znode *n = hdl->fcom_lst; n != NULL; n = n->next) {
         const char *rt = ((kavor_fcom_t *)n)->rt_node;
         size_t len = strlen(rt) + 1;
@@ -79,7 +79,7 @@ extern "C" uint32_t kavor_get_all_filename(kavor_hdl hdl, uint8_t *buf, size_t b
         buf_size -= len;
         num++;
     }
-    pthread_rwlock_unlock(&hdl->fcom_rwlock);
+    files_unlock(hdl);
     return num;
 }
 
@@ -94,7 +94,7 @@ extern "C" int32_t kavor_any_on_saving_copy(kavor_hdl hdl, char *buf, size_t buf
         return -1;
     }
     int32_t ret = -1;
-    pthread_rwlock_rdlock(&hdl->fcom_rwlock);
+    files_rdlock(hdl);
     const char *name = "";
     for (struct znode *n = hdl->fcom_lst; n != NULL; n = n->next)
         if (saving_get((kavor_fcom_t *)n) > 0) {
@@ -106,7 +106,7 @@ extern "C" int32_t kavor_any_on_saving_copy(kavor_hdl hdl, char *buf, size_t buf
         memcpy(buf, name, len + 1);
         ret = (int32_t)len;
     }
-    pthread_rwlock_unlock(&hdl->fcom_rwlock);
+    files_unlock(hdl);
     if (ret < 0) {
         if (buf_size > 0)
             buf[0] = '\0';

@@ -35,18 +35,6 @@ const char kUnTag[] = "kavor_unregister";
 // Directory part of a registered name (at most 134 bytes).
 const size_t kDirBuf = 256;
 
-void fcom_wrlock(kavor_mobj_t *mobj)
-{
-    if (mobj != NULL && mobj->fcom_rwlock_valid > 0)
-        pthread_rwlock_wrlock(&mobj->fcom_rwlock);
-}
-
-void fcom_unlock(kavor_mobj_t *mobj)
-{
-    if (mobj != NULL && mobj->fcom_rwlock_valid > 0)
-        pthread_rwlock_unlock(&mobj->fcom_rwlock);
-}
-
 bool shell_safe_char(char c)
 {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
@@ -113,28 +101,14 @@ kavor_fcom_t *find_file(kavor_mobj_t *mobj, const char *name)
 kavor_file_t *find_node(kavor_fcom_t *fcom, const char *node_name)
 {
     kavor_file_t *found = NULL;
-    pthread_rwlock_rdlock(&fcom->file_rwlock);
+    nodes_rdlock(fcom);
     for (struct znode *n = fcom->file_lst; n != NULL && found == NULL; n = n->next)
         if (strcmp(((kavor_file_t *)n)->node_name, node_name) == 0)
             found = (kavor_file_t *)n;
-    pthread_rwlock_unlock(&fcom->file_rwlock);
+    nodes_unlock(fcom);
     return found;
 }
 
-// Releases a record that is on no list: its locks, its four names, itself.
-void file_free(kavor_fcom_t *fcom, const char *tag)
-{
-    assert(fcom->file_lst == NULL);
-    if (fcom->f_mutex_valid > 0)
-        vn_mutex_destroy(&fcom->f_mutex);
-    if (fcom->file_rwlock_valid > 0)
-        pthread_rwlock_destroy(&fcom->file_rwlock);
-    _vn_free(fcom->filename, tag);
-    _vn_free(fcom->virtfile, tag);
-    _vn_free(fcom->file_bak, tag);
-    _vn_free(fcom->rt_node, tag);
-    _vn_free(fcom, tag);
-}
 
 // A new record that owns `name` and `virtname` (both released here when the
 // record can't be allocated). A virtual name the gzip command can't use
@@ -298,7 +272,7 @@ extern "C" xml_file_hdl kavor_register(kavor_hdl hdl, kavor_file_rgst_t *rgst)
 
     kavor_fcom_t *fcom = NULL;
     kavor_file_t *fobj = NULL;
-    fcom_wrlock(hdl);
+    files_wrlock(hdl);
     if (hdl != NULL)
         fcom = find_file(hdl, name);
     if (fcom != NULL) {
@@ -308,7 +282,7 @@ extern "C" xml_file_hdl kavor_register(kavor_hdl hdl, kavor_file_rgst_t *rgst)
         fobj = find_node(fcom, rgst->node_name);
         if (fobj != NULL) {
             KV_LOGF(kTag, 4, "file node(%s) has exist!", rgst->node_name);
-            fcom_unlock(hdl);
+            files_unlock(hdl);
             return fobj;
         }
     } else {
@@ -320,21 +294,57 @@ extern "C" xml_file_hdl kavor_register(kavor_hdl hdl, kavor_file_rgst_t *rgst)
     if (fobj == NULL)
         goto fail;
     fobj->fcom = fcom;
-    pthread_rwlock_wrlock(&fcom->file_rwlock);
+    nodes_wrlock(fcom);
     zlst_push(&fcom->file_lst, fobj);
-    pthread_rwlock_unlock(&fcom->file_rwlock);
+    nodes_unlock(fcom);
     if (hdl != NULL && fcom->mobj == NULL) {
         fcom->mobj = hdl;
         zlst_push(&hdl->fcom_lst, fcom);
     }
-    fcom_unlock(hdl);
+    files_unlock(hdl);
     return fobj;
 
 fail:
-    fcom_unlock(hdl);
+    files_unlock(hdl);
     if (fcom != NULL && fcom->mobj == NULL)
-        file_free(fcom, kTag);
+        kavor_fcom_free(fcom, kTag);
     return NULL;
+}
+
+void nodes_rdlock(kavor_fcom_t *fcom)
+{
+    if (fcom->file_rwlock_valid > 0)
+        pthread_rwlock_rdlock(&fcom->file_rwlock);
+}
+
+void nodes_wrlock(kavor_fcom_t *fcom)
+{
+    if (fcom->file_rwlock_valid > 0)
+        pthread_rwlock_wrlock(&fcom->file_rwlock);
+}
+
+void nodes_unlock(kavor_fcom_t *fcom)
+{
+    if (fcom->file_rwlock_valid > 0)
+        pthread_rwlock_unlock(&fcom->file_rwlock);
+}
+
+void kavor_fcom_free(kavor_fcom_t *fcom, const char *tag)
+{
+    while (fcom->file_lst != NULL) {
+        kavor_file_t *fobj = (kavor_file_t *)zlst_pop(&fcom->file_lst);
+        _vn_free(fobj->node_name, tag);
+        _vn_free(fobj, tag);
+    }
+    if (fcom->f_mutex_valid > 0)
+        vn_mutex_destroy(&fcom->f_mutex);
+    if (fcom->file_rwlock_valid > 0)
+        pthread_rwlock_destroy(&fcom->file_rwlock);
+    _vn_free(fcom->filename, tag);
+    _vn_free(fcom->virtfile, tag);
+    _vn_free(fcom->file_bak, tag);
+    _vn_free(fcom->rt_node, tag);
+    _vn_free(fcom, tag);
 }
 
 extern "C" void kavor_unregister(xml_file_hdl hdl)
@@ -344,16 +354,16 @@ extern "C" void kavor_unregister(xml_file_hdl hdl)
     kavor_fcom_t *fcom = hdl->fcom;
     if (fcom != NULL) {
         kavor_mobj_t *mobj = fcom->mobj;
-        fcom_wrlock(mobj);
-        pthread_rwlock_wrlock(&fcom->file_rwlock);
+        files_wrlock(mobj);
+        nodes_wrlock(fcom);
         zlst_delete(&fcom->file_lst, hdl);
         bool ends = fcom->file_lst == NULL;
-        pthread_rwlock_unlock(&fcom->file_rwlock);
+        nodes_unlock(fcom);
         if (ends && mobj != NULL)
             zlst_delete(&mobj->fcom_lst, fcom);
-        fcom_unlock(mobj);
+        files_unlock(mobj);
         if (ends)
-            file_free(fcom, kUnTag);
+            kavor_fcom_free(fcom, kUnTag);
     }
     _vn_free(hdl->node_name, kUnTag);
     _vn_free(hdl, kUnTag);

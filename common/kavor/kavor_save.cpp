@@ -95,18 +95,6 @@ void file_unlock(kavor_fcom_t *fcom)
     vn_mutex_unlock(&fcom->f_mutex);
 }
 
-void fcom_rdlock(kavor_mobj_t *mobj)
-{
-    if (mobj->fcom_rwlock_valid > 0)
-        pthread_rwlock_rdlock(&mobj->fcom_rwlock);
-}
-
-void fcom_unlock(kavor_mobj_t *mobj)
-{
-    if (mobj->fcom_rwlock_valid > 0)
-        pthread_rwlock_unlock(&mobj->fcom_rwlock);
-}
-
 // What `path` holds: DISK_COMPLETE for a copy that a load takes whole
 // (kavor_read_copy says complete), DISK_BROKEN for anything else, missing
 // included. Only a non-empty regular file is parsed.
@@ -360,13 +348,13 @@ bool gzip_command(const char *virt, const char *file, char *sh)
 void kavor_save_sweep(kavor_mobj_t *mobj)
 {
     mobj->sv_dly = -1;
-    fcom_rdlock(mobj);
+    files_rdlock(mobj);
     for (struct znode *n = mobj->fcom_lst; n != NULL; n = n->next) {
         kavor_fcom_t *fcom = (kavor_fcom_t *)n;
         if (saving_get(fcom) > 0)
             save_file(mobj, fcom);
     }
-    fcom_unlock(mobj);
+    files_unlock(mobj);
 }
 
 extern "C" int32_t kavor_save_one(xml_file_hdl hdl)
@@ -398,14 +386,14 @@ extern "C" int32_t kavor_save_all(kavor_hdl hdl)
         KV_LOG(4, "kavor mobj is NULL.");
         return -1;
     }
-    fcom_rdlock(hdl);
+    files_rdlock(hdl);
     for (struct znode *n = hdl->fcom_lst; n != NULL; n = n->next) {
         kavor_fcom_t *fcom = (kavor_fcom_t *)n;
         file_lock(fcom);
         saving_set(fcom, 1);
         file_unlock(fcom);
     }
-    fcom_unlock(hdl);
+    files_unlock(hdl);
     if (vn_sem_give(hdl->sem_sav) != 0) {
         KV_LOG(4, "sem_give error!");
         return -1;
@@ -429,13 +417,13 @@ extern "C" char *kavor_any_on_saving(kavor_hdl hdl)
         return NULL;
     }
     char *name = NULL;
-    fcom_rdlock(hdl);
+    files_rdlock(hdl);
     for (struct znode *n = hdl->fcom_lst; n != NULL && name == NULL; n = n->next) {
         kavor_fcom_t *fcom = (kavor_fcom_t *)n;
         if (saving_get(fcom) > 0)
             name = fcom->filename;
     }
-    fcom_unlock(hdl);
+    files_unlock(hdl);
     return name;
 }
 

@@ -106,7 +106,7 @@ extern "C" int32_t kavor_write_schema(xml_file_hdl hdl, const char *path)
         return -1;
     xmlNodePtr root = schema_xs(g, schema_root(g), "element", fcom->rt_node);
     xmlNodePtr seq = schema_xs(g, schema_xs(g, root, "complexType", nullptr), "sequence", nullptr);
-    pthread_rwlock_rdlock(&fcom->file_rwlock);
+    nodes_rdlock(fcom);
     for (struct znode *n = fcom->file_lst; n != nullptr; n = n->next) {
         kavor_file_t *fobj = reinterpret_cast<kavor_file_t *>(n);
         xmlNodePtr child = schema_xs(g, seq, "element", fobj->node_name);
@@ -114,7 +114,7 @@ extern "C" int32_t kavor_write_schema(xml_file_hdl hdl, const char *path)
             child = nullptr;
         schema_table_element(g, child, fobj->node_name, fobj->param_desc);
     }
-    pthread_rwlock_unlock(&fcom->file_rwlock);
+    nodes_unlock(fcom);
     xmlDocPtr doc = schema_end(g);
     if (doc == nullptr) {
         KV_LOG(4, "schema of file (%s) can't be made.", fcom->filename);
