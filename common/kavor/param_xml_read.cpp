@@ -1,5 +1,7 @@
-// param_xml_read.cpp - elements to memory: the reader handlers of every kind
-// and the per-element functions that store one element into an array.
+// param_xml_read.cpp - elements to memory: xml2param, the reader handler of
+// every kind, the per-element functions that store one element into an
+// array, and what only the reader needs (the "idx" rule, count fields, node
+// content, the allocation limit).
 //
 // Invariant: nothing is ever stored outside the array, buffer or node it is
 // meant for: every position is checked against [0, capacity) before use, a
@@ -10,7 +12,9 @@
 //
 // Flow: xml2param -> xml2<kind> -> (array kinds) xml2array -> direct:
 // node2<kind> with the row's ioa; counted: each element is a wrapper whose
-// "cnt" sizes a new buffer, filled by node2<kind> with the row's iob.
+// "cnt" sizes a new buffer, filled by node2<kind> with the row's iob;
+// structures and list nodes go back into xml2param. The recursion stays in
+// this file; of the codec it uses only param_xml.cpp.
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -35,6 +39,50 @@ bool take_alloc(size_t bytes)
     if (bytes > t_alloc_left)
         return false;
     t_alloc_left -= bytes;
+    return true;
+}
+
+// ---- what every kind's reader shares ------------------------------------------
+
+// With a count field, stores `ioa` into the int at `aoffset`.
+void store_cia(void *mem_base, const struct pdesc *pdesc)
+{
+    if (pdesc->type & PT_F_CIA)
+        store_int(at(mem_base, pdesc->aoffset), pdesc->ioa);
+}
+
+// False when xmlGetProp would surely find nothing: no attribute on the
+// element and no DTD that could give it a default. Saves an allocation on
+// most elements of a document.
+bool may_have_attr(const xmlNode *xnode)
+{
+    return xnode->properties || (xnode->doc && (xnode->doc->intSubset || xnode->doc->extSubset));
+}
+
+// The "idx" rule of every reader: an "idx" attribute sets *idx (atoi); then
+// *idx must lie in [0, count). Refusals are told at level 5 as
+// "<text>: <name> idx(%d) >= count(%d), ignore", or for a negative index
+// "<text>: <name> idx(%d) < 0, ignore". A negative index leaves *idx as it
+// was before the element, so it never addresses memory in front of the
+// array and never shrinks a count field. Returns true when accepted.
+bool take_index(xmlNode *xnode, const char *func, const char *text, const char *name,
+                int count, int *idx)
+{
+    int v = *idx;
+    xmlChar *xIdx = may_have_attr(xnode) ? xmlGetProp(xnode, xStrIdx) : nullptr;
+    if (xIdx) {
+        v = std::atoi(reinterpret_cast<const char *>(xIdx));
+        xmlFree(xIdx);
+    }
+    if (v < 0) {
+        KV_LOGF(func, 5, "%s: %s idx(%d) < 0, ignore", text, name, v);
+        return false;
+    }
+    *idx = v;
+    if (v >= count) {
+        KV_LOGF(func, 5, "%s: %s idx(%d) >= count(%d), ignore", text, name, v, count);
+        return false;
+    }
     return true;
 }
 
@@ -134,72 +182,6 @@ parse_fn int_parser(size_t size)
     }
 }
 
-// ---- counted mode ----------------------------------------------------------
-
-// Element count of a new buffer from its "cnt"; false (with a message) for a
-// count that can't size a buffer of that many elements.
-bool buffer_count_ok(int entry, const struct pdesc *pdesc, const struct array_kind *k)
-{
-    if (entry < 0 || pdesc->size == 0 ||
-        static_cast<size_t>(entry) > SIZE_MAX / pdesc->size) {
-        KV_LOGF(k->rfunc, 4, "%s: %s bad count of buffer(%d)", k->rtext, pdesc->name, entry);
-        return false;
-    }
-    return true;
-}
-
-// One wrapper: its "cnt" sizes a new buffer at entry ioa, its inner elements
-// of the row's name fill it through the kind's per-element function.
-int xml2cob(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const struct array_kind *k)
-{
-    if (!take_index(xnode, k->rfunc, k->rtext, pdesc->name, pdesc->count, &pdesc->ioa))
-        return -1;
-    char *cob_entry = at(mem_base, pdesc->boffset + sizeof(int) * static_cast<size_t>(pdesc->ioa));
-    char *ptr_entry = at(mem_base, pdesc->offset + sizeof(void *) * static_cast<size_t>(pdesc->ioa));
-    xmlChar *cnt = xmlGetProp(xnode, xStrCnt);
-    if (!cnt) {
-        KV_LOGF(k->rfunc, 4, "%s: %s no count of buffer", k->rtext, pdesc->name);
-        return -1;
-    }
-    int entry = std::atoi(reinterpret_cast<const char *>(cnt));
-    xmlFree(cnt);
-    if (entry != 0 && !buffer_count_ok(entry, pdesc, k)) {
-        store_int(cob_entry, 0);  // the entry then says: no buffer
-        return -1;
-    }
-    if (entry != 0 && !take_alloc(static_cast<size_t>(entry) * pdesc->size)) {
-        KV_LOGF(k->rfunc, 4, "%s: %s count of buffer(%d) over the reader's limit", k->rtext,
-                pdesc->name, entry);
-        store_int(cob_entry, 0);
-        return -1;
-    }
-    store_int(cob_entry, entry);
-    if (entry == 0) {
-        KV_LOGF(k->rfunc, 4, "%s: %s count of buffer is zero", k->rtext, pdesc->name);
-        return -1;
-    }
-    KV_LOGF(k->rfunc, 8, "%s: xmlMalloc: %d * %zu", k->rtext, entry, pdesc->size);
-    void *buf = xmlMalloc(static_cast<size_t>(entry) * pdesc->size);
-    store_ptr(ptr_entry, buf);
-    if (!buf) {
-        KV_LOGF(k->rfunc, 4, "%s: %s malloc failed", k->rtext, pdesc->name);
-        return -1;
-    }
-    // Zeroed: structures in it may hold list heads and buffer pointers that no
-    // element reaches, and the writer and param_xml_free follow those.
-    std::memset(buf, 0, static_cast<size_t>(entry) * pdesc->size);
-    pdesc->iob = 0;
-    for (xmlNode *child = xnode->children; child; child = child->next) {
-        if (!xmlStrEqual(child->name, BAD_CAST pdesc->name))
-            continue;
-        KV_LOGF(k->rfunc, 8, "%s: cob %d", k->rtext, entry);
-        k->from_node(buf, child, pdesc, entry, &pdesc->iob);
-    }
-    pdesc->ioa++;
-    store_cia(mem_base, pdesc);
-    return 0;
-}
-
 // ---- lists -----------------------------------------------------------------
 
 typedef void (*node_reader)(zhead_t *head, xmlNode *child, struct pdesc *pdesc);
@@ -280,16 +262,9 @@ int lists_from_xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const ch
     return 0;
 }
 
-}  // namespace
-
-size_t param_xml_read_limit(size_t bytes)
-{
-    size_t before = t_alloc_left;
-    t_alloc_left = bytes;
-    return before;
-}
-
 // ---- per-element functions ---------------------------------------------------
+
+typedef int (*from_node_fn)(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, int *idx);
 
 int node2sint(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, int *idx)
 {
@@ -321,21 +296,101 @@ int node2stru(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, int *id
 
 // ---- the array frame: direct and counted mode --------------------------------
 
-int xml2array(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const struct array_kind *k)
+// The reader's half of the five kinds that share the array frame: the names
+// shown in the trace, the per-element function, and what the frame must
+// know of the kind.
+struct array_reader {
+    const char *func;  // the handler's name, the trace's function
+    const char *text;  // prefix of the message texts
+    from_node_fn from_node;
+    bool via_pointer;  // the direct array lies where a pointer at offset says
+};
+
+const array_reader kSintReader = {"xml2sint", "xml2sint", node2sint, false};
+const array_reader kUintReader = {"xml2uint", "xml2uint", node2uint, false};
+const array_reader kFlotReader = {"xml2flot", "xml2flot", node2flot, false};
+const array_reader kStruReader = {"xml2stru", "xml2stru", node2stru, false};
+const array_reader kStruMReader = {"xml2struM", "xml2stru", node2stru, true};
+
+// Element count of a new buffer from its "cnt"; false (with a message) for a
+// count that can't size a buffer of that many elements.
+bool buffer_count_ok(int entry, const struct pdesc *pdesc, const array_reader *r)
 {
-    KV_LOGF(k->rfunc, 8, "%s: %s", k->rtext, pdesc->name);
+    if (entry < 0 || pdesc->size == 0 ||
+        static_cast<size_t>(entry) > SIZE_MAX / pdesc->size) {
+        KV_LOGF(r->func, 4, "%s: %s bad count of buffer(%d)", r->text, pdesc->name, entry);
+        return false;
+    }
+    return true;
+}
+
+// One wrapper: its "cnt" sizes a new buffer at entry ioa, its inner elements
+// of the row's name fill it through the kind's per-element function.
+int xml2cob(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const array_reader *r)
+{
+    if (!take_index(xnode, r->func, r->text, pdesc->name, pdesc->count, &pdesc->ioa))
+        return -1;
+    char *cob_entry = at(mem_base, pdesc->boffset + sizeof(int) * static_cast<size_t>(pdesc->ioa));
+    char *ptr_entry = at(mem_base, pdesc->offset + sizeof(void *) * static_cast<size_t>(pdesc->ioa));
+    xmlChar *cnt = xmlGetProp(xnode, xStrCnt);
+    if (!cnt) {
+        KV_LOGF(r->func, 4, "%s: %s no count of buffer", r->text, pdesc->name);
+        return -1;
+    }
+    int entry = std::atoi(reinterpret_cast<const char *>(cnt));
+    xmlFree(cnt);
+    if (entry != 0 && !buffer_count_ok(entry, pdesc, r)) {
+        store_int(cob_entry, 0);  // the entry then says: no buffer
+        return -1;
+    }
+    if (entry != 0 && !take_alloc(static_cast<size_t>(entry) * pdesc->size)) {
+        KV_LOGF(r->func, 4, "%s: %s count of buffer(%d) over the reader's limit", r->text,
+                pdesc->name, entry);
+        store_int(cob_entry, 0);
+        return -1;
+    }
+    store_int(cob_entry, entry);
+    if (entry == 0) {
+        KV_LOGF(r->func, 4, "%s: %s count of buffer is zero", r->text, pdesc->name);
+        return -1;
+    }
+    KV_LOGF(r->func, 8, "%s: xmlMalloc: %d * %zu", r->text, entry, pdesc->size);
+    void *buf = xmlMalloc(static_cast<size_t>(entry) * pdesc->size);
+    store_ptr(ptr_entry, buf);
+    if (!buf) {
+        KV_LOGF(r->func, 4, "%s: %s malloc failed", r->text, pdesc->name);
+        return -1;
+    }
+    // Zeroed: structures in it may hold list heads and buffer pointers that no
+    // element reaches, and the writer and param_xml_free follow those.
+    std::memset(buf, 0, static_cast<size_t>(entry) * pdesc->size);
+    pdesc->iob = 0;
+    for (xmlNode *child = xnode->children; child; child = child->next) {
+        if (!xmlStrEqual(child->name, BAD_CAST pdesc->name))
+            continue;
+        KV_LOGF(r->func, 8, "%s: cob %d", r->text, entry);
+        r->from_node(buf, child, pdesc, entry, &pdesc->iob);
+    }
+    pdesc->ioa++;
+    store_cia(mem_base, pdesc);
+    return 0;
+}
+
+int xml2array(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const array_reader *r)
+{
+    KV_LOGF(r->func, 8, "%s: %s", r->text, pdesc->name);
     if (pdesc->type & PT_F_COB)
-        return xml2cob(mem_base, xnode, pdesc, k);
-    KV_LOGF(k->rfunc, 8, "%s: cia %d", k->rtext, pdesc->count);
+        return xml2cob(mem_base, xnode, pdesc, r);
+    KV_LOGF(r->func, 8, "%s: cia %d", r->text, pdesc->count);
     void *mem = at(mem_base, pdesc->offset);
-    if (k->via_pointer) {
+    if (r->via_pointer) {
         mem = load_ptr(mem);
         if (!mem) {
-            KV_LOGF(k->rfunc, 4, "%s: %s null pointer, ignore", k->rtext, pdesc->name);
+            KV_LOGF(r->func, 4, "%s: %s null pointer, ignore", r->text, pdesc->name);
             return -1;
         }
     }
-    int ret = k->from_node(mem, xnode, pdesc, pdesc->count, &pdesc->ioa);
+    int ret = r->from_node(mem, xnode, pdesc, pdesc->count, &pdesc->ioa);
     store_cia(mem_base, pdesc);
     return ret;
 }
@@ -344,27 +399,37 @@ int xml2array(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const struct 
 
 int xml2sint(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
-    return xml2array(mem_base, xnode, pdesc, &kSintKind);
+    return xml2array(mem_base, xnode, pdesc, &kSintReader);
 }
 
 int xml2uint(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
-    return xml2array(mem_base, xnode, pdesc, &kUintKind);
+    return xml2array(mem_base, xnode, pdesc, &kUintReader);
 }
 
 int xml2flot(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
-    return xml2array(mem_base, xnode, pdesc, &kFlotKind);
+    return xml2array(mem_base, xnode, pdesc, &kFlotReader);
 }
 
 int xml2stru(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
-    return xml2array(mem_base, xnode, pdesc, &kStruKind);
+    return xml2array(mem_base, xnode, pdesc, &kStruReader);
 }
 
 int xml2struM(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
-    return xml2array(mem_base, xnode, pdesc, &kStruMKind);
+    return xml2array(mem_base, xnode, pdesc, &kStruMReader);
+}
+
+int xml2list(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    return lists_from_xml(mem_base, xnode, pdesc, "xml2list", list_node_from_xml);
+}
+
+int xml2vlst(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    return lists_from_xml(mem_base, xnode, pdesc, "xml2vlst", vlst_node_from_xml);
 }
 
 int xml2stri(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
@@ -412,12 +477,97 @@ int xml2enum(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
     return 0;
 }
 
-int xml2list(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+// The first row of `pdesc` named `name`, or NULL when none is.
+struct pdesc *row_named(struct pdesc *pdesc, const xmlChar *name)
 {
-    return lists_from_xml(mem_base, xnode, pdesc, "xml2list", list_node_from_xml);
+    for (struct pdesc *row = pdesc; row->type != 0; row++)
+        if (row->name && xmlStrEqual(name, BAD_CAST row->name))
+            return row;
+    return nullptr;
 }
 
-int xml2vlst(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+}  // namespace
+
+size_t param_xml_read_limit(size_t bytes)
 {
-    return lists_from_xml(mem_base, xnode, pdesc, "xml2vlst", vlst_node_from_xml);
+    size_t before = t_alloc_left;
+    t_alloc_left = bytes;
+    return before;
+}
+
+xmlChar *node_content(xmlNode *node)
+{
+    if (node->type != XML_ELEMENT_NODE)  // a text node, a comment: one piece
+        return xmlNodeGetContent(node);
+    size_t len = 0;
+    // Two walks of the subtree in document order: count, then copy.
+    for (int pass = 0; pass < 2; pass++) {
+        xmlChar *out = nullptr;
+        if (pass == 1) {
+            out = static_cast<xmlChar *>(xmlMalloc(len + 1));
+            if (!out)
+                return nullptr;
+        }
+        size_t at_byte = 0;
+        xmlNode *cur = node->children;
+        while (cur) {
+            if (cur->type == XML_ENTITY_REF_NODE) {
+                xmlFree(out);
+                return xmlNodeGetContent(node);
+            }
+            if ((cur->type == XML_TEXT_NODE || cur->type == XML_CDATA_SECTION_NODE) && cur->content) {
+                size_t n = std::strlen(reinterpret_cast<const char *>(cur->content));
+                if (out)
+                    std::memcpy(out + at_byte, cur->content, n);
+                at_byte += n;
+            }
+            if (cur->type == XML_ELEMENT_NODE && cur->children) {
+                cur = cur->children;
+                continue;
+            }
+            while (cur != node && !cur->next)
+                cur = cur->parent;
+            cur = cur == node ? nullptr : cur->next;
+        }
+        if (out) {
+            out[at_byte] = '\0';
+            return out;
+        }
+        len = at_byte;
+    }
+    return nullptr;
+}
+
+// ---- the frame ----------------------------------------------------------------
+
+// Invariant: a table ends at its first row whose type is 0; nothing of that
+// row or of any row behind it is read or written. A row without a name
+// matches no element.
+extern "C" int xml2param(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    for (struct pdesc *row = pdesc; row->type != 0; row++)
+        row->ioa = 0;
+    for (xmlNode *child = xnode->children; child; child = child->next) {
+        struct pdesc *row = row_named(pdesc, child->name);
+        if (!row) {
+            if (!xmlStrEqual(child->name, BAD_CAST "text"))
+                KV_LOG(5, "no mark in param is \"%s\"", shown(reinterpret_cast<const char *>(child->name)));
+            continue;
+        }
+        switch (row->type & PT_KIND_MASK) {
+        case PT_SINT: xml2sint(mem_base, child, row); break;
+        case PT_UINT: xml2uint(mem_base, child, row); break;
+        case PT_FLOT: xml2flot(mem_base, child, row); break;
+        case PT_STRI: xml2stri(mem_base, child, row); break;
+        case PT_ENUM: xml2enum(mem_base, child, row); break;
+        case PT_STRU: xml2stru(mem_base, child, row); break;
+        case PT_LIST: xml2list(mem_base, child, row); break;
+        case PT_VLST: xml2vlst(mem_base, child, row); break;
+        case PT_STRUM: xml2struM(mem_base, child, row); break;
+        default:
+            KV_LOG(4, "xml2param: %s bad type(0x%X)", row->name, static_cast<unsigned>(row->type));
+            break;
+        }
+    }
+    return 0;
 }

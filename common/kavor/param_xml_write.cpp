@@ -1,5 +1,7 @@
-// param_xml_write.cpp - memory to elements: the writer handlers of every
-// kind and the per-element functions that turn one array into elements.
+// param_xml_write.cpp - memory to elements: param2xml, the writer handler of
+// every kind, the per-element functions that turn one array into elements,
+// and what only the writer needs (number texts, new elements, attributes,
+// text nodes, text made fit for XML).
 //
 // Invariant: an element joins the tree only when it is complete (name,
 // attributes, content, children); an element that can't be completed is
@@ -13,7 +15,8 @@
 //
 // Flow: param2xml -> <kind>2xml -> (array kinds) array2xml -> direct:
 // <kind>2node, counted: one "cnt" wrapper per buffer, each filled by
-// <kind>2node; structures and list nodes go back into param2xml.
+// <kind>2node; structures and list nodes go back into param2xml. The recursion stays in this file; of the
+// codec it uses only param_xml.cpp.
 #include <cstdio>
 #include <cstring>
 #include <type_traits>
@@ -92,7 +95,8 @@ group_fn group_for(int fmt)
     }
 }
 
-// Group size and formatter of a width; 0 and NULL for an unsupported width.
+// Values per element of a width, with its formatter in *fn; 0 and NULL for
+// an unsupported width.
 int int_group(size_t size, bool is_signed, int fmt, group_fn *fn)
 {
     switch (size) {
@@ -127,6 +131,168 @@ char *put_floats(char *p, char *end, const char *mem, size_t size, int from, int
             p += n;
     }
     return p;
+}
+
+// ---- new elements, attributes and texts, checked ----------------------------
+
+// xmlNewNode(NULL, name) that also checks the copy of the name.
+xmlNode *new_element(const char *name)
+{
+    xmlNode *node = xmlNewNode(nullptr, BAD_CAST name);
+    if (node && !node->name) {
+        xmlFreeNode(node);
+        return nullptr;
+    }
+    return node;
+}
+
+// xmlNewProp that checks the attribute's name and value arrived whole; false
+// if not (the element then holds no half-made attribute that matters: the
+// caller frees the element).
+bool set_attr(xmlNode *elem, const xmlChar *attr, const char *value)
+{
+    xmlAttr *prop = xmlNewProp(elem, attr, BAD_CAST value);
+    if (!prop || !prop->name)
+        return false;
+    if (value && *value && !(prop->children && prop->children->content))
+        return false;
+    return true;
+}
+
+// xmlNodeAddContent on a fresh element, checked: false if non-empty text
+// could not be added.
+bool add_text(xmlNode *elem, const char *text)
+{
+    if (!text || !*text)
+        return true;
+    xmlNode *before = elem->last;
+    xmlNodeAddContent(elem, BAD_CAST text);
+    xmlNode *last = elem->last;
+    return last && last != before && last->content;
+}
+
+// Bytes of the one XML character in valid UTF-8 at `p`, or 0 when `p` holds
+// none (an invalid or cut sequence, a control, a surrogate, U+FFFE, U+FFFF).
+// Never reads past a 0 byte.
+size_t xml_char_len(const unsigned char *p)
+{
+    unsigned c = p[0];
+    if (c < 0x80)
+        return (c >= 0x20 || c == 0x9 || c == 0xA || c == 0xD) ? 1 : 0;
+    size_t n;
+    uint32_t cp;
+    if (c >= 0xC2 && c <= 0xDF) {
+        n = 2;
+        cp = c & 0x1F;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+        n = 3;
+        cp = c & 0x0F;
+    } else if (c >= 0xF0 && c <= 0xF4) {
+        n = 4;
+        cp = c & 0x07;
+    } else {
+        return 0;
+    }
+    for (size_t i = 1; i < n; i++) {
+        if ((p[i] & 0xC0) != 0x80)
+            return 0;
+        cp = (cp << 6) | (p[i] & 0x3F);
+    }
+    if ((n == 3 && cp < 0x800) || (n == 4 && (cp < 0x10000 || cp > 0x10FFFF)))
+        return 0;  // overlong or beyond Unicode
+    if ((cp >= 0xD800 && cp <= 0xDFFF) || cp == 0xFFFE || cp == 0xFFFF)
+        return 0;
+    return n;
+}
+
+// Number of bytes of `text` that belong to no XML character.
+int bad_bytes(const unsigned char *text)
+{
+    int bad = 0;
+    for (const unsigned char *p = text; *p;) {
+        size_t n = xml_char_len(p);
+        if (n == 0) {
+            bad++;
+            n = 1;
+        }
+        p += n;
+    }
+    return bad;
+}
+
+// Text from memory made fit for the document. XML can't carry invalid UTF-8
+// or characters outside its range (controls other than tab, line feed and
+// carriage return; U+FFFE, U+FFFF), and the strict parser refuses a whole
+// file that holds one. Returns `text` itself when it is NULL or fit;
+// otherwise a copy, left in *copy for the caller to xmlFree, with each
+// offending byte written as '?', after the level-5 record
+// "<func>: <name> has %d bytes that XML can't hold, each written as '?'".
+// NULL (for a `text` that isn't) when that copy can't be allocated.
+const char *xml_text(const char *text, const char *func, const char *name, char **copy)
+{
+    *copy = nullptr;
+    if (!text)
+        return nullptr;
+    const unsigned char *in = reinterpret_cast<const unsigned char *>(text);
+    const unsigned char *p = in;  // printable ASCII, the common case, needs no decoding
+    while (*p >= 0x20 && *p < 0x80)
+        p++;
+    if (*p == 0)
+        return text;
+    int bad = bad_bytes(p);
+    if (bad == 0)
+        return text;
+    KV_LOGF(func, 5, "%s: %s has %d bytes that XML can't hold, each written as '?'", func,
+            shown(name), bad);
+    size_t len = std::strlen(text);
+    char *out = static_cast<char *>(xmlMalloc(len + 1));
+    if (!out)
+        return nullptr;
+    for (size_t i = 0; i < len;) {
+        size_t n = xml_char_len(in + i);
+        if (n == 0) {
+            out[i++] = '?';
+            continue;
+        }
+        std::memcpy(out + i, in + i, n);
+        i += n;
+    }
+    out[len] = '\0';
+    *copy = out;
+    return out;
+}
+
+// Gives the fresh element `sub` the text from memory `text` (made fit for
+// XML; NULL: none) and appends it to `xnode`. When that fails, frees `sub`,
+// writes "<func>: <name> bad sub node" at level 4 and returns false.
+bool append_with_text(xmlNode *xnode, xmlNode *sub, const char *text, const char *func,
+                      const char *name)
+{
+    char *copy;
+    const char *fit = xml_text(text, func, name, &copy);
+    bool ok = (fit || !text) && add_text(sub, fit);
+    if (copy)
+        xmlFree(copy);
+    if (!ok) {
+        xmlFreeNode(sub);
+        KV_LOGF(func, 4, "%s: %s bad sub node", func, name);
+        return false;
+    }
+    xmlAddChild(xnode, sub);
+    return true;
+}
+
+// Number of entries a writer converts: `count`, or with a count field the
+// smaller of `count` and the int at `aoffset`.
+int row_entries(void *mem_base, const struct pdesc *pdesc)
+{
+    int n = pdesc->count;
+    if (pdesc->type & PT_F_CIA) {
+        int cia = load_int(at(mem_base, pdesc->aoffset));
+        if (cia < n)
+            n = cia;
+    }
+    return n;
 }
 
 // ---- one shape for the number kinds ------------------------------------------
@@ -187,12 +353,61 @@ int ints2node(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, bool is
     return numbers2node(mem, xnode, pdesc, count, func, shape);
 }
 
-// ---- counted mode ------------------------------------------------------------
+// ---- per-element functions ---------------------------------------------------
 
-// One wrapper with "cnt" per non-empty buffer, each filled by the kind's
-// per-element function with the buffer as its array.
-int cob2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, int n,
-            const struct array_kind *k)
+typedef int (*to_node_fn)(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count);
+
+int uint2node(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count)
+{
+    return ints2node(mem, xnode, pdesc, count, false, "uint2node");
+}
+
+int flot2node(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count)
+{
+    number_shape shape;
+    shape.ints = nullptr;
+    shape.per = pdesc->size == 4 ? 8 : pdesc->size == 8 ? 4 : 0;
+    return numbers2node(mem, xnode, pdesc, count, "flot2node", shape);
+}
+
+int stru2node(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count)
+{
+    char *the_mem = static_cast<char *>(mem);
+    for (int i = 0; i < count; i++, the_mem += pdesc->size) {
+        xmlNode *sub = new_element(pdesc->name);
+        if (!sub) {
+            KV_LOG(4, "stru2node: %s no sub_xnode", pdesc->name);
+            return -1;
+        }
+        KV_LOG(8, "stru2node[%d]:", i);
+        param2xml(the_mem, sub, pdesc->pdesc);
+        xmlAddChild(xnode, sub);
+    }
+    return 0;
+}
+
+// ---- the array frame: direct and counted mode --------------------------------
+
+// The writer's half of the five kinds that share the array frame: the names
+// shown in the trace, the per-element function, and what the frame must
+// know of the kind.
+struct array_writer {
+    const char *func;  // the handler's name, the trace's function
+    const char *text;  // prefix of the message texts
+    to_node_fn to_node;
+    bool via_pointer;  // the direct array lies where a pointer at offset says
+    bool indexed;      // elements carry "idx": row count limited to 9 digits
+};
+
+const array_writer kSintWriter = {"sint2xml", "sint2xml", sint2node, false, true};
+const array_writer kUintWriter = {"uint2xml", "uint2xml", uint2node, false, true};
+const array_writer kFlotWriter = {"flot2xml", "flot2xml", flot2node, false, true};
+const array_writer kStruWriter = {"stru2xml", "stru2xml", stru2node, false, false};
+const array_writer kStruMWriter = {"struM2xml", "stru2xml", stru2node, true, false};
+
+// Counted mode: one wrapper with "cnt" per non-empty buffer, each filled by
+// the kind's per-element function with the buffer as its array.
+int cob2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, int n, const array_writer *w)
 {
     char *ptrs = at(mem_base, pdesc->offset);
     char *cob = at(mem_base, pdesc->boffset);
@@ -200,30 +415,52 @@ int cob2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, int n,
     for (int i = 0; i < n; i++) {
         int c = load_int(cob + static_cast<size_t>(i) * sizeof(int));
         if (c == 0) {
-            KV_LOGF(k->wfunc, 5, "%s: %s count of buffer is zero", k->wtext, pdesc->name);
+            KV_LOGF(w->func, 5, "%s: %s count of buffer is zero", w->text, pdesc->name);
             continue;
         }
         void *buf = load_ptr(ptrs + static_cast<size_t>(i) * sizeof(void *));
         if (c > 0 && !buf) {
-            KV_LOGF(k->wfunc, 4, "%s: %s buffer(%d) is null, skip", k->wtext, pdesc->name, i);
+            KV_LOGF(w->func, 4, "%s: %s buffer(%d) is null, skip", w->text, pdesc->name, i);
             continue;
         }
         if (!number_text(str_cnt, c)) {
-            KV_LOGF(k->wfunc, 4, "%s: %s count of buffer(%d) too long, skip", k->wtext,
+            KV_LOGF(w->func, 4, "%s: %s count of buffer(%d) too long, skip", w->text,
                     pdesc->name, c);
             continue;
         }
         xmlNode *wrapper = new_element(pdesc->name);
         if (!wrapper || !set_attr(wrapper, xStrCnt, str_cnt)) {
             xmlFreeNode(wrapper);
-            KV_LOGF(k->wfunc, 4, "%s: %s bad sub node", k->wtext, pdesc->name);
+            KV_LOGF(w->func, 4, "%s: %s bad sub node", w->text, pdesc->name);
             return -1;
         }
-        KV_LOGF(k->wfunc, 8, "%s: cob %d", k->wtext, c);
-        k->to_node(buf, wrapper, pdesc, c);
+        KV_LOGF(w->func, 8, "%s: cob %d", w->text, c);
+        w->to_node(buf, wrapper, pdesc, c);
         xmlAddChild(xnode, wrapper);
     }
     return 0;
+}
+
+int array2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const array_writer *w)
+{
+    if (w->indexed && pdesc->count > kMaxRowCount) {
+        KV_LOGF(w->func, 4, "%s: %s bad count(%d)", w->text, pdesc->name, pdesc->count);
+        return -1;
+    }
+    int n = row_entries(mem_base, pdesc);
+    KV_LOGF(w->func, 8, "%s: %s[%d]", w->text, pdesc->name, n);
+    if (pdesc->type & PT_F_COB)
+        return cob2xml(mem_base, xnode, pdesc, n, w);
+    KV_LOGF(w->func, 8, "%s: cia %d", w->text, n);
+    void *mem = at(mem_base, pdesc->offset);
+    if (w->via_pointer) {
+        mem = load_ptr(mem);
+        if (!mem && n > 0) {
+            KV_LOGF(w->func, 4, "%s: %s null pointer, skip", w->text, pdesc->name);
+            return -1;
+        }
+    }
+    return w->to_node(mem, xnode, pdesc, n);
 }
 
 // ---- lists -------------------------------------------------------------------
@@ -321,93 +558,41 @@ int lists2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const char *f
     return 0;
 }
 
-}  // namespace
-
-// ---- per-element functions ---------------------------------------------------
-
-int sint2node(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count)
-{
-    return ints2node(mem, xnode, pdesc, count, true, "sint2node");
-}
-
-int uint2node(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count)
-{
-    return ints2node(mem, xnode, pdesc, count, false, "uint2node");
-}
-
-int flot2node(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count)
-{
-    number_shape shape;
-    shape.ints = nullptr;
-    shape.per = pdesc->size == 4 ? 8 : pdesc->size == 8 ? 4 : 0;
-    return numbers2node(mem, xnode, pdesc, count, "flot2node", shape);
-}
-
-int stru2node(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count)
-{
-    char *the_mem = static_cast<char *>(mem);
-    for (int i = 0; i < count; i++, the_mem += pdesc->size) {
-        xmlNode *sub = new_element(pdesc->name);
-        if (!sub) {
-            KV_LOG(4, "stru2node: %s no sub_xnode", pdesc->name);
-            return -1;
-        }
-        KV_LOG(8, "stru2node[%d]:", i);
-        param2xml(the_mem, sub, pdesc->pdesc);
-        xmlAddChild(xnode, sub);
-    }
-    return 0;
-}
-
-// ---- the array frame: direct and counted mode --------------------------------
-
-int array2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const struct array_kind *k)
-{
-    if (k->indexed && pdesc->count > kMaxRowCount) {
-        KV_LOGF(k->wfunc, 4, "%s: %s bad count(%d)", k->wtext, pdesc->name, pdesc->count);
-        return -1;
-    }
-    int n = row_entries(mem_base, pdesc);
-    KV_LOGF(k->wfunc, 8, "%s: %s[%d]", k->wtext, pdesc->name, n);
-    if (pdesc->type & PT_F_COB)
-        return cob2xml(mem_base, xnode, pdesc, n, k);
-    KV_LOGF(k->wfunc, 8, "%s: cia %d", k->wtext, n);
-    void *mem = at(mem_base, pdesc->offset);
-    if (k->via_pointer) {
-        mem = load_ptr(mem);
-        if (!mem && n > 0) {
-            KV_LOGF(k->wfunc, 4, "%s: %s null pointer, skip", k->wtext, pdesc->name);
-            return -1;
-        }
-    }
-    return k->to_node(mem, xnode, pdesc, n);
-}
-
 // ---- handlers ----------------------------------------------------------------
 
 int sint2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
-    return array2xml(mem_base, xnode, pdesc, &kSintKind);
+    return array2xml(mem_base, xnode, pdesc, &kSintWriter);
 }
 
 int uint2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
-    return array2xml(mem_base, xnode, pdesc, &kUintKind);
+    return array2xml(mem_base, xnode, pdesc, &kUintWriter);
 }
 
 int flot2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
-    return array2xml(mem_base, xnode, pdesc, &kFlotKind);
+    return array2xml(mem_base, xnode, pdesc, &kFlotWriter);
 }
 
 int stru2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
-    return array2xml(mem_base, xnode, pdesc, &kStruKind);
+    return array2xml(mem_base, xnode, pdesc, &kStruWriter);
 }
 
 int struM2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
-    return array2xml(mem_base, xnode, pdesc, &kStruMKind);
+    return array2xml(mem_base, xnode, pdesc, &kStruMWriter);
+}
+
+int list2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    return lists2xml(mem_base, xnode, pdesc, "list2xml", list_node2xml);
+}
+
+int vlst2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    return lists2xml(mem_base, xnode, pdesc, "vlst2xml", vlst_node2xml);
 }
 
 int stri2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
@@ -426,24 +611,21 @@ int stri2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
     }
     mem[count - 1] = '\0';
     KV_LOG(8, "stri2xml: %s", mem);
-    char *copy;
-    const char *text = xml_text(mem, "stri2xml", pdesc->name, &copy);
-    bool ok = text && add_text(sub, text);
-    if (copy)
-        xmlFree(copy);
-    if (!ok) {
-        xmlFreeNode(sub);
-        KV_LOG(4, "stri2xml: %s bad sub node", pdesc->name);
-        return -1;
-    }
-    xmlAddChild(xnode, sub);
-    return 0;
+    return append_with_text(xnode, sub, mem, "stri2xml", pdesc->name) ? 0 : -1;
+}
+
+// The item of `table` whose value is `value`; the first item when none is.
+const struct enume *item_of_value(const struct enume *table, int value)
+{
+    const struct enume *item = table;
+    while (item->key && item->value != value)
+        item++;
+    return item->key ? item : table;
 }
 
 int enum2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
     char *mem = at(mem_base, pdesc->offset);
-    const struct enume *table = reinterpret_cast<const struct enume *>(pdesc->aux);
     KV_LOG(8, "enum2xml: %s", pdesc->name);
     if (pdesc->size < sizeof(int)) {  // each value is read as a whole int
         KV_LOG(4, "enum2xml: %s bad size(%zu)", pdesc->name, pdesc->size);
@@ -455,34 +637,67 @@ int enum2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
             KV_LOG(4, "enum2xml: %s bad sub node", pdesc->name);
             return -1;
         }
-        int value = load_int(mem);
-        const struct enume *item = table;
-        while (item->key && item->value != value)
-            item++;
-        if (!item->key)
-            item = table;
+        const struct enume *item =
+            item_of_value(reinterpret_cast<const struct enume *>(pdesc->aux), load_int(mem));
         KV_LOG(8, "enum2xml: %s", shown(item->key));
-        char *copy;
-        const char *text = xml_text(item->key, "enum2xml", pdesc->name, &copy);
-        bool ok = (text || !item->key) && add_text(sub, text);
-        if (copy)
-            xmlFree(copy);
-        if (!ok) {
-            xmlFreeNode(sub);
-            KV_LOG(4, "enum2xml: %s bad sub node", pdesc->name);
+        if (!append_with_text(xnode, sub, item->key, "enum2xml", pdesc->name))
             return -1;
-        }
-        xmlAddChild(xnode, sub);
     }
     return 0;
 }
 
-int list2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+}  // namespace
+
+int sint2node(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count)
 {
-    return lists2xml(mem_base, xnode, pdesc, "list2xml", list_node2xml);
+    return ints2node(mem, xnode, pdesc, count, true, "sint2node");
 }
 
-int vlst2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+bool number_text(char *buf, int v)
 {
-    return lists2xml(mem_base, xnode, pdesc, "vlst2xml", vlst_node2xml);
+    // "%d" by hand: one call per element would otherwise go through printf
+    char text[16];
+    size_t n = 0;
+    unsigned mag = v < 0 ? 0u - static_cast<unsigned>(v) : static_cast<unsigned>(v);
+    do {
+        text[n++] = static_cast<char>('0' + mag % 10);
+        mag /= 10;
+    } while (mag != 0);
+    if (v < 0)
+        text[n++] = '-';
+    size_t kept = n < kNumTextLen ? n : kNumTextLen - 1;  // cut as snprintf cuts
+    for (size_t i = 0; i < kept; i++)
+        buf[i] = text[n - 1 - i];
+    buf[kept] = '\0';
+    return n < kNumTextLen;
+}
+
+// ---- the frame ----------------------------------------------------------------
+
+// Invariant: a table ends at its first row whose type is 0; nothing of that
+// row or of any row behind it is read or written. A row without a name is a
+// bad row (it could neither make nor match an element).
+extern "C" int param2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    for (struct pdesc *row = pdesc; row->type != 0; row++) {
+        if (!row->name) {
+            KV_LOG(4, "param2xml: row without name, type(0x%X)", static_cast<unsigned>(row->type));
+            continue;
+        }
+        switch (row->type & PT_KIND_MASK) {
+        case PT_SINT: sint2xml(mem_base, xnode, row); break;
+        case PT_UINT: uint2xml(mem_base, xnode, row); break;
+        case PT_FLOT: flot2xml(mem_base, xnode, row); break;
+        case PT_STRI: stri2xml(mem_base, xnode, row); break;
+        case PT_ENUM: enum2xml(mem_base, xnode, row); break;
+        case PT_STRU: stru2xml(mem_base, xnode, row); break;
+        case PT_LIST: list2xml(mem_base, xnode, row); break;
+        case PT_VLST: vlst2xml(mem_base, xnode, row); break;
+        case PT_STRUM: struM2xml(mem_base, xnode, row); break;
+        default:
+            KV_LOG(4, "param2xml: %s bad type(0x%X)", row->name, static_cast<unsigned>(row->type));
+            break;
+        }
+    }
+    return 0;
 }
