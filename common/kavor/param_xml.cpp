@@ -5,7 +5,9 @@
 // Invariant: this file calls into no other file of the codec, and each of
 // them may call into it; so the writer (param_xml_write.cpp), the reader
 // (param_xml_read.cpp), the table check (param_xml_check.cpp) and the
-// release walk (param_xml_free.cpp) never depend on one another.
+// release walk (param_xml_free.cpp) never depend on one another. A fact
+// about a kind (whether it takes counted mode or a count field, what its
+// offset addresses, which table it names) is written in kKindInfo alone.
 //
 // Flow: block -> param2xml (writer) -> tree -> file, and back through
 // xml2param (reader); param_xml_check reads a table before use and
@@ -32,6 +34,35 @@ extern "C" void param_xml_trace_init(const char *mod_name, const char *filename,
         return;
     param_xml_trace_h = vorn_mod_trace_init(mod_name, filename, dft_lvl, func);
     has_init = 1;
+}
+
+// kind, writer and its texts, reader and its texts, counted, count field,
+// memory, table, indexed
+const struct kind_info kKindInfo[16] = {
+    {},
+    {PT_SINT, "sint2xml", "sint2xml", "xml2sint", "xml2sint", true, true, KM_VALUES, KT_NONE, true},
+    {PT_UINT, "uint2xml", "uint2xml", "xml2uint", "xml2uint", true, true, KM_VALUES, KT_NONE, true},
+    {PT_FLOT, "flot2xml", "flot2xml", "xml2flot", "xml2flot", true, true, KM_VALUES, KT_NONE, true},
+    {PT_STRI, "stri2xml", "stri2xml", "xml2stri", "xml2stri", false, false, KM_STRING, KT_NONE,
+     false},
+    {PT_ENUM, "enum2xml", "enum2xml", "xml2enum", "xml2enum", false, false, KM_ENUMS, KT_ENUME,
+     false},
+    {PT_STRU, "stru2xml", "stru2xml", "xml2stru", "xml2stru", true, true, KM_VALUES, KT_PDESC,
+     false},
+    {PT_LIST, "list2xml", "list2xml", "xml2list", "xml2list", false, true, KM_HEADS, KT_PDESC,
+     false},
+    {PT_VLST, "vlst2xml", "vlst2xml", "xml2vlst", "xml2vlst", false, true, KM_HEADS, KT_ADESC,
+     false},
+    {PT_STRUM, "struM2xml", "stru2xml", "xml2struM", "xml2stru", true, true, KM_POINTER,
+     KT_PDESC, false},
+};
+
+bool enum_size_ok(const struct pdesc *row, const char *func)
+{
+    if (row->size >= sizeof(int))
+        return true;
+    KV_LOGF(func, 4, "%s: %s bad size(%zu)", func, row->name, row->size);
+    return false;
 }
 
 const struct adesc *find_alternative(const struct adesc *table, const char *type)

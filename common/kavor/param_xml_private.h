@@ -6,9 +6,10 @@
 // (param_xml_read.cpp) each keep their frame, their handlers and their
 // recursion to themselves; the table check (param_xml_check.cpp) and the
 // release walk (param_xml_free.cpp) walk tables on their own. What more than
-// one of them needs lives in param_xml.cpp: the attribute names and the
+// one of them needs lives in param_xml.cpp: the attribute names, the one
+// table of what each kind takes, the size rule of an enumeration, and the
 // lookup of a variant list's alternative. The inline helpers below (block
-// access) are the shared file's too.
+// access, the kind lookup) are the shared file's too.
 //
 // A handler gets (mem_base, xnode, row). A writer handler appends to xnode;
 // a reader handler gets the element that matched the row. Results are
@@ -34,6 +35,70 @@ extern const xmlChar *const xStrTyp;  // "typ"
 constexpr size_t kNumTextLen = 10;
 /// Largest row count whose indices fit kNumTextLen.
 constexpr int kMaxRowCount = 999999999;
+
+/// What `offset` addresses in a direct row of a kind.
+enum kind_memory {
+    KM_VALUES,   ///< `count` elements, `size` bytes each (numbers, structures)
+    KM_STRING,   ///< one character array: `count` bytes to the writer, `size` to the reader
+    KM_ENUMS,    ///< `count` ints, `size` bytes apart
+    KM_POINTER,  ///< a pointer to `count` structures of `size` bytes
+    KM_HEADS,    ///< `count` list heads
+};
+
+/// Which table a row of a kind names besides its own.
+enum kind_table {
+    KT_NONE,
+    KT_PDESC,  ///< `pdesc`: the sub-table of one structure or list node
+    KT_ENUME,  ///< `aux`: the enume table
+    KT_ADESC,  ///< `aux`: the adesc table of a variant list
+};
+
+/// What a row of one kind takes: the one place that says it. The writer,
+/// the reader, the table check and the release walk all read it.
+struct kind_info {
+    int kind;                 ///< PT_SINT ... PT_STRUM
+    const char *writer;       ///< the writer handler's name: the trace's function
+    const char *writer_text;  ///< prefix of the writer's message texts
+    const char *reader;       ///< the reader handler's name
+    const char *reader_text;  ///< prefix of the reader's message texts
+    bool counted;             ///< takes PT_F_COB: buffers of `size`-byte elements
+    bool count_field;         ///< takes PT_F_CIA: an int at `aoffset`
+    enum kind_memory memory;  ///< what the direct row's `offset`, `count`, `size` address
+    enum kind_table table;    ///< the table it names
+    bool indexed;             ///< the writer puts "idx" on its elements: `count`
+                              ///< limited to nine digits
+};
+
+/// The kinds by code (type & PT_KIND_MASK) >> 12; an entry whose `kind` is
+/// 0 stands for a code that is no kind.
+extern const struct kind_info kKindInfo[16];
+
+/// The code of the kind in `type`, 0 to 15: the index of the kind tables.
+inline int kind_code(int type)
+{
+    return (type & PT_KIND_MASK) >> 12;
+}
+
+/// The entry of the kind in `type`; NULL for a value that is no kind.
+inline const struct kind_info *kind_info_of(int type)
+{
+    const struct kind_info *k = &kKindInfo[kind_code(type)];
+    return k->kind != 0 ? k : nullptr;
+}
+
+/// True when `row` is in counted mode: PT_F_COB on a kind that takes it.
+inline bool row_is_counted(const struct pdesc *row)
+{
+    const struct kind_info *k = kind_info_of(row->type);
+    return k && k->counted && (row->type & PT_F_COB);
+}
+
+/// True when `row` has a count field: PT_F_CIA on a kind that takes it.
+inline bool row_has_count_field(const struct pdesc *row)
+{
+    const struct kind_info *k = kind_info_of(row->type);
+    return k && k->count_field && (row->type & PT_F_CIA);
+}
 
 /// Address `off` bytes into `base`.
 inline char *at(void *base, size_t off)
@@ -68,6 +133,11 @@ inline const char *shown(const char *s)
 {
     return s ? s : "(null)";
 }
+
+/// False, with "<func>: <name> bad size(<size>)" at level 4, when the
+/// elements of the PT_ENUM `row` can't each hold an int: both directions
+/// refuse such a row.
+bool enum_size_ok(const struct pdesc *row, const char *func);
 
 /// The first alternative named `type` (xmlStrEqual); NULL at the end item.
 /// `table` must not be NULL.

@@ -10,7 +10,9 @@
 // nodes it allocates (so no pointer in them is ever garbage); what a
 // document doesn't reach in the caller's memory keeps what it held.
 //
-// Flow: xml2param -> xml2<kind> -> (array kinds) xml2array -> direct:
+// Flow: xml2param -> the handler of the matched row's kind: xml2stri,
+// xml2enum, lists_from_xml (PT_LIST, PT_VLST), or xml2array (the five array
+// kinds, named in the trace as xml2sint ... xml2struM) -> direct:
 // node2<kind> with the row's ioa; counted: each element is a wrapper whose
 // "cnt" sizes a new buffer, filled by node2<kind> with the row's iob;
 // structures and list nodes go back into xml2param. The recursion stays in
@@ -47,7 +49,7 @@ bool take_alloc(size_t bytes)
 // With a count field, stores `ioa` into the int at `aoffset`.
 void store_cia(void *mem_base, const struct pdesc *pdesc)
 {
-    if (pdesc->type & PT_F_CIA)
+    if (row_has_count_field(pdesc))
         store_int(at(mem_base, pdesc->aoffset), pdesc->ioa);
 }
 
@@ -239,11 +241,14 @@ void vlst_node_from_xml(zhead_t *head, xmlNode *child, struct pdesc *pdesc)
         xml2param(node, child, alt->pdesc);
 }
 
-// One outer element: the "idx" rule picks the head, which must be empty;
-// each inner element of the row's name becomes a node through read_node.
-int lists_from_xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const char *func,
-                   node_reader read_node)
+// The reader handler of PT_LIST and PT_VLST. One outer element: the "idx"
+// rule picks the head, which must be empty; each inner element of the row's
+// name becomes a node.
+int lists_from_xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
+    const struct kind_info *k = kind_info_of(pdesc->type);
+    const char *func = k->reader;
+    node_reader read_node = k->table == KT_ADESC ? vlst_node_from_xml : list_node_from_xml;
     char *mem = at(mem_base, pdesc->offset);
     KV_LOGF(func, 8, "%s: %s", func, pdesc->name);
     if (!take_index(xnode, func, func, pdesc->name, pdesc->count, &pdesc->ioa))
@@ -296,29 +301,19 @@ int node2stru(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, int *id
 
 // ---- the array frame: direct and counted mode --------------------------------
 
-// The reader's half of the five kinds that share the array frame: the names
-// shown in the trace, the per-element function, and what the frame must
-// know of the kind.
-struct array_reader {
-    const char *func;  // the handler's name, the trace's function
-    const char *text;  // prefix of the message texts
-    from_node_fn from_node;
-    bool via_pointer;  // the direct array lies where a pointer at offset says
-};
-
-const array_reader kSintReader = {"xml2sint", "xml2sint", node2sint, false};
-const array_reader kUintReader = {"xml2uint", "xml2uint", node2uint, false};
-const array_reader kFlotReader = {"xml2flot", "xml2flot", node2flot, false};
-const array_reader kStruReader = {"xml2stru", "xml2stru", node2stru, false};
-const array_reader kStruMReader = {"xml2struM", "xml2stru", node2stru, true};
+// The reader's half of the kinds table: the per-element function of each
+// kind that shares the array frame, by kind code. The rest of what a kind
+// takes, its handler's name included, is in kKindInfo.
+const from_node_fn kFromNode[16] = {nullptr, node2sint, node2uint, node2flot, nullptr,
+                                    nullptr, node2stru, nullptr,   nullptr,   node2stru};
 
 // Element count of a new buffer from its "cnt"; false (with a message) for a
 // count that can't size a buffer of that many elements.
-bool buffer_count_ok(int entry, const struct pdesc *pdesc, const array_reader *r)
+bool buffer_count_ok(int entry, const struct pdesc *pdesc, const kind_info *k)
 {
     if (entry < 0 || pdesc->size == 0 ||
         static_cast<size_t>(entry) > SIZE_MAX / pdesc->size) {
-        KV_LOGF(r->func, 4, "%s: %s bad count of buffer(%d)", r->text, pdesc->name, entry);
+        KV_LOGF(k->reader, 4, "%s: %s bad count of buffer(%d)", k->reader_text, pdesc->name, entry);
         return false;
     }
     return true;
@@ -326,39 +321,39 @@ bool buffer_count_ok(int entry, const struct pdesc *pdesc, const array_reader *r
 
 // One wrapper: its "cnt" sizes a new buffer at entry ioa, its inner elements
 // of the row's name fill it through the kind's per-element function.
-int xml2cob(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const array_reader *r)
+int xml2cob(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const kind_info *k)
 {
-    if (!take_index(xnode, r->func, r->text, pdesc->name, pdesc->count, &pdesc->ioa))
+    if (!take_index(xnode, k->reader, k->reader_text, pdesc->name, pdesc->count, &pdesc->ioa))
         return -1;
     char *cob_entry = at(mem_base, pdesc->boffset + sizeof(int) * static_cast<size_t>(pdesc->ioa));
     char *ptr_entry = at(mem_base, pdesc->offset + sizeof(void *) * static_cast<size_t>(pdesc->ioa));
     xmlChar *cnt = xmlGetProp(xnode, xStrCnt);
     if (!cnt) {
-        KV_LOGF(r->func, 4, "%s: %s no count of buffer", r->text, pdesc->name);
+        KV_LOGF(k->reader, 4, "%s: %s no count of buffer", k->reader_text, pdesc->name);
         return -1;
     }
     int entry = std::atoi(reinterpret_cast<const char *>(cnt));
     xmlFree(cnt);
-    if (entry != 0 && !buffer_count_ok(entry, pdesc, r)) {
+    if (entry != 0 && !buffer_count_ok(entry, pdesc, k)) {
         store_int(cob_entry, 0);  // the entry then says: no buffer
         return -1;
     }
     if (entry != 0 && !take_alloc(static_cast<size_t>(entry) * pdesc->size)) {
-        KV_LOGF(r->func, 4, "%s: %s count of buffer(%d) over the reader's limit", r->text,
+        KV_LOGF(k->reader, 4, "%s: %s count of buffer(%d) over the reader's limit", k->reader_text,
                 pdesc->name, entry);
         store_int(cob_entry, 0);
         return -1;
     }
     store_int(cob_entry, entry);
     if (entry == 0) {
-        KV_LOGF(r->func, 4, "%s: %s count of buffer is zero", r->text, pdesc->name);
+        KV_LOGF(k->reader, 4, "%s: %s count of buffer is zero", k->reader_text, pdesc->name);
         return -1;
     }
-    KV_LOGF(r->func, 8, "%s: xmlMalloc: %d * %zu", r->text, entry, pdesc->size);
+    KV_LOGF(k->reader, 8, "%s: xmlMalloc: %d * %zu", k->reader_text, entry, pdesc->size);
     void *buf = xmlMalloc(static_cast<size_t>(entry) * pdesc->size);
     store_ptr(ptr_entry, buf);
     if (!buf) {
-        KV_LOGF(r->func, 4, "%s: %s malloc failed", r->text, pdesc->name);
+        KV_LOGF(k->reader, 4, "%s: %s malloc failed", k->reader_text, pdesc->name);
         return -1;
     }
     // Zeroed: structures in it may hold list heads and buffer pointers that no
@@ -368,69 +363,36 @@ int xml2cob(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const array_rea
     for (xmlNode *child = xnode->children; child; child = child->next) {
         if (!xmlStrEqual(child->name, BAD_CAST pdesc->name))
             continue;
-        KV_LOGF(r->func, 8, "%s: cob %d", r->text, entry);
-        r->from_node(buf, child, pdesc, entry, &pdesc->iob);
+        KV_LOGF(k->reader, 8, "%s: cob %d", k->reader_text, entry);
+        kFromNode[kind_code(pdesc->type)](buf, child, pdesc, entry, &pdesc->iob);
     }
     pdesc->ioa++;
     store_cia(mem_base, pdesc);
     return 0;
 }
 
-int xml2array(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const array_reader *r)
+// The reader handler of PT_SINT, PT_UINT, PT_FLOT, PT_STRU and PT_STRUM.
+int xml2array(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
-    KV_LOGF(r->func, 8, "%s: %s", r->text, pdesc->name);
-    if (pdesc->type & PT_F_COB)
-        return xml2cob(mem_base, xnode, pdesc, r);
-    KV_LOGF(r->func, 8, "%s: cia %d", r->text, pdesc->count);
+    const struct kind_info *k = kind_info_of(pdesc->type);
+    KV_LOGF(k->reader, 8, "%s: %s", k->reader_text, pdesc->name);
+    if (row_is_counted(pdesc))
+        return xml2cob(mem_base, xnode, pdesc, k);
+    KV_LOGF(k->reader, 8, "%s: cia %d", k->reader_text, pdesc->count);
     void *mem = at(mem_base, pdesc->offset);
-    if (r->via_pointer) {
+    if (k->memory == KM_POINTER) {
         mem = load_ptr(mem);
         if (!mem) {
-            KV_LOGF(r->func, 4, "%s: %s null pointer, ignore", r->text, pdesc->name);
+            KV_LOGF(k->reader, 4, "%s: %s null pointer, ignore", k->reader_text, pdesc->name);
             return -1;
         }
     }
-    int ret = r->from_node(mem, xnode, pdesc, pdesc->count, &pdesc->ioa);
+    int ret = kFromNode[kind_code(pdesc->type)](mem, xnode, pdesc, pdesc->count, &pdesc->ioa);
     store_cia(mem_base, pdesc);
     return ret;
 }
 
 // ---- handlers ----------------------------------------------------------------
-
-int xml2sint(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return xml2array(mem_base, xnode, pdesc, &kSintReader);
-}
-
-int xml2uint(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return xml2array(mem_base, xnode, pdesc, &kUintReader);
-}
-
-int xml2flot(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return xml2array(mem_base, xnode, pdesc, &kFlotReader);
-}
-
-int xml2stru(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return xml2array(mem_base, xnode, pdesc, &kStruReader);
-}
-
-int xml2struM(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return xml2array(mem_base, xnode, pdesc, &kStruMReader);
-}
-
-int xml2list(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return lists_from_xml(mem_base, xnode, pdesc, "xml2list", list_node_from_xml);
-}
-
-int xml2vlst(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return lists_from_xml(mem_base, xnode, pdesc, "xml2vlst", vlst_node_from_xml);
-}
 
 int xml2stri(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
@@ -455,10 +417,8 @@ int xml2enum(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
     char *mem = at(mem_base, pdesc->offset);
     const struct enume *table = reinterpret_cast<const struct enume *>(pdesc->aux);
     KV_LOG(8, "xml2enum: %s", pdesc->name);
-    if (pdesc->size < sizeof(int)) {  // each value is stored as a whole int
-        KV_LOG(4, "xml2enum: %s bad size(%zu)", pdesc->name, pdesc->size);
+    if (!enum_size_ok(pdesc, "xml2enum"))  // each value is stored as a whole int
         return -1;
-    }
     if (!take_index(xnode, "xml2enum", "xml2enum", pdesc->name, pdesc->count, &pdesc->ioa))
         return -1;
     char *the_mem = mem + pdesc->size * static_cast<size_t>(pdesc->ioa);
@@ -555,15 +515,12 @@ extern "C" int xml2param(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
             continue;
         }
         switch (row->type & PT_KIND_MASK) {
-        case PT_SINT: xml2sint(mem_base, child, row); break;
-        case PT_UINT: xml2uint(mem_base, child, row); break;
-        case PT_FLOT: xml2flot(mem_base, child, row); break;
+        case PT_SINT: case PT_UINT: case PT_FLOT: case PT_STRU: case PT_STRUM:
+            xml2array(mem_base, child, row);
+            break;
         case PT_STRI: xml2stri(mem_base, child, row); break;
         case PT_ENUM: xml2enum(mem_base, child, row); break;
-        case PT_STRU: xml2stru(mem_base, child, row); break;
-        case PT_LIST: xml2list(mem_base, child, row); break;
-        case PT_VLST: xml2vlst(mem_base, child, row); break;
-        case PT_STRUM: xml2struM(mem_base, child, row); break;
+        case PT_LIST: case PT_VLST: lists_from_xml(mem_base, child, row); break;
         default:
             KV_LOG(4, "xml2param: %s bad type(0x%X)", row->name, static_cast<unsigned>(row->type));
             break;

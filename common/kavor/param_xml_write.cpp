@@ -13,9 +13,11 @@
 // byte, any other byte as '?' with a level-5 record, so one bad string never
 // makes the strict parser refuse the whole file.
 //
-// Flow: param2xml -> <kind>2xml -> (array kinds) array2xml -> direct:
-// <kind>2node, counted: one "cnt" wrapper per buffer, each filled by
-// <kind>2node; structures and list nodes go back into param2xml. The recursion stays in this file; of the
+// Flow: param2xml -> the handler of the row's kind: stri2xml, enum2xml,
+// lists2xml (PT_LIST, PT_VLST), or array2xml (the five array kinds, named in
+// the trace as sint2xml ... struM2xml) -> direct: <kind>2node, counted: one
+// "cnt" wrapper per buffer, each filled by <kind>2node; structures and list
+// nodes go back into param2xml. The recursion stays in this file; of the
 // codec it uses only param_xml.cpp.
 #include <cstdio>
 #include <cstring>
@@ -287,7 +289,7 @@ bool append_with_text(xmlNode *xnode, xmlNode *sub, const char *text, const char
 int row_entries(void *mem_base, const struct pdesc *pdesc)
 {
     int n = pdesc->count;
-    if (pdesc->type & PT_F_CIA) {
+    if (row_has_count_field(pdesc)) {
         int cia = load_int(at(mem_base, pdesc->aoffset));
         if (cia < n)
             n = cia;
@@ -388,26 +390,15 @@ int stru2node(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count)
 
 // ---- the array frame: direct and counted mode --------------------------------
 
-// The writer's half of the five kinds that share the array frame: the names
-// shown in the trace, the per-element function, and what the frame must
-// know of the kind.
-struct array_writer {
-    const char *func;  // the handler's name, the trace's function
-    const char *text;  // prefix of the message texts
-    to_node_fn to_node;
-    bool via_pointer;  // the direct array lies where a pointer at offset says
-    bool indexed;      // elements carry "idx": row count limited to 9 digits
-};
-
-const array_writer kSintWriter = {"sint2xml", "sint2xml", sint2node, false, true};
-const array_writer kUintWriter = {"uint2xml", "uint2xml", uint2node, false, true};
-const array_writer kFlotWriter = {"flot2xml", "flot2xml", flot2node, false, true};
-const array_writer kStruWriter = {"stru2xml", "stru2xml", stru2node, false, false};
-const array_writer kStruMWriter = {"struM2xml", "stru2xml", stru2node, true, false};
+// The writer's half of the kinds table: the per-element function of each
+// kind that shares the array frame, by kind code. The rest of what a kind
+// takes, its handler's name included, is in kKindInfo.
+const to_node_fn kToNode[16] = {nullptr, sint2node, uint2node, flot2node, nullptr,
+                                nullptr, stru2node, nullptr,   nullptr,   stru2node};
 
 // Counted mode: one wrapper with "cnt" per non-empty buffer, each filled by
 // the kind's per-element function with the buffer as its array.
-int cob2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, int n, const array_writer *w)
+int cob2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, int n, const kind_info *k)
 {
     char *ptrs = at(mem_base, pdesc->offset);
     char *cob = at(mem_base, pdesc->boffset);
@@ -415,52 +406,54 @@ int cob2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, int n, const ar
     for (int i = 0; i < n; i++) {
         int c = load_int(cob + static_cast<size_t>(i) * sizeof(int));
         if (c == 0) {
-            KV_LOGF(w->func, 5, "%s: %s count of buffer is zero", w->text, pdesc->name);
+            KV_LOGF(k->writer, 5, "%s: %s count of buffer is zero", k->writer_text, pdesc->name);
             continue;
         }
         void *buf = load_ptr(ptrs + static_cast<size_t>(i) * sizeof(void *));
         if (c > 0 && !buf) {
-            KV_LOGF(w->func, 4, "%s: %s buffer(%d) is null, skip", w->text, pdesc->name, i);
+            KV_LOGF(k->writer, 4, "%s: %s buffer(%d) is null, skip", k->writer_text, pdesc->name, i);
             continue;
         }
         if (!number_text(str_cnt, c)) {
-            KV_LOGF(w->func, 4, "%s: %s count of buffer(%d) too long, skip", w->text,
+            KV_LOGF(k->writer, 4, "%s: %s count of buffer(%d) too long, skip", k->writer_text,
                     pdesc->name, c);
             continue;
         }
         xmlNode *wrapper = new_element(pdesc->name);
         if (!wrapper || !set_attr(wrapper, xStrCnt, str_cnt)) {
             xmlFreeNode(wrapper);
-            KV_LOGF(w->func, 4, "%s: %s bad sub node", w->text, pdesc->name);
+            KV_LOGF(k->writer, 4, "%s: %s bad sub node", k->writer_text, pdesc->name);
             return -1;
         }
-        KV_LOGF(w->func, 8, "%s: cob %d", w->text, c);
-        w->to_node(buf, wrapper, pdesc, c);
+        KV_LOGF(k->writer, 8, "%s: cob %d", k->writer_text, c);
+        kToNode[kind_code(pdesc->type)](buf, wrapper, pdesc, c);
         xmlAddChild(xnode, wrapper);
     }
     return 0;
 }
 
-int array2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const array_writer *w)
+// The writer handler of PT_SINT, PT_UINT, PT_FLOT, PT_STRU and PT_STRUM.
+int array2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
-    if (w->indexed && pdesc->count > kMaxRowCount) {
-        KV_LOGF(w->func, 4, "%s: %s bad count(%d)", w->text, pdesc->name, pdesc->count);
+    const struct kind_info *k = kind_info_of(pdesc->type);
+    if (k->indexed && pdesc->count > kMaxRowCount) {
+        KV_LOGF(k->writer, 4, "%s: %s bad count(%d)", k->writer_text, pdesc->name, pdesc->count);
         return -1;
     }
     int n = row_entries(mem_base, pdesc);
-    KV_LOGF(w->func, 8, "%s: %s[%d]", w->text, pdesc->name, n);
-    if (pdesc->type & PT_F_COB)
-        return cob2xml(mem_base, xnode, pdesc, n, w);
-    KV_LOGF(w->func, 8, "%s: cia %d", w->text, n);
+    KV_LOGF(k->writer, 8, "%s: %s[%d]", k->writer_text, pdesc->name, n);
+    if (row_is_counted(pdesc))
+        return cob2xml(mem_base, xnode, pdesc, n, k);
+    KV_LOGF(k->writer, 8, "%s: cia %d", k->writer_text, n);
     void *mem = at(mem_base, pdesc->offset);
-    if (w->via_pointer) {
+    if (k->memory == KM_POINTER) {
         mem = load_ptr(mem);
         if (!mem && n > 0) {
-            KV_LOGF(w->func, 4, "%s: %s null pointer, skip", w->text, pdesc->name);
+            KV_LOGF(k->writer, 4, "%s: %s null pointer, skip", k->writer_text, pdesc->name);
             return -1;
         }
     }
-    return w->to_node(mem, xnode, pdesc, n);
+    return kToNode[kind_code(pdesc->type)](mem, xnode, pdesc, n);
 }
 
 // ---- lists -------------------------------------------------------------------
@@ -529,11 +522,13 @@ node_result vlst_node2xml(struct znode *node, xmlNode *outer, struct pdesc *pdes
     return kNodeWritten;
 }
 
-// One outer element per head, one inner element per node, for both list
-// kinds; `func` names the handler in the trace and its message texts.
-int lists2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const char *func,
-              node_writer write_node)
+// The writer handler of PT_LIST and PT_VLST: one outer element per head, one
+// inner element per node.
+int lists2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
+    const struct kind_info *k = kind_info_of(pdesc->type);
+    const char *func = k->writer;
+    node_writer write_node = k->table == KT_ADESC ? vlst_node2xml : list_node2xml;
     char *mem = at(mem_base, pdesc->offset);
     int n = row_entries(mem_base, pdesc);
     KV_LOGF(func, 8, "%s: %s[%d]", func, pdesc->name, n);
@@ -559,41 +554,6 @@ int lists2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const char *f
 }
 
 // ---- handlers ----------------------------------------------------------------
-
-int sint2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return array2xml(mem_base, xnode, pdesc, &kSintWriter);
-}
-
-int uint2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return array2xml(mem_base, xnode, pdesc, &kUintWriter);
-}
-
-int flot2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return array2xml(mem_base, xnode, pdesc, &kFlotWriter);
-}
-
-int stru2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return array2xml(mem_base, xnode, pdesc, &kStruWriter);
-}
-
-int struM2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return array2xml(mem_base, xnode, pdesc, &kStruMWriter);
-}
-
-int list2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return lists2xml(mem_base, xnode, pdesc, "list2xml", list_node2xml);
-}
-
-int vlst2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return lists2xml(mem_base, xnode, pdesc, "vlst2xml", vlst_node2xml);
-}
 
 int stri2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
@@ -627,10 +587,8 @@ int enum2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
     char *mem = at(mem_base, pdesc->offset);
     KV_LOG(8, "enum2xml: %s", pdesc->name);
-    if (pdesc->size < sizeof(int)) {  // each value is read as a whole int
-        KV_LOG(4, "enum2xml: %s bad size(%zu)", pdesc->name, pdesc->size);
+    if (!enum_size_ok(pdesc, "enum2xml"))  // each value is read as a whole int
         return -1;
-    }
     for (int i = 0; i < pdesc->count; i++, mem += pdesc->size) {
         xmlNode *sub = new_element(pdesc->name);
         if (!sub) {
@@ -685,15 +643,12 @@ extern "C" int param2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
             continue;
         }
         switch (row->type & PT_KIND_MASK) {
-        case PT_SINT: sint2xml(mem_base, xnode, row); break;
-        case PT_UINT: uint2xml(mem_base, xnode, row); break;
-        case PT_FLOT: flot2xml(mem_base, xnode, row); break;
+        case PT_SINT: case PT_UINT: case PT_FLOT: case PT_STRU: case PT_STRUM:
+            array2xml(mem_base, xnode, row);
+            break;
         case PT_STRI: stri2xml(mem_base, xnode, row); break;
         case PT_ENUM: enum2xml(mem_base, xnode, row); break;
-        case PT_STRU: stru2xml(mem_base, xnode, row); break;
-        case PT_LIST: list2xml(mem_base, xnode, row); break;
-        case PT_VLST: vlst2xml(mem_base, xnode, row); break;
-        case PT_STRUM: struM2xml(mem_base, xnode, row); break;
+        case PT_LIST: case PT_VLST: lists2xml(mem_base, xnode, row); break;
         default:
             KV_LOG(4, "param2xml: %s bad type(0x%X)", row->name, static_cast<unsigned>(row->type));
             break;
