@@ -220,14 +220,8 @@ bool named_before(const Item *items, int i, const char *Item::*name)
     return false;
 }
 
-// What one item adds to the reasons of its table: an enumeration item
-// nothing more, an alternative its sub-table.
-int check_item(Checker &, const struct enume &, const char *, int)
-{
-    return 0;
-}
-
-int check_item(Checker &c, const struct adesc &alt, const char *path, int row)
+// What an alternative adds to the reasons of its table: its sub-table.
+int check_alternative(Checker &c, const struct adesc &alt, const char *path, int row)
 {
     char sub_path[256];
     if (snprintf(sub_path, sizeof(sub_path), "%s<%s>", path, alt.name) < 0)
@@ -237,10 +231,11 @@ int check_item(Checker &c, const struct adesc &alt, const char *path, int row)
 
 // An enume or adesc table (`what`), each checked once: present (else the
 // reason `missing`), with an item, each item's name (the member `name`,
-// called `called` in a record) once, and what each item adds.
+// called `called` in a record) once, and each item by `check_one` if any.
 template <typename Item>
 int check_items(Checker &c, const Item *items, const char *Item::*name, const char *what,
-                const char *called, const char *missing, const char *path, int row)
+                const char *called, const char *missing, const char *path, int row,
+                int (*check_one)(Checker &, const Item &, const char *, int))
 {
     if (items == nullptr) {
         report(path, row, "%s", missing);
@@ -262,7 +257,8 @@ int check_items(Checker &c, const Item *items, const char *Item::*name, const ch
             report(path, row, "%s %s \"%s\" stands twice", what, called, items[i].*name);
             reasons++;
         }
-        reasons += check_item(c, items[i], path, row);
+        if (check_one != nullptr)
+            reasons += check_one(c, items[i], path, row);
     }
     return reasons;
 }
@@ -357,12 +353,15 @@ int check_row(Checker &c, const struct pdesc *table, int i, const char *path)
         break;
     }
     case KT_ENUME:
-        reasons += check_items(c, reinterpret_cast<const struct enume *>(r.aux), &enume::key,
-                               "enume", "key", "enumeration without an enume table", path, i);
+        reasons += check_items<struct enume>(c, reinterpret_cast<const struct enume *>(r.aux),
+                                             &enume::key, "enume", "key",
+                                             "enumeration without an enume table", path, i,
+                                             nullptr);
         break;
     case KT_ADESC:
         reasons += check_items(c, reinterpret_cast<const struct adesc *>(r.aux), &adesc::name,
-                               "adesc", "name", "variant list without an adesc table", path, i);
+                               "adesc", "name", "variant list without an adesc table", path, i,
+                               check_alternative);
         break;
     case KT_NONE:
         break;
@@ -396,7 +395,8 @@ void walk_table(Checker &c, const struct pdesc *table, const char *path)
 }
 
 // In-place structures: a chain of direct rows of structures held in the
-// walked structure itself (PT_STRU) that comes back to a table on the chain. `up` links the tables of the chain on the C stack.
+// walked structure itself (PT_STRU) that comes back to a table on the
+// chain. `up` links the tables of the chain on the C stack.
 struct Chain {
     const struct pdesc *table;
     const Chain *up;

@@ -78,7 +78,7 @@ extern "C" void param_xml_free(void *mem_base, struct pdesc *pdesc)
     for (struct pdesc *row = pdesc; row->type != 0; row++) {
         const struct kind_info *k = kind_info_of(row->type);
         if (!k) {
-            KV_LOG(4, "param_xml_free: %s bad type(0x%X)", shown(row->name),
+            KV_LOG(4, "param_xml_free: %s bad type(0x%X)", text_or_null(row->name),
                    static_cast<unsigned>(row->type));
             continue;
         }

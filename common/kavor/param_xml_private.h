@@ -129,7 +129,7 @@ inline void store_ptr(void *p, void *v)
 }
 
 /// `s`, or "(null)" for a NULL `s`: a string fit for "%s".
-inline const char *shown(const char *s)
+inline const char *text_or_null(const char *s)
 {
     return s ? s : "(null)";
 }

@@ -11,7 +11,7 @@
 // document doesn't reach in the caller's memory keeps what it held.
 //
 // Flow: xml2param -> the handler of the matched row's kind: xml2stri,
-// xml2enum, lists_from_xml (PT_LIST, PT_VLST), or xml2array (the five array
+// xml2enum, xml2lists (PT_LIST, PT_VLST), or xml2array (the five array
 // kinds, named in the trace as xml2sint ... xml2struM) -> direct:
 // node2<kind> with the row's ioa; counted: each element is a wrapper whose
 // "cnt" sizes a new buffer, filled by node2<kind> with the row's iob;
@@ -47,7 +47,7 @@ bool take_alloc(size_t bytes)
 // ---- what every kind's reader shares ------------------------------------------
 
 // With a count field, stores `ioa` into the int at `aoffset`.
-void store_cia(void *mem_base, const struct pdesc *pdesc)
+void store_count_field(void *mem_base, const struct pdesc *pdesc)
 {
     if (row_has_count_field(pdesc))
         store_int(at(mem_base, pdesc->aoffset), pdesc->ioa);
@@ -212,14 +212,14 @@ void *new_list_node(zhead_t *head, size_t size, const char *name_of_type, const 
     return node;
 }
 
-void list_node_from_xml(zhead_t *head, xmlNode *child, struct pdesc *pdesc)
+void xml2list_node(zhead_t *head, xmlNode *child, struct pdesc *pdesc)
 {
     void *node = new_list_node(head, pdesc->size, nullptr, "xml2list", pdesc->name);
     if (node)
         xml2param(node, child, pdesc->pdesc);
 }
 
-void vlst_node_from_xml(zhead_t *head, xmlNode *child, struct pdesc *pdesc)
+void xml2vlst_node(zhead_t *head, xmlNode *child, struct pdesc *pdesc)
 {
     xmlChar *type_name = xmlGetProp(child, xStrTyp);
     if (!type_name) {
@@ -244,11 +244,11 @@ void vlst_node_from_xml(zhead_t *head, xmlNode *child, struct pdesc *pdesc)
 // The reader handler of PT_LIST and PT_VLST. One outer element: the "idx"
 // rule picks the head, which must be empty; each inner element of the row's
 // name becomes a node.
-int lists_from_xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+int xml2lists(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
     const struct kind_info *k = kind_info_of(pdesc->type);
     const char *func = k->reader;
-    node_reader read_node = k->table == KT_ADESC ? vlst_node_from_xml : list_node_from_xml;
+    node_reader read_node = k->table == KT_ADESC ? xml2vlst_node : xml2list_node;
     char *mem = at(mem_base, pdesc->offset);
     KV_LOGF(func, 8, "%s: %s", func, pdesc->name);
     if (!take_index(xnode, func, func, pdesc->name, pdesc->count, &pdesc->ioa))
@@ -263,7 +263,7 @@ int lists_from_xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
     for (xmlNode *child = xnode->children; child; child = child->next)
         if (xmlStrEqual(child->name, BAD_CAST pdesc->name))
             read_node(head, child, pdesc);
-    store_cia(mem_base, pdesc);
+    store_count_field(mem_base, pdesc);
     return 0;
 }
 
@@ -367,7 +367,7 @@ int xml2cob(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const kind_info
         kFromNode[kind_code(pdesc->type)](buf, child, pdesc, entry, &pdesc->iob);
     }
     pdesc->ioa++;
-    store_cia(mem_base, pdesc);
+    store_count_field(mem_base, pdesc);
     return 0;
 }
 
@@ -388,7 +388,7 @@ int xml2array(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
         }
     }
     int ret = kFromNode[kind_code(pdesc->type)](mem, xnode, pdesc, pdesc->count, &pdesc->ioa);
-    store_cia(mem_base, pdesc);
+    store_count_field(mem_base, pdesc);
     return ret;
 }
 
@@ -432,7 +432,7 @@ int xml2enum(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
         item++;
     xmlFree(ctnt);
     store_int(the_mem, item->value);
-    KV_LOG(8, "xml2enum[%d]: %d(\"%s\")", pdesc->ioa, item->value, shown(item->key));
+    KV_LOG(8, "xml2enum[%d]: %d(\"%s\")", pdesc->ioa, item->value, text_or_null(item->key));
     pdesc->ioa++;
     return 0;
 }
@@ -511,7 +511,8 @@ extern "C" int xml2param(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
         struct pdesc *row = row_named(pdesc, child->name);
         if (!row) {
             if (!xmlStrEqual(child->name, BAD_CAST "text"))
-                KV_LOG(5, "no mark in param is \"%s\"", shown(reinterpret_cast<const char *>(child->name)));
+                KV_LOG(5, "no mark in param is \"%s\"",
+                       text_or_null(reinterpret_cast<const char *>(child->name)));
             continue;
         }
         switch (row->type & PT_KIND_MASK) {
@@ -520,7 +521,7 @@ extern "C" int xml2param(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
             break;
         case PT_STRI: xml2stri(mem_base, child, row); break;
         case PT_ENUM: xml2enum(mem_base, child, row); break;
-        case PT_LIST: case PT_VLST: lists_from_xml(mem_base, child, row); break;
+        case PT_LIST: case PT_VLST: xml2lists(mem_base, child, row); break;
         default:
             KV_LOG(4, "xml2param: %s bad type(0x%X)", row->name, static_cast<unsigned>(row->type));
             break;

@@ -9,7 +9,7 @@
 // element whose values a reader would put in the wrong place. The writer
 // reads the block and the lists; its only store is the 0 byte that ends each
 // string field. Text taken from memory (strings, enumeration keys, "typ")
-// passes xml_text first: valid UTF-8 of XML characters goes out byte for
+// passes xml_fit_text first: valid UTF-8 of XML characters goes out byte for
 // byte, any other byte as '?' with a level-5 record, so one bad string never
 // makes the strict parser refuse the whole file.
 //
@@ -86,7 +86,7 @@ char *put_group(char *p, const char *mem, int from, int to)
 }
 
 template <typename T>
-group_fn group_for(int fmt)
+group_fn int_formatter(int fmt)
 {
     if (std::is_signed<T>::value)
         return put_group<T, 10, false>;
@@ -99,13 +99,13 @@ group_fn group_for(int fmt)
 
 // Values per element of a width, with its formatter in *fn; 0 and NULL for
 // an unsupported width.
-int int_group(size_t size, bool is_signed, int fmt, group_fn *fn)
+int int_group_size(size_t size, bool is_signed, int fmt, group_fn *fn)
 {
     switch (size) {
-    case 1: *fn = is_signed ? group_for<int8_t>(fmt) : group_for<uint8_t>(fmt); return 16;
-    case 2: *fn = is_signed ? group_for<int16_t>(fmt) : group_for<uint16_t>(fmt); return 16;
-    case 4: *fn = is_signed ? group_for<int32_t>(fmt) : group_for<uint32_t>(fmt); return 8;
-    case 8: *fn = is_signed ? group_for<int64_t>(fmt) : group_for<uint64_t>(fmt); return 4;
+    case 1: *fn = is_signed ? int_formatter<int8_t>(fmt) : int_formatter<uint8_t>(fmt); return 16;
+    case 2: *fn = is_signed ? int_formatter<int16_t>(fmt) : int_formatter<uint16_t>(fmt); return 16;
+    case 4: *fn = is_signed ? int_formatter<int32_t>(fmt) : int_formatter<uint32_t>(fmt); return 8;
+    case 8: *fn = is_signed ? int_formatter<int64_t>(fmt) : int_formatter<uint64_t>(fmt); return 4;
     default: *fn = nullptr; return 0;
     }
 }
@@ -208,7 +208,7 @@ size_t xml_char_len(const unsigned char *p)
 }
 
 // Number of bytes of `text` that belong to no XML character.
-int bad_bytes(const unsigned char *text)
+int count_bad_bytes(const unsigned char *text)
 {
     int bad = 0;
     for (const unsigned char *p = text; *p;) {
@@ -230,7 +230,7 @@ int bad_bytes(const unsigned char *text)
 // offending byte written as '?', after the level-5 record
 // "<func>: <name> has %d bytes that XML can't hold, each written as '?'".
 // NULL (for a `text` that isn't) when that copy can't be allocated.
-const char *xml_text(const char *text, const char *func, const char *name, char **copy)
+const char *xml_fit_text(const char *text, const char *func, const char *name, char **copy)
 {
     *copy = nullptr;
     if (!text)
@@ -241,11 +241,11 @@ const char *xml_text(const char *text, const char *func, const char *name, char 
         p++;
     if (*p == 0)
         return text;
-    int bad = bad_bytes(p);
+    int bad = count_bad_bytes(p);
     if (bad == 0)
         return text;
     KV_LOGF(func, 5, "%s: %s has %d bytes that XML can't hold, each written as '?'", func,
-            shown(name), bad);
+            text_or_null(name), bad);
     size_t len = std::strlen(text);
     char *out = static_cast<char *>(xmlMalloc(len + 1));
     if (!out)
@@ -271,7 +271,7 @@ bool append_with_text(xmlNode *xnode, xmlNode *sub, const char *text, const char
                       const char *name)
 {
     char *copy;
-    const char *fit = xml_text(text, func, name, &copy);
+    const char *fit = xml_fit_text(text, func, name, &copy);
     bool ok = (fit || !text) && add_text(sub, fit);
     if (copy)
         xmlFree(copy);
@@ -286,7 +286,7 @@ bool append_with_text(xmlNode *xnode, xmlNode *sub, const char *text, const char
 
 // Number of entries a writer converts: `count`, or with a count field the
 // smaller of `count` and the int at `aoffset`.
-int row_entries(void *mem_base, const struct pdesc *pdesc)
+int entries_to_write(void *mem_base, const struct pdesc *pdesc)
 {
     int n = pdesc->count;
     if (row_has_count_field(pdesc)) {
@@ -351,7 +351,7 @@ int ints2node(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, bool is
               const char *func)
 {
     number_shape shape;
-    shape.per = int_group(pdesc->size, is_signed, pdesc->type & PT_FMT_MASK, &shape.ints);
+    shape.per = int_group_size(pdesc->size, is_signed, pdesc->type & PT_FMT_MASK, &shape.ints);
     return numbers2node(mem, xnode, pdesc, count, func, shape);
 }
 
@@ -440,7 +440,7 @@ int array2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
         KV_LOGF(k->writer, 4, "%s: %s bad count(%d)", k->writer_text, pdesc->name, pdesc->count);
         return -1;
     }
-    int n = row_entries(mem_base, pdesc);
+    int n = entries_to_write(mem_base, pdesc);
     KV_LOGF(k->writer, 8, "%s: %s[%d]", k->writer_text, pdesc->name, n);
     if (row_is_counted(pdesc))
         return cob2xml(mem_base, xnode, pdesc, n, k);
@@ -501,14 +501,14 @@ node_result vlst_node2xml(struct znode *node, xmlNode *outer, struct pdesc *pdes
         alt = fallback_alternative(table);
         if (!alt)
             KV_LOGF("vlst2xml", 5, "vlst2xml: %s type(%s) unknown, fields not written",
-                    pdesc->name, shown(node->name));
+                    pdesc->name, text_or_null(node->name));
     }
     xmlNode *inner = new_element(pdesc->name);
     if (!inner)
         return kNodeNoElement;
     KV_LOGF("vlst2xml", 8, "node[%d]:", sub_i);
     char *copy;
-    const char *type = xml_text(node->name, "vlst2xml", pdesc->name, &copy);
+    const char *type = xml_fit_text(node->name, "vlst2xml", pdesc->name, &copy);
     bool ok = (type || !node->name) && set_attr(inner, xStrTyp, type);
     if (copy)
         xmlFree(copy);
@@ -530,7 +530,7 @@ int lists2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
     const char *func = k->writer;
     node_writer write_node = k->table == KT_ADESC ? vlst_node2xml : list_node2xml;
     char *mem = at(mem_base, pdesc->offset);
-    int n = row_entries(mem_base, pdesc);
+    int n = entries_to_write(mem_base, pdesc);
     KV_LOGF(func, 8, "%s: %s[%d]", func, pdesc->name, n);
     for (int i = 0; i < n; i++) {
         xmlNode *outer = new_element(pdesc->name);
@@ -597,7 +597,7 @@ int enum2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
         }
         const struct enume *item =
             item_of_value(reinterpret_cast<const struct enume *>(pdesc->aux), load_int(mem));
-        KV_LOG(8, "enum2xml: %s", shown(item->key));
+        KV_LOG(8, "enum2xml: %s", text_or_null(item->key));
         if (!append_with_text(xnode, sub, item->key, "enum2xml", pdesc->name))
             return -1;
     }
