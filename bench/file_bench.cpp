@@ -4,7 +4,7 @@
 // formatting and parsing alone.
 //
 // Names: file/<save|load>_<plain|gzip>/<kavor|floor>. Every load is checked
-// against the block it came from.
+// against the block it came from, outside the timed part.
 #include "fixture.h"
 
 int main(int argc, char **argv)

@@ -1,11 +1,12 @@
 // memory_bench.cpp - peak resident memory of a load and of a save of the
 // device block, kavor beside the floor (libxml2 alone, same document).
 //
-// Each figure runs in a fresh child process (this program again, with
-// --measure=<what>), so that no heap left by another figure hides growth:
-// the child makes the block (and the file, for a load), gives freed memory
-// back to the system, resets the kernel's peak mark, takes the resident
-// size, runs the operation once and reports the growth of the peak in KiB.
+// Invariant: each figure starts cold, in a fresh child process (this
+// program again, with --measure=<what>), so that no heap left by another
+// figure hides growth: the child makes the block (and the file, for a
+// load), gives freed memory back to the system, resets the kernel's peak
+// mark, takes the resident size, runs the operation once and reports the
+// growth of the peak in KiB.
 // Names: memory/<save|load>_<plain|gzip>/<kavor|floor> with the growth in
 // "value".
 #include <fcntl.h>

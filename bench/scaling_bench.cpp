@@ -5,7 +5,7 @@
 //
 // Names: scale/<array|struct|list>_<write|read|write_floor>/<n>; the time is
 // per call (manual timing around param2xml or xml2param alone), items are
-// values. The heap is kept between calls (bench::keep_heap): otherwise each
+// values. The heap is kept between calls (bench::run): otherwise each
 // call at the large sizes may grow the heap again from the kernel, and on a
 // virtual machine those page faults cost more than the walk itself.
 #include <vector>
