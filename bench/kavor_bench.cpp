@@ -15,28 +15,17 @@
 //
 // Names: road/<figure>/<kavor|floor|xmlparsefile>, manager/<figure>/kavor
 // (the figure in "value").
-#include <benchmark/benchmark.h>
-
 #include <pthread.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
-#include <sys/stat.h>
-#include <time.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <chrono>
-#include <string>
 #include <thread>
 
-#include <libxml/parser.h>
-#include <libxml/tree.h>
-
-#include "bench_util.h"
+#include "fixture.h"
 #include "kavor_private.h"
 
 namespace {
+
+using bench::Clock;
 
 // About 1 MiB of XML: 8 values of up to ten digits per element.
 struct Big {
@@ -44,15 +33,7 @@ struct Big {
     uint32_t vals[75000];
 };
 
-struct pdesc *big_table()
-{
-    static struct pdesc table[] = {
-        PX_STRI(Big, name, "name"),
-        PX_UINT_ARR(Big, vals, "vals"),
-        PX_END,
-    };
-    return table;
-}
+struct pdesc kBigRows[] = {PX_STRI(Big, name, "name"), PX_UINT_ARR(Big, vals, "vals"), PX_END};
 
 Big *new_big()
 {
@@ -61,26 +42,6 @@ Big *new_big()
     for (size_t i = 0; i < sizeof(b->vals) / sizeof(b->vals[0]); i++)
         b->vals[i] = 4000000000u - (uint32_t)i * 7919u;
     return b;
-}
-
-std::string scratch_dir()
-{
-    const char *base = getenv("TMPDIR");
-    std::string tmpl = std::string(base && *base ? base : "/tmp") + "/kavor-bench-XXXXXX";
-    return mkdtemp(&tmpl[0]) ? tmpl : "/tmp";
-}
-
-void remove_tree_of(const std::string &dir)
-{
-    std::string rm = "rm -rf '" + dir + "'";
-    if (system(rm.c_str()) != 0)
-        fprintf(stderr, "could not remove %s\n", dir.c_str());
-}
-
-long file_size(const std::string &p)
-{
-    struct stat st;
-    return stat(p.c_str(), &st) == 0 ? (long)st.st_size : -1;
 }
 
 // A manager record with its lists, locks and semaphore but no task, so that
@@ -110,18 +71,10 @@ struct Taskless {
 xml_file_hdl register_big(kavor_hdl h, const std::string &path, Big *b, int32_t ugz,
                           const std::string &virt)
 {
-    kavor_file_rgst_t r;
-    memset(&r, 0, sizeof(r));
-    snprintf(r.filename, sizeof(r.filename), "%s", path.c_str());
-    snprintf(r.node_name, sizeof(r.node_name), "big");
-    snprintf(r.virtfile, sizeof(r.virtfile), "%s", virt.c_str());
-    r.param_desc = big_table();
-    r.mem = b;
-    r.ugz = ugz;
+    kavor_file_rgst_t r = bench::request(path.c_str(), "big", kBigRows, b, ugz, virt.c_str());
     return kavor_register(h, &r);
 }
 
-using Clock = std::chrono::steady_clock;
 Clock::time_point g_in_place;
 const char *g_in_place_step = "rename_tmp";
 
@@ -133,38 +86,49 @@ void note_step(const char *step, const kavor_fcom_t *)
 
 void no_sync() {}
 
+// One file of the big block, registered with a task-less manager and saved
+// once (the first save looks at the file name once), with the sync calls
+// left out and `step` called after each step of a save.
+struct BigFile {
+    bench::Scratch dir;
+    Big *b = new_big();
+    Taskless mgr;
+    xml_file_hdl f;
+    kavor_sys_t saved = kavor_sys;
+    BigFile(int32_t ugz, bool virt, void (*step)(const char *, const kavor_fcom_t *))
+    {
+        f = register_big(mgr.m, dir / "net", b, ugz, virt ? dir / "v/net" : "");
+        kavor_sys.sync = no_sync;
+        kavor_sys.step = step;
+        saving_set(f->fcom, 1);
+        kavor_save_sweep(mgr.m);
+    }
+    ~BigFile()
+    {
+        kavor_sys = saved;
+        kavor_unregister(f);
+        free(b);
+    }
+};
+
 // road 0: plain file on the plain road; 1: gzip file on the plain road;
 // 2: gzip file on the virtual-file road.
 void BM_Save(benchmark::State &state)
 {
     const int road = (int)state.range(0);
-    std::string dir = scratch_dir();
-    Big *b = new_big();
-    Taskless mgr;
-    xml_file_hdl f = register_big(mgr.m, dir + "/net", b, road == 0 ? 1 : 0,
-                                  road == 2 ? dir + "/v/net" : "");
-    kavor_sys_t saved = kavor_sys;
-    kavor_sys.sync = no_sync;
-    kavor_sys.step = note_step;
     g_in_place_step = road == 2 ? "gzip" : "rename_tmp";
-    saving_set(f->fcom, 1);
-    kavor_save_sweep(mgr.m);   // the first save looks at the file name once
+    BigFile big(road == 0 ? 1 : 0, road == 2, note_step);
     for (auto _ : state) {
-        saving_set(f->fcom, 1);
+        saving_set(big.f->fcom, 1);
         auto t0 = Clock::now();
-        kavor_save_sweep(mgr.m);
+        kavor_save_sweep(big.mgr.m);
         state.SetIterationTime(std::chrono::duration<double>(g_in_place - t0).count());
-        if (saving_get(f->fcom) != 0)
+        if (saving_get(big.f->fcom) != 0)
             state.SkipWithError("save failed");
     }
-    kavor_sys = saved;
-    state.counters["file_bytes"] = (double)file_size(f->fcom->filename);
-    state.SetBytesProcessed((int64_t)state.iterations() * file_size(f->fcom->filename));
-    kavor_unregister(f);
-    free(b);
-    std::string rm = "rm -rf '" + dir + "'";
-    if (system(rm.c_str()) != 0)
-        state.SkipWithError("cleanup");
+    long bytes = bench::file_size(big.f->fcom->filename);
+    state.counters["file_bytes"] = (double)bytes;
+    state.SetBytesProcessed((int64_t)state.iterations() * bytes);
 }
 BENCHMARK(BM_Save)->Name("road/plain_file/kavor")->Arg(0)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Save)->Name("road/gzip_file/kavor")->Arg(1)->UseManualTime()->Unit(benchmark::kMillisecond);
@@ -178,19 +142,18 @@ void BM_SaveFloor(benchmark::State &state)
 {
     const int road = (int)state.range(0);
     const bool gz = road != 0;
-    std::string dir = scratch_dir();
+    bench::Scratch dir;
     Big *b = new_big();
-    std::string path = dir + (gz ? "/net.xml.gz" : "/net.xml");
-    std::string tmp = path + ".tmp", bak = dir + (gz ? "/net.xml.bak.gz" : "/net.xml.bak");
-    std::string virt = dir + "/net_v.xml";
+    std::string path = dir / (gz ? "net.xml.gz" : "net.xml");
+    std::string tmp = path + ".tmp", bak = dir / (gz ? "net.xml.bak.gz" : "net.xml.bak");
+    std::string virt = dir / "net_v.xml";
     std::string gzip = "gzip -c " + virt + " > " + tmp;
     for (auto _ : state) {
         xmlDocPtr doc = xmlNewDoc(BAD_CAST "1.0");
         xmlNodePtr root = xmlNewDocNode(doc, nullptr, BAD_CAST "net", nullptr);
-        xmlNodePtr child = xmlNewNode(nullptr, BAD_CAST "big");
+        xmlNodePtr child = bench::text_element(root, "big", nullptr);
         bench::text_element(child, "name", b->name);
         bench::floor_write_array<uint32_t>(b->vals, 75000, "vals", child);
-        xmlAddChild(root, child);
         xmlDocSetRootElement(doc, root);
         if (road == 1)
             xmlSetDocCompressMode(doc, 1);
@@ -205,9 +168,8 @@ void BM_SaveFloor(benchmark::State &state)
             state.SkipWithError("write failed");
         xmlFreeDoc(doc);
     }
-    state.counters["file_bytes"] = (double)file_size(path);
+    state.counters["file_bytes"] = (double)bench::file_size(path);
     free(b);
-    remove_tree_of(dir);
 }
 BENCHMARK(BM_SaveFloor)->Name("road/plain_file/floor")->Arg(0)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SaveFloor)->Name("road/gzip_file/floor")->Arg(1)->UseRealTime()->Unit(benchmark::kMillisecond);
@@ -218,38 +180,24 @@ BENCHMARK(BM_SaveFloor)->Name("road/gzip_virtual/floor")->Arg(2)->UseRealTime()-
 void BM_Load(benchmark::State &state)
 {
     const bool gz = state.range(0) != 0, floor = state.range(1) != 0;
-    std::string dir = scratch_dir();
-    Big *b = new_big();
-    Taskless mgr;
-    xml_file_hdl f = register_big(mgr.m, dir + "/net", b, gz ? 0 : 1, "");
-    kavor_sys_t saved = kavor_sys;
-    kavor_sys.sync = no_sync;
-    saving_set(f->fcom, 1);
-    kavor_save_sweep(mgr.m);
-    kavor_sys = saved;
-    std::string path = f->fcom->filename;
+    BigFile big(gz ? 0 : 1, false, nullptr);
+    std::string path = big.f->fcom->filename;
     for (auto _ : state) {
         if (floor) {
             xmlDocPtr doc = xmlParseFile(path.c_str());
             if (doc == nullptr)
                 state.SkipWithError("parse failed");
             xmlFreeDoc(doc);
-        } else if (kavor_load_one(f) != 0) {
+        } else if (kavor_load_one(big.f) != 0) {
             state.SkipWithError("load failed");
         }
     }
-    state.counters["file_bytes"] = (double)file_size(path);
-    kavor_unregister(f);
-    free(b);
-    std::string rm = "rm -rf '" + dir + "'";
-    if (system(rm.c_str()) != 0)
-        state.SkipWithError("cleanup");
+    state.counters["file_bytes"] = (double)bench::file_size(path);
 }
 BENCHMARK(BM_Load)->Name("road/load_one_plain/kavor")->Args({0, 0})->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Load)->Name("road/load_one_plain/xmlparsefile")->Args({0, 1})->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Load)->Name("road/load_one_gzip/kavor")->Args({1, 0})->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Load)->Name("road/load_one_gzip/xmlparsefile")->Args({1, 1})
-    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Load)->Name("road/load_one_gzip/xmlparsefile")->Args({1, 1})->Unit(benchmark::kMillisecond);
 
 struct Tiny {
     char s[16];
@@ -262,17 +210,21 @@ double cpu_seconds()
     return (double)ts.tv_sec + (double)ts.tv_nsec / 1e9;
 }
 
-kavor_file_rgst_t tiny_request(const std::string &dir, int i, Tiny *block)
+// `files` tiny files "f<i>" in dir registered with h; their handles in f.
+void register_tiny(kavor_hdl h, const bench::Scratch &dir, int files, Tiny *blocks,
+                   xml_file_hdl *f = nullptr, benchmark::State *state = nullptr)
 {
     static struct pdesc table[] = {PX_STRI(Tiny, s, "s"), PX_END};
-    kavor_file_rgst_t r;
-    memset(&r, 0, sizeof(r));
-    snprintf(r.filename, sizeof(r.filename), "%s/f%d", dir.c_str(), i);
-    snprintf(r.node_name, sizeof(r.node_name), "n");
-    r.param_desc = table;
-    r.mem = block;
-    r.ugz = 1;
-    return r;
+    char name[sizeof(kavor_file_rgst_t::filename)];
+    for (int i = 0; i < files; i++) {
+        snprintf(name, sizeof name, "%s/f%d", dir.dir.c_str(), i);
+        kavor_file_rgst_t r = bench::request(name, "n", table, &blocks[i], 1);
+        xml_file_hdl one = kavor_register(h, &r);
+        if (f)
+            f[i] = one;
+        if (state && one == nullptr)
+            state->SkipWithError("register failed");
+    }
 }
 
 // A running manager with 1,000 registered files and nothing to save: the
@@ -280,13 +232,10 @@ kavor_file_rgst_t tiny_request(const std::string &dir, int i, Tiny *block)
 void BM_Idle(benchmark::State &state)
 {
     const int files = 1000;
-    std::string dir = scratch_dir();
+    bench::Scratch dir;
     kavor_hdl h = kavor_create_v2("idle", 1000);
     static Tiny blocks[files];
-    for (int i = 0; i < files; i++) {
-        kavor_file_rgst_t r = tiny_request(dir, i, &blocks[i]);
-        kavor_register(h, &r);
-    }
+    register_tiny(h, dir, files, blocks);
     std::this_thread::sleep_for(std::chrono::seconds(2));   // the first, empty sweep
     double cpu = 0;
     for (auto _ : state) {
@@ -297,7 +246,6 @@ void BM_Idle(benchmark::State &state)
     state.counters["value"] = cpu * 100.0 / (10.0 * (double)state.iterations());
     state.counters["files"] = (double)kavor_count_all_filename(h);
     kavor_destroy(h);
-    rmdir(dir.c_str());
 }
 BENCHMARK(BM_Idle)->Name("manager/idle_1000_files_cpu_pct/kavor")->Iterations(1)
     ->Repetitions(1)->Unit(benchmark::kSecond);
@@ -315,17 +263,14 @@ void count_write(const char *step, const kavor_fcom_t *)
 void BM_Burst(benchmark::State &state)
 {
     const int files = 100, requests = 10000;
-    std::string dir = scratch_dir();
+    bench::Scratch dir;
     kavor_sys_t saved = kavor_sys;
     kavor_sys.sync = no_sync;
     kavor_sys.step = count_write;
     kavor_hdl h = kavor_create_v2("burst", 1000);
     static Tiny blocks[files];
     xml_file_hdl f[files];
-    for (int i = 0; i < files; i++) {
-        kavor_file_rgst_t r = tiny_request(dir, i, &blocks[i]);
-        f[i] = kavor_register(h, &r);
-    }
+    register_tiny(h, dir, files, blocks, f);
     int writes = 0;
     for (auto _ : state) {
         g_writes = 0;
@@ -341,7 +286,6 @@ void BM_Burst(benchmark::State &state)
     kavor_sys = saved;
     state.counters["value"] = (double)writes;
     state.counters["files"] = files;
-    remove_tree_of(dir);
 }
 BENCHMARK(BM_Burst)->Name("manager/burst_10000_requests_100_files_writes/kavor")->Iterations(1)
     ->Repetitions(1)->UseRealTime()->Unit(benchmark::kSecond);
@@ -350,22 +294,17 @@ BENCHMARK(BM_Burst)->Name("manager/burst_10000_requests_100_files_writes/kavor")
 void BM_Register(benchmark::State &state)
 {
     const int files = 10000;
-    std::string dir = scratch_dir();
+    bench::Scratch dir;
     static Tiny blocks[files];
     double ms = 0;
     for (auto _ : state) {
         kavor_hdl h = kavor_create_v2("reg", 1000);
         auto t0 = Clock::now();
-        for (int i = 0; i < files; i++) {
-            kavor_file_rgst_t r = tiny_request(dir, i, &blocks[i]);
-            if (kavor_register(h, &r) == nullptr)
-                state.SkipWithError("register failed");
-        }
-        ms = std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
+        register_tiny(h, dir, files, blocks, nullptr, &state);
+        ms = bench::seconds_since(t0) * 1000.0;
         kavor_destroy(h);
     }
     state.counters["value"] = ms;
-    rmdir(dir.c_str());
 }
 BENCHMARK(BM_Register)->Name("manager/register_10000_files_ms/kavor")->Iterations(1)
     ->Repetitions(3)->Unit(benchmark::kMillisecond);
@@ -374,11 +313,5 @@ BENCHMARK(BM_Register)->Name("manager/register_10000_files_ms/kavor")->Iteration
 
 int main(int argc, char **argv)
 {
-    bench::keep_heap();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return bench::run(argc, argv);
 }

@@ -1,36 +1,48 @@
 // memory_bench.cpp - peak resident memory of a load and of a save of the
 // device block, kavor beside the floor (libxml2 alone, same document).
 //
-// Each figure runs in a fresh child process (this program again, with
-// --measure=<what>), so that no heap left by another figure hides growth:
-// the child makes the block (and the file, for a load), gives freed memory
-// back to the system, resets the kernel's
-// peak mark, takes the resident size, runs the operation once and reports
-// the growth of the peak in KiB. Names: memory/<save|load>_<plain|gzip>/<kavor|floor>
-// with the growth in "value".
-#include <benchmark/benchmark.h>
+// Invariant: each figure starts cold, in a fresh child process (this
+// program again, with --measure=<what>), so that no heap left by another
+// figure hides growth: the child makes the block (and the file, for a
+// load), gives freed memory back to the system, resets the kernel's peak
+// mark, takes the resident size, runs the operation once and reports the
+// growth of the peak in KiB.
+// Names: memory/<save|load>_<plain|gzip>/<kavor|floor> with the growth in
+// "value".
+#include <fcntl.h>
+#include <unistd.h>
 
-#include <malloc.h>
-
-#include <string>
-
-#include "device_block.h"
-#include "kavor.h"
+#include "fixture.h"
 
 namespace {
 
 std::string g_self;
 
-kavor_file_rgst_t request(const std::string &dir, void *mem, bool gz)
+// A field of /proc/self/status in KiB ("VmHWM:", "VmRSS:"); -1 if missing.
+long status_kib(const char *field)
 {
-    kavor_file_rgst_t r;
-    memset(&r, 0, sizeof r);
-    snprintf(r.filename, sizeof r.filename, "%s/device", dir.c_str());
-    snprintf(r.node_name, sizeof r.node_name, "dev");
-    r.param_desc = device::table();
-    r.mem = mem;
-    r.ugz = gz ? 0 : 1;
-    return r;
+    FILE *f = fopen("/proc/self/status", "r");
+    if (!f)
+        return -1;
+    char line[256];
+    long v = -1;
+    size_t n = strlen(field);
+    while (v < 0 && fgets(line, sizeof line, f))
+        if (strncmp(line, field, n) == 0)
+            v = strtol(line + n, nullptr, 10);
+    fclose(f);
+    return v;
+}
+
+// Sets the peak resident size back to the current one; false where the
+// kernel doesn't offer it.
+bool reset_peak()
+{
+    int fd = open("/proc/self/clear_refs", O_WRONLY);
+    bool ok = fd >= 0 && write(fd, "5", 1) == 1;
+    if (fd >= 0)
+        close(fd);
+    return ok;
 }
 
 // The child's side: prints the peak growth in KiB, or -1.
@@ -39,26 +51,25 @@ int measure(const std::string &what)
     const bool save = what.find("save") != std::string::npos;
     const bool gz = what.find("gzip") != std::string::npos;
     const bool floor = what.find("floor") != std::string::npos;
-    std::string dir = bench::scratch_dir();
-    std::string path = dir + (gz ? "/device.xml.gz" : "/device.xml");
+    bench::Scratch dir;
+    std::string path = dir / (gz ? "device.xml.gz" : "device.xml");
     device::Device *d = device::make();
-    device::Device *out = static_cast<device::Device *>(calloc(1, sizeof(device::Device)));
-    kavor_file_rgst_t w = request(dir, d, gz), r = request(dir, out, gz);
+    device::Device *out = device::make(true);
+    std::string file = dir / "device";
     xmlInitParser();
-    bool ok = save || kavor_param2file(&w) == 0;  // the file a load reads
+    bool ok = save || device::kavor_save(file, d, gz);  // the file a load reads
     malloc_trim(0);  // give back what that write freed, so the figure starts cold
-    if (!bench::reset_peak())
+    if (!reset_peak())
         ok = false;
-    long base = bench::status_kib("VmRSS:");
+    long base = status_kib("VmRSS:");
     if (save)
-        ok = ok && (floor ? device::floor_save(d, path.c_str(), gz) : kavor_param2file(&w) == 0);
+        ok = ok && (floor ? device::floor_save(d, path.c_str(), gz) : device::kavor_save(file, d, gz));
     else
-        ok = ok && (floor ? device::floor_load(path.c_str(), out) : kavor_file2param(&r) == 0);
-    long peak = bench::status_kib("VmHWM:");
+        ok = ok && (floor ? device::floor_load(path.c_str(), out) : device::kavor_load(file, out, gz));
+    long peak = status_kib("VmHWM:");
     if (!save && !device::same(out, d))
         ok = false;
     printf("%ld\n", ok ? peak - base : -1L);
-    bench::remove_tree(dir);
     return ok ? 0 : 1;
 }
 
@@ -92,10 +103,5 @@ int main(int argc, char **argv)
                 benchmark::RegisterBenchmark(("memory/" + what).c_str(), run_child, what)
                     ->Iterations(1)->Repetitions(1);
             }
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return bench::run(argc, argv);
 }

@@ -8,13 +8,10 @@
 // skipped.
 //
 // Names: peer/<save|load>/<kavor_plain|kavor_gzip|boost|cereal|cyaml>.
-#include <benchmark/benchmark.h>
-
 #include <fstream>
 #include <string>
 
-#include "device_block.h"
-#include "kavor.h"
+#include "fixture.h"
 
 #if KAVOR_PEER_BOOST
 #include <boost/archive/xml_iarchive.hpp>
@@ -144,36 +141,21 @@ namespace {
 
 struct Peer {
     const char *name;
-    const char *suffix;
+    const char *file;     // the path given to save and load, in the scratch directory
+    const char *written;  // the file written, where it differs: kavor adds its suffix
     bool (*save)(const device::Device *d, const std::string &path);
     bool (*load)(const std::string &path, device::Device *d);
 };
 
-std::string g_dir;
-
-kavor_file_rgst_t request(const std::string &path, void *mem, bool gz)
-{
-    kavor_file_rgst_t r;
-    memset(&r, 0, sizeof r);
-    snprintf(r.filename, sizeof r.filename, "%s", path.c_str());
-    snprintf(r.node_name, sizeof r.node_name, "dev");
-    r.param_desc = device::table();
-    r.mem = mem;
-    r.ugz = gz ? 0 : 1;
-    return r;
-}
-
 template <bool Gz>
 bool kavor_save(const device::Device *d, const std::string &path)
 {
-    kavor_file_rgst_t r = request(path, const_cast<device::Device *>(d), Gz);
-    return kavor_param2file(&r) == 0;
+    return device::kavor_save(path, d, Gz);
 }
 template <bool Gz>
 bool kavor_load(const std::string &path, device::Device *d)
 {
-    kavor_file_rgst_t r = request(path, d, Gz);
-    return kavor_file2param(&r) == 0;
+    return device::kavor_load(path, d, Gz);
 }
 
 #if KAVOR_PEER_BOOST
@@ -226,70 +208,31 @@ bool cyaml_load(const std::string &path, device::Device *d)
 #endif
 
 const Peer kPeers[] = {
-    {"kavor_plain", "/kv_plain", kavor_save<false>, kavor_load<false>},
-    {"kavor_gzip", "/kv_gzip", kavor_save<true>, kavor_load<true>},
+    {"kavor_plain", "kv_plain", "kv_plain.xml", kavor_save<false>, kavor_load<false>},
+    {"kavor_gzip", "kv_gzip", "kv_gzip.xml.gz", kavor_save<true>, kavor_load<true>},
 #if KAVOR_PEER_BOOST
-    {"boost", "/boost.xml", boost_save, boost_load},
+    {"boost", "boost.xml", "boost.xml", boost_save, boost_load},
 #endif
 #if KAVOR_PEER_CEREAL
-    {"cereal", "/cereal.xml", cereal_save, cereal_load},
+    {"cereal", "cereal.xml", "cereal.xml", cereal_save, cereal_load},
 #endif
 #if KAVOR_PEER_CYAML
-    {"cyaml", "/cyaml.yaml", cyaml_save, cyaml_load},
+    {"cyaml", "cyaml.yaml", "cyaml.yaml", cyaml_save, cyaml_load},
 #endif
 };
-
-// The file a peer writes; kavor adds its own suffix.
-std::string written(const Peer &p)
-{
-    std::string base = g_dir + p.suffix;
-    if (strcmp(p.name, "kavor_plain") == 0)
-        return base + ".xml";
-    if (strcmp(p.name, "kavor_gzip") == 0)
-        return base + ".xml.gz";
-    return base;
-}
-
-device::Device *block()
-{
-    static device::Device *b = device::make();
-    return b;
-}
-
-void run_save(benchmark::State &st, const Peer *p)
-{
-    std::string path = g_dir + p->suffix;
-    for (auto _ : st)
-        if (!p->save(block(), path))
-            st.SkipWithError("save failed");
-    st.counters["file_bytes"] = static_cast<double>(bench::file_size(written(*p)));
-}
-
-void run_load(benchmark::State &st, const Peer *p)
-{
-    std::string path = g_dir + p->suffix;
-    device::Device *out = static_cast<device::Device *>(calloc(1, sizeof(device::Device)));
-    if (!p->save(block(), path))
-        st.SkipWithError("save failed");
-    for (auto _ : st)
-        if (!p->load(path, out))
-            st.SkipWithError("load failed");
-    if (!device::same(out, block()))
-        st.SkipWithError("read back another block");
-    free(out);
-}
 
 }  // namespace
 
 int main(int argc, char **argv)
 {
-    bench::keep_heap();
-    g_dir = bench::scratch_dir();
+    static bench::Scratch dir;
+    static const device::Device *block = device::make();
     for (const Peer &p : kPeers) {
-        benchmark::RegisterBenchmark((std::string("peer/save/") + p.name).c_str(), run_save, &p)
-            ->Unit(benchmark::kMicrosecond);
-        benchmark::RegisterBenchmark((std::string("peer/load/") + p.name).c_str(), run_load, &p)
-            ->Unit(benchmark::kMicrosecond);
+        std::string path = dir / p.file;
+        device::register_save_load(
+            std::string("peer/save/") + p.name, std::string("peer/load/") + p.name, block,
+            [&p, path](const device::Device *d) { return p.save(d, path); },
+            [&p, path](device::Device *d) { return p.load(path, d); }, dir / p.written);
     }
     const char *missing[] = {
 #if !KAVOR_PEER_BOOST
@@ -302,15 +245,9 @@ int main(int argc, char **argv)
         "cyaml",
 #endif
         nullptr};
-    for (const char **m = missing; *m; m++)
+    for (const char **m = missing; *m; m++) {
         fprintf(stderr, "peer %s: not found at configure time, skipped\n", *m);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    for (const char **m = missing; *m; m++)
         benchmark::AddCustomContext(std::string("peer_missing_") + *m, "skipped");
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    bench::remove_tree(g_dir);
-    return 0;
+    }
+    return bench::run(argc, argv);
 }

@@ -8,7 +8,7 @@
 
 #include "fuzz_support.h"
 #include "fuzz_table.h"
-#include "param_xml_private.h"
+#include "param_xml_limit.h"
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {

@@ -42,7 +42,7 @@
 
 #include "kavor_private.h"
 #include "param_xml.h"
-#include "param_xml_private.h"
+#include "param_xml_limit.h"
 #include "vn_ipc.h"
 #include "xml_trace.h"
 #include "zlib_if.h"

@@ -11,7 +11,9 @@
 // What a row shows: its kind, widths, counts, names, whether its tables are
 // there, and how far its sub-table reaches into one structure or node. What
 // only the structure knows (field sizes and places) is the table macros'
-// compile-time check.
+// compile-time check. What each kind takes (its memory, its tables, counted
+// mode, a count field) comes from the codec's one table of kinds
+// (param_xml.cpp); of the codec this file uses nothing else.
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
@@ -20,6 +22,7 @@
 #include <libxml/tree.h>
 
 #include "param_xml.h"
+#include "param_xml_private.h"
 #include "vn_mem.h"
 #include "xml_trace.h"
 
@@ -89,47 +92,11 @@ void report(const char *path, int row, const char *fmt, ...)
 }
 
 // A row's name as it stands in a record: never NULL, never empty.
-const char *shown(const char *name)
+const char *name_in_record(const char *name)
 {
     if (name == nullptr)
         return "(no name)";
     return name[0] != '\0' ? name : "\"\"";
-}
-
-int kind_of(const struct pdesc &r)
-{
-    return (r.type & PT_KIND_MASK) >> 12;
-}
-
-bool honours_cia(int kind)
-{
-    switch (kind << 12) {
-    case PT_SINT: case PT_UINT: case PT_FLOT: case PT_STRU: case PT_STRUM: case PT_LIST:
-    case PT_VLST:
-        return true;
-    default:
-        return false;
-    }
-}
-
-bool honours_cob(int kind)
-{
-    switch (kind << 12) {
-    case PT_SINT: case PT_UINT: case PT_FLOT: case PT_STRU: case PT_STRUM:
-        return true;
-    default:
-        return false;
-    }
-}
-
-bool counted(const struct pdesc &r)
-{
-    return (r.type & PT_F_COB) != 0 && honours_cob(kind_of(r));
-}
-
-bool with_cia(const struct pdesc &r)
-{
-    return (r.type & PT_F_CIA) != 0 && honours_cia(kind_of(r));
 }
 
 // Saturating size arithmetic: a hostile row must not wrap to a small number.
@@ -153,35 +120,35 @@ size_t max_of(size_t a, size_t b)
 // Bytes from the walked base that one row reaches.
 size_t row_extent(const struct pdesc &r)
 {
+    const struct kind_info *k = kind_info_of(r.type);
+    if (k == nullptr)
+        return 0;  // an unknown kind is reported on its own
     size_t n = r.count > 0 ? static_cast<size_t>(r.count) : 0;
     size_t end = 0;
-    if (counted(r)) {
+    if (row_is_counted(&r)) {
         end = sat_add(r.offset, sat_mul(n, sizeof(void *)));
         end = max_of(end, sat_add(r.boffset, sat_mul(n, sizeof(int))));
     } else {
-        switch (r.type & PT_KIND_MASK) {
-        case PT_SINT: case PT_UINT: case PT_FLOT: case PT_STRU:
+        switch (k->memory) {
+        case KM_VALUES:
             end = sat_add(r.offset, sat_mul(n, r.size));
             break;
-        case PT_STRI:
+        case KM_STRING:
             end = sat_add(r.offset, max_of(n, r.size));
             break;
-        case PT_ENUM:
+        case KM_ENUMS:
             end = n == 0 ? r.offset
                          : sat_add(sat_add(r.offset, sat_mul(n - 1, r.size)), sizeof(int));
             break;
-        case PT_STRUM:
+        case KM_POINTER:
             end = sat_add(r.offset, sizeof(void *));
             break;
-        case PT_LIST: case PT_VLST:
+        case KM_HEADS:
             end = sat_add(r.offset, sat_mul(n, sizeof(zhead_t)));
-            break;
-        default:
-            end = 0;  // an unknown kind is reported on its own
             break;
         }
     }
-    if (with_cia(r))
+    if (row_has_count_field(&r))
         end = max_of(end, sat_add(r.aoffset, sizeof(int)));
     return end;
 }
@@ -202,9 +169,9 @@ const struct pdesc *row_on_znode(const struct pdesc *table)
     for (const struct pdesc *r = table; r->type != 0; r++) {
         if (r->offset < sizeof(struct znode))
             return r;
-        if (counted(*r) && r->boffset < sizeof(struct znode))
+        if (row_is_counted(r) && r->boffset < sizeof(struct znode))
             return r;
-        if (with_cia(*r) && r->aoffset < sizeof(struct znode))
+        if (row_has_count_field(r) && r->aoffset < sizeof(struct znode))
             return r;
     }
     return nullptr;
@@ -236,17 +203,42 @@ int check_sub(Checker &c, const struct pdesc *sub, size_t size, bool node, const
     const struct pdesc *on = node ? row_on_znode(sub) : nullptr;
     if (on != nullptr) {
         report(path, row, "sub-table row \"%s\" addresses the znode of the list node",
-               shown(on->name));
+               name_in_record(on->name));
         reasons++;
     }
     walk_table(c, sub, path);
     return reasons;
 }
 
-int check_enume(Checker &c, const struct enume *items, const char *path, int row)
+// Whether the name of item `i` (the member `name`) stands at an earlier item.
+template <typename Item>
+bool named_before(const Item *items, int i, const char *Item::*name)
+{
+    for (int j = 0; j < i; j++)
+        if (strcmp(items[i].*name, items[j].*name) == 0)
+            return true;
+    return false;
+}
+
+// What an alternative adds to the reasons of its table: its sub-table.
+int check_alternative(Checker &c, const struct adesc &alt, const char *path, int row)
+{
+    char sub_path[256];
+    if (snprintf(sub_path, sizeof(sub_path), "%s<%s>", path, alt.name) < 0)
+        sub_path[0] = '\0';
+    return check_sub(c, alt.pdesc, alt.size, true, sub_path, row, "adesc item");
+}
+
+// An enume or adesc table (`what`), each checked once: present (else the
+// reason `missing`), with an item, each item's name (the member `name`,
+// called `called` in a record) once, and each item by `check_one` if any.
+template <typename Item>
+int check_items(Checker &c, const Item *items, const char *Item::*name, const char *what,
+                const char *called, const char *missing, const char *path, int row,
+                int (*check_one)(Checker &, const Item &, const char *, int))
 {
     if (items == nullptr) {
-        report(path, row, "enumeration without an enume table");
+        report(path, row, "%s", missing);
         return 1;
     }
     if (set_has(c.others, items))
@@ -255,49 +247,18 @@ int check_enume(Checker &c, const struct enume *items, const char *path, int row
         c.oom = true;
         return 0;
     }
-    if (items[0].key == nullptr) {
-        report(path, row, "enume table has no item");
+    if (items[0].*name == nullptr) {
+        report(path, row, "%s table has no item", what);
         return 1;
     }
     int reasons = 0;
-    for (int i = 1; items[i].key != nullptr; i++)
-        for (int j = 0; j < i; j++)
-            if (strcmp(items[i].key, items[j].key) == 0) {
-                report(path, row, "enume key \"%s\" stands twice", items[i].key);
-                reasons++;
-                break;
-            }
-    return reasons;
-}
-
-int check_adesc(Checker &c, const struct adesc *alts, const char *path, int row)
-{
-    if (alts == nullptr) {
-        report(path, row, "variant list without an adesc table");
-        return 1;
-    }
-    if (set_has(c.others, alts))
-        return 0;
-    if (!set_add(c.others, alts)) {
-        c.oom = true;
-        return 0;
-    }
-    if (alts[0].name == nullptr) {
-        report(path, row, "adesc table has no item");
-        return 1;
-    }
-    int reasons = 0;
-    for (int i = 0; alts[i].name != nullptr; i++) {
-        for (int j = 0; j < i; j++)
-            if (strcmp(alts[i].name, alts[j].name) == 0) {
-                report(path, row, "adesc name \"%s\" stands twice", alts[i].name);
-                reasons++;
-                break;
-            }
-        char sub_path[256];
-        if (snprintf(sub_path, sizeof(sub_path), "%s<%s>", path, alts[i].name) < 0)
-            sub_path[0] = '\0';
-        reasons += check_sub(c, alts[i].pdesc, alts[i].size, true, sub_path, row, "adesc item");
+    for (int i = 0; items[i].*name != nullptr; i++) {
+        if (named_before(items, i, name)) {
+            report(path, row, "%s %s \"%s\" stands twice", what, called, items[i].*name);
+            reasons++;
+        }
+        if (check_one != nullptr)
+            reasons += check_one(c, items[i], path, row);
     }
     return reasons;
 }
@@ -326,18 +287,11 @@ int check_name(const struct pdesc *table, int i, const char *path)
     return 0;
 }
 
-// Everything about row `i` of `table`; returns the number of reasons.
-int check_row(Checker &c, const struct pdesc *table, int i, const char *path)
+// The widths and capacities a row of a known kind must have; returns the
+// number of reasons.
+int check_sizes(const struct pdesc &r, const char *path, int i)
 {
-    const struct pdesc &r = table[i];
-    int reasons = check_name(table, i, path);
-    if (r.count < 0) {
-        report(path, i, "count %d is below 0", r.count);
-        reasons++;
-    } else if (r.count > PX_COUNT_MAX) {
-        report(path, i, "count %d has more than nine digits", r.count);
-        reasons++;
-    }
+    int reasons = 0;
     switch (r.type & PT_KIND_MASK) {
     case PT_SINT:
     case PT_UINT:
@@ -367,21 +321,49 @@ int check_row(Checker &c, const struct pdesc *table, int i, const char *path)
             report(path, i, "enumeration element size %zu is below %zu", r.size, sizeof(int));
             reasons++;
         }
-        reasons += check_enume(c, reinterpret_cast<const struct enume *>(r.aux), path, i);
-        break;
-    case PT_STRU:
-    case PT_STRUM:
-        reasons += check_sub(c, r.pdesc, r.size, false, path, i, "structure row");
-        break;
-    case PT_LIST:
-        reasons += check_sub(c, r.pdesc, r.size, true, path, i, "list row");
-        break;
-    case PT_VLST:
-        reasons += check_adesc(c, reinterpret_cast<const struct adesc *>(r.aux), path, i);
         break;
     default:
-        report(path, i, "unknown kind in type 0x%X", static_cast<unsigned>(r.type));
+        break;
+    }
+    return reasons;
+}
+
+// Everything about row `i` of `table`; returns the number of reasons.
+int check_row(Checker &c, const struct pdesc *table, int i, const char *path)
+{
+    const struct pdesc &r = table[i];
+    int reasons = check_name(table, i, path);
+    if (r.count < 0) {
+        report(path, i, "count %d is below 0", r.count);
         reasons++;
+    } else if (r.count > PX_COUNT_MAX) {
+        report(path, i, "count %d has more than nine digits", r.count);
+        reasons++;
+    }
+    const struct kind_info *k = kind_info_of(r.type);
+    if (k == nullptr) {
+        report(path, i, "unknown kind in type 0x%X", static_cast<unsigned>(r.type));
+        return reasons + 1;
+    }
+    reasons += check_sizes(r, path, i);
+    switch (k->table) {
+    case KT_PDESC: {
+        bool node = k->memory == KM_HEADS;
+        reasons += check_sub(c, r.pdesc, r.size, node, path, i, node ? "list row" : "structure row");
+        break;
+    }
+    case KT_ENUME:
+        reasons += check_items<struct enume>(c, reinterpret_cast<const struct enume *>(r.aux),
+                                             &enume::key, "enume", "key",
+                                             "enumeration without an enume table", path, i,
+                                             nullptr);
+        break;
+    case KT_ADESC:
+        reasons += check_items(c, reinterpret_cast<const struct adesc *>(r.aux), &adesc::name,
+                               "adesc", "name", "variant list without an adesc table", path, i,
+                               check_alternative);
+        break;
+    case KT_NONE:
         break;
     }
     return reasons;
@@ -404,16 +386,17 @@ void walk_table(Checker &c, const struct pdesc *table, const char *path)
     for (int i = 0; table[i].type != 0; i++) {
         char row_path[256];
         if (path[0] == '\0')
-            snprintf(row_path, sizeof(row_path), "%s", shown(table[i].name));
+            snprintf(row_path, sizeof(row_path), "%s", name_in_record(table[i].name));
         else
-            snprintf(row_path, sizeof(row_path), "%s.%s", path, shown(table[i].name));
+            snprintf(row_path, sizeof(row_path), "%s.%s", path, name_in_record(table[i].name));
         if (check_row(c, table, i, row_path) > 0)
             mark_bad(c, &table[i]);
     }
 }
 
-// In-place structures: a chain of direct PT_STRU rows that comes back to a
-// table on the chain. `up` links the tables of the chain on the C stack.
+// In-place structures: a chain of direct rows of structures held in the
+// walked structure itself (PT_STRU) that comes back to a table on the
+// chain. `up` links the tables of the chain on the C stack.
 struct Chain {
     const struct pdesc *table;
     const Chain *up;
@@ -432,10 +415,12 @@ void search_inplace(Checker &c, const struct pdesc *table, const Chain *up)
     Chain here = { table, up };
     for (int i = 0; table[i].type != 0 && !c.oom; i++) {
         const struct pdesc &r = table[i];
-        if ((r.type & PT_KIND_MASK) != PT_STRU || counted(r) || r.pdesc == nullptr)
+        const struct kind_info *k = kind_info_of(r.type);
+        bool in_place = k && k->memory == KM_VALUES && k->table == KT_PDESC && !row_is_counted(&r);
+        if (!in_place || r.pdesc == nullptr)
             continue;
         if (on_chain(&here, r.pdesc)) {
-            report(shown(r.name), i, "structure contains itself in place");
+            report(name_in_record(r.name), i, "structure contains itself in place");
             mark_bad(c, &r);
         } else if (!set_has(c.inplace, r.pdesc)) {
             search_inplace(c, r.pdesc, &here);

@@ -7,6 +7,10 @@
 // left NULL, its count 0, its list head empty, so the block can be read
 // into again or released twice. Memory the application owns (the block, the
 // array behind a PT_STRUM pointer) is walked into, never freed.
+//
+// Flow: param_xml_free -> per row, by what its kind takes (kKindInfo):
+// counted buffers, list nodes, or structures walked into by param_xml_free
+// again. Of the codec it uses only param_xml.cpp.
 #include "param_xml.h"
 #include "param_xml_private.h"
 #include "xml_trace.h"
@@ -42,7 +46,7 @@ void free_buffers(void *mem_base, struct pdesc *row, bool structures)
 // alternative named by the node; NULL when no table describes it.
 struct pdesc *node_table(const struct pdesc *row, const struct znode *node)
 {
-    if ((row->type & PT_KIND_MASK) == PT_LIST)
+    if (kind_info_of(row->type)->table == KT_PDESC)
         return row->pdesc;
     const struct adesc *table = reinterpret_cast<const struct adesc *>(row->aux);
     const struct adesc *alt = table ? find_alternative(table, node->name) : nullptr;
@@ -72,37 +76,22 @@ void free_lists(void *mem_base, struct pdesc *row)
 extern "C" void param_xml_free(void *mem_base, struct pdesc *pdesc)
 {
     for (struct pdesc *row = pdesc; row->type != 0; row++) {
-        bool counted = (row->type & PT_F_COB) != 0;
-        switch (row->type & PT_KIND_MASK) {
-        case PT_SINT:
-        case PT_UINT:
-        case PT_FLOT:
-            if (counted)
-                free_buffers(mem_base, row, false);
-            break;
-        case PT_STRU:
-            if (counted)
-                free_buffers(mem_base, row, true);
-            else
-                free_structures(at(mem_base, row->offset), row->count, row->size, row->pdesc);
-            break;
-        case PT_STRUM:
-            if (counted)
-                free_buffers(mem_base, row, true);
-            else if (char *first = static_cast<char *>(load_ptr(at(mem_base, row->offset))))
-                free_structures(first, row->count, row->size, row->pdesc);
-            break;
-        case PT_LIST:
-        case PT_VLST:
-            free_lists(mem_base, row);
-            break;
-        case PT_STRI:
-        case PT_ENUM:
-            break;
-        default:
-            KV_LOG(4, "param_xml_free: %s bad type(0x%X)", shown(row->name),
+        const struct kind_info *k = kind_info_of(row->type);
+        if (!k) {
+            KV_LOG(4, "param_xml_free: %s bad type(0x%X)", text_or_null(row->name),
                    static_cast<unsigned>(row->type));
-            break;
+            continue;
+        }
+        bool structures = k->table == KT_PDESC;  // lists are told by their memory
+        if (row_is_counted(row)) {
+            free_buffers(mem_base, row, structures);
+        } else if (k->memory == KM_HEADS) {
+            free_lists(mem_base, row);
+        } else if (structures && k->memory == KM_POINTER) {
+            if (char *first = static_cast<char *>(load_ptr(at(mem_base, row->offset))))
+                free_structures(first, row->count, row->size, row->pdesc);
+        } else if (structures) {
+            free_structures(at(mem_base, row->offset), row->count, row->size, row->pdesc);
         }
     }
 }

@@ -1,5 +1,7 @@
-// param_xml_read.cpp - elements to memory: the reader handlers of every kind
-// and the per-element functions that store one element into an array.
+// param_xml_read.cpp - elements to memory: xml2param, the reader handler of
+// every kind, the per-element functions that store one element into an
+// array, and what only the reader needs (the "idx" rule, count fields, node
+// content, the allocation limit).
 //
 // Invariant: nothing is ever stored outside the array, buffer or node it is
 // meant for: every position is checked against [0, capacity) before use, a
@@ -8,9 +10,13 @@
 // nodes it allocates (so no pointer in them is ever garbage); what a
 // document doesn't reach in the caller's memory keeps what it held.
 //
-// Flow: xml2param -> xml2<kind> -> (array kinds) xml2array -> direct:
+// Flow: xml2param -> the handler of the matched row's kind: xml2stri,
+// xml2enum, xml2lists (PT_LIST, PT_VLST), or xml2array (the five array
+// kinds, named in the trace as xml2sint ... xml2struM) -> direct:
 // node2<kind> with the row's ioa; counted: each element is a wrapper whose
-// "cnt" sizes a new buffer, filled by node2<kind> with the row's iob.
+// "cnt" sizes a new buffer, filled by node2<kind> with the row's iob;
+// structures and list nodes go back into xml2param. The recursion stays in
+// this file; of the codec it uses only param_xml.cpp.
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -35,6 +41,50 @@ bool take_alloc(size_t bytes)
     if (bytes > t_alloc_left)
         return false;
     t_alloc_left -= bytes;
+    return true;
+}
+
+// ---- what every kind's reader shares ------------------------------------------
+
+// With a count field, stores `ioa` into the int at `aoffset`.
+void store_count_field(void *mem_base, const struct pdesc *pdesc)
+{
+    if (row_has_count_field(pdesc))
+        store_int(at(mem_base, pdesc->aoffset), pdesc->ioa);
+}
+
+// False when xmlGetProp would surely find nothing: no attribute on the
+// element and no DTD that could give it a default. Saves an allocation on
+// most elements of a document.
+bool may_have_attr(const xmlNode *xnode)
+{
+    return xnode->properties || (xnode->doc && (xnode->doc->intSubset || xnode->doc->extSubset));
+}
+
+// The "idx" rule of every reader: an "idx" attribute sets *idx (atoi); then
+// *idx must lie in [0, count). Refusals are told at level 5 as
+// "<text>: <name> idx(%d) >= count(%d), ignore", or for a negative index
+// "<text>: <name> idx(%d) < 0, ignore". A negative index leaves *idx as it
+// was before the element, so it never addresses memory in front of the
+// array and never shrinks a count field. Returns true when accepted.
+bool take_index(xmlNode *xnode, const char *func, const char *text, const char *name,
+                int count, int *idx)
+{
+    int v = *idx;
+    xmlChar *xIdx = may_have_attr(xnode) ? xmlGetProp(xnode, xStrIdx) : nullptr;
+    if (xIdx) {
+        v = std::atoi(reinterpret_cast<const char *>(xIdx));
+        xmlFree(xIdx);
+    }
+    if (v < 0) {
+        KV_LOGF(func, 5, "%s: %s idx(%d) < 0, ignore", text, name, v);
+        return false;
+    }
+    *idx = v;
+    if (v >= count) {
+        KV_LOGF(func, 5, "%s: %s idx(%d) >= count(%d), ignore", text, name, v, count);
+        return false;
+    }
     return true;
 }
 
@@ -134,72 +184,6 @@ parse_fn int_parser(size_t size)
     }
 }
 
-// ---- counted mode ----------------------------------------------------------
-
-// Element count of a new buffer from its "cnt"; false (with a message) for a
-// count that can't size a buffer of that many elements.
-bool buffer_count_ok(int entry, const struct pdesc *pdesc, const struct array_kind *k)
-{
-    if (entry < 0 || pdesc->size == 0 ||
-        static_cast<size_t>(entry) > SIZE_MAX / pdesc->size) {
-        KV_LOGF(k->rfunc, 4, "%s: %s bad count of buffer(%d)", k->rtext, pdesc->name, entry);
-        return false;
-    }
-    return true;
-}
-
-// One wrapper: its "cnt" sizes a new buffer at entry ioa, its inner elements
-// of the row's name fill it through the kind's per-element function.
-int xml2cob(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const struct array_kind *k)
-{
-    if (!take_index(xnode, k->rfunc, k->rtext, pdesc->name, pdesc->count, &pdesc->ioa))
-        return -1;
-    char *cob_entry = at(mem_base, pdesc->boffset + sizeof(int) * static_cast<size_t>(pdesc->ioa));
-    char *ptr_entry = at(mem_base, pdesc->offset + sizeof(void *) * static_cast<size_t>(pdesc->ioa));
-    xmlChar *cnt = xmlGetProp(xnode, xStrCnt);
-    if (!cnt) {
-        KV_LOGF(k->rfunc, 4, "%s: %s no count of buffer", k->rtext, pdesc->name);
-        return -1;
-    }
-    int entry = std::atoi(reinterpret_cast<const char *>(cnt));
-    xmlFree(cnt);
-    if (entry != 0 && !buffer_count_ok(entry, pdesc, k)) {
-        store_int(cob_entry, 0);  // the entry then says: no buffer
-        return -1;
-    }
-    if (entry != 0 && !take_alloc(static_cast<size_t>(entry) * pdesc->size)) {
-        KV_LOGF(k->rfunc, 4, "%s: %s count of buffer(%d) over the reader's limit", k->rtext,
-                pdesc->name, entry);
-        store_int(cob_entry, 0);
-        return -1;
-    }
-    store_int(cob_entry, entry);
-    if (entry == 0) {
-        KV_LOGF(k->rfunc, 4, "%s: %s count of buffer is zero", k->rtext, pdesc->name);
-        return -1;
-    }
-    KV_LOGF(k->rfunc, 8, "%s: xmlMalloc: %d * %zu", k->rtext, entry, pdesc->size);
-    void *buf = xmlMalloc(static_cast<size_t>(entry) * pdesc->size);
-    store_ptr(ptr_entry, buf);
-    if (!buf) {
-        KV_LOGF(k->rfunc, 4, "%s: %s malloc failed", k->rtext, pdesc->name);
-        return -1;
-    }
-    // Zeroed: structures in it may hold list heads and buffer pointers that no
-    // element reaches, and the writer and param_xml_free follow those.
-    std::memset(buf, 0, static_cast<size_t>(entry) * pdesc->size);
-    pdesc->iob = 0;
-    for (xmlNode *child = xnode->children; child; child = child->next) {
-        if (!xmlStrEqual(child->name, BAD_CAST pdesc->name))
-            continue;
-        KV_LOGF(k->rfunc, 8, "%s: cob %d", k->rtext, entry);
-        k->from_node(buf, child, pdesc, entry, &pdesc->iob);
-    }
-    pdesc->ioa++;
-    store_cia(mem_base, pdesc);
-    return 0;
-}
-
 // ---- lists -----------------------------------------------------------------
 
 typedef void (*node_reader)(zhead_t *head, xmlNode *child, struct pdesc *pdesc);
@@ -228,14 +212,14 @@ void *new_list_node(zhead_t *head, size_t size, const char *name_of_type, const 
     return node;
 }
 
-void list_node_from_xml(zhead_t *head, xmlNode *child, struct pdesc *pdesc)
+void xml2list_node(zhead_t *head, xmlNode *child, struct pdesc *pdesc)
 {
     void *node = new_list_node(head, pdesc->size, nullptr, "xml2list", pdesc->name);
     if (node)
         xml2param(node, child, pdesc->pdesc);
 }
 
-void vlst_node_from_xml(zhead_t *head, xmlNode *child, struct pdesc *pdesc)
+void xml2vlst_node(zhead_t *head, xmlNode *child, struct pdesc *pdesc)
 {
     xmlChar *type_name = xmlGetProp(child, xStrTyp);
     if (!type_name) {
@@ -257,11 +241,14 @@ void vlst_node_from_xml(zhead_t *head, xmlNode *child, struct pdesc *pdesc)
         xml2param(node, child, alt->pdesc);
 }
 
-// One outer element: the "idx" rule picks the head, which must be empty;
-// each inner element of the row's name becomes a node through read_node.
-int lists_from_xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const char *func,
-                   node_reader read_node)
+// The reader handler of PT_LIST and PT_VLST. One outer element: the "idx"
+// rule picks the head, which must be empty; each inner element of the row's
+// name becomes a node.
+int xml2lists(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
+    const struct kind_info *k = kind_info_of(pdesc->type);
+    const char *func = k->reader;
+    node_reader read_node = k->table == KT_ADESC ? xml2vlst_node : xml2list_node;
     char *mem = at(mem_base, pdesc->offset);
     KV_LOGF(func, 8, "%s: %s", func, pdesc->name);
     if (!take_index(xnode, func, func, pdesc->name, pdesc->count, &pdesc->ioa))
@@ -276,20 +263,13 @@ int lists_from_xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const ch
     for (xmlNode *child = xnode->children; child; child = child->next)
         if (xmlStrEqual(child->name, BAD_CAST pdesc->name))
             read_node(head, child, pdesc);
-    store_cia(mem_base, pdesc);
+    store_count_field(mem_base, pdesc);
     return 0;
 }
 
-}  // namespace
-
-size_t param_xml_read_limit(size_t bytes)
-{
-    size_t before = t_alloc_left;
-    t_alloc_left = bytes;
-    return before;
-}
-
 // ---- per-element functions ---------------------------------------------------
+
+typedef int (*from_node_fn)(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, int *idx);
 
 int node2sint(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, int *idx)
 {
@@ -321,51 +301,98 @@ int node2stru(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, int *id
 
 // ---- the array frame: direct and counted mode --------------------------------
 
-int xml2array(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const struct array_kind *k)
+// The reader's half of the kinds table: the per-element function of each
+// kind that shares the array frame, by kind code. The rest of what a kind
+// takes, its handler's name included, is in kKindInfo.
+const from_node_fn kFromNode[16] = {nullptr, node2sint, node2uint, node2flot, nullptr,
+                                    nullptr, node2stru, nullptr,   nullptr,   node2stru};
+
+// Element count of a new buffer from its "cnt"; false (with a message) for a
+// count that can't size a buffer of that many elements.
+bool buffer_count_ok(int entry, const struct pdesc *pdesc, const kind_info *k)
 {
-    KV_LOGF(k->rfunc, 8, "%s: %s", k->rtext, pdesc->name);
-    if (pdesc->type & PT_F_COB)
+    if (entry < 0 || pdesc->size == 0 ||
+        static_cast<size_t>(entry) > SIZE_MAX / pdesc->size) {
+        KV_LOGF(k->reader, 4, "%s: %s bad count of buffer(%d)", k->reader_text, pdesc->name, entry);
+        return false;
+    }
+    return true;
+}
+
+// One wrapper: its "cnt" sizes a new buffer at entry ioa, its inner elements
+// of the row's name fill it through the kind's per-element function.
+int xml2cob(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const kind_info *k)
+{
+    if (!take_index(xnode, k->reader, k->reader_text, pdesc->name, pdesc->count, &pdesc->ioa))
+        return -1;
+    char *cob_entry = at(mem_base, pdesc->boffset + sizeof(int) * static_cast<size_t>(pdesc->ioa));
+    char *ptr_entry = at(mem_base, pdesc->offset + sizeof(void *) * static_cast<size_t>(pdesc->ioa));
+    xmlChar *cnt = xmlGetProp(xnode, xStrCnt);
+    if (!cnt) {
+        KV_LOGF(k->reader, 4, "%s: %s no count of buffer", k->reader_text, pdesc->name);
+        return -1;
+    }
+    int entry = std::atoi(reinterpret_cast<const char *>(cnt));
+    xmlFree(cnt);
+    if (entry != 0 && !buffer_count_ok(entry, pdesc, k)) {
+        store_int(cob_entry, 0);  // the entry then says: no buffer
+        return -1;
+    }
+    if (entry != 0 && !take_alloc(static_cast<size_t>(entry) * pdesc->size)) {
+        KV_LOGF(k->reader, 4, "%s: %s count of buffer(%d) over the reader's limit", k->reader_text,
+                pdesc->name, entry);
+        store_int(cob_entry, 0);
+        return -1;
+    }
+    store_int(cob_entry, entry);
+    if (entry == 0) {
+        KV_LOGF(k->reader, 4, "%s: %s count of buffer is zero", k->reader_text, pdesc->name);
+        return -1;
+    }
+    KV_LOGF(k->reader, 8, "%s: xmlMalloc: %d * %zu", k->reader_text, entry, pdesc->size);
+    void *buf = xmlMalloc(static_cast<size_t>(entry) * pdesc->size);
+    store_ptr(ptr_entry, buf);
+    if (!buf) {
+        KV_LOGF(k->reader, 4, "%s: %s malloc failed", k->reader_text, pdesc->name);
+        return -1;
+    }
+    // Zeroed: structures in it may hold list heads and buffer pointers that no
+    // element reaches, and the writer and param_xml_free follow those.
+    std::memset(buf, 0, static_cast<size_t>(entry) * pdesc->size);
+    pdesc->iob = 0;
+    for (xmlNode *child = xnode->children; child; child = child->next) {
+        if (!xmlStrEqual(child->name, BAD_CAST pdesc->name))
+            continue;
+        KV_LOGF(k->reader, 8, "%s: cob %d", k->reader_text, entry);
+        kFromNode[kind_code(pdesc->type)](buf, child, pdesc, entry, &pdesc->iob);
+    }
+    pdesc->ioa++;
+    store_count_field(mem_base, pdesc);
+    return 0;
+}
+
+// The reader handler of PT_SINT, PT_UINT, PT_FLOT, PT_STRU and PT_STRUM.
+int xml2array(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    const struct kind_info *k = kind_info_of(pdesc->type);
+    KV_LOGF(k->reader, 8, "%s: %s", k->reader_text, pdesc->name);
+    if (row_is_counted(pdesc))
         return xml2cob(mem_base, xnode, pdesc, k);
-    KV_LOGF(k->rfunc, 8, "%s: cia %d", k->rtext, pdesc->count);
+    KV_LOGF(k->reader, 8, "%s: cia %d", k->reader_text, pdesc->count);
     void *mem = at(mem_base, pdesc->offset);
-    if (k->via_pointer) {
+    if (k->memory == KM_POINTER) {
         mem = load_ptr(mem);
         if (!mem) {
-            KV_LOGF(k->rfunc, 4, "%s: %s null pointer, ignore", k->rtext, pdesc->name);
+            KV_LOGF(k->reader, 4, "%s: %s null pointer, ignore", k->reader_text, pdesc->name);
             return -1;
         }
     }
-    int ret = k->from_node(mem, xnode, pdesc, pdesc->count, &pdesc->ioa);
-    store_cia(mem_base, pdesc);
+    int ret = kFromNode[kind_code(pdesc->type)](mem, xnode, pdesc, pdesc->count, &pdesc->ioa);
+    store_count_field(mem_base, pdesc);
     return ret;
 }
 
 // ---- handlers ----------------------------------------------------------------
-
-int xml2sint(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return xml2array(mem_base, xnode, pdesc, &kSintKind);
-}
-
-int xml2uint(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return xml2array(mem_base, xnode, pdesc, &kUintKind);
-}
-
-int xml2flot(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return xml2array(mem_base, xnode, pdesc, &kFlotKind);
-}
-
-int xml2stru(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return xml2array(mem_base, xnode, pdesc, &kStruKind);
-}
-
-int xml2struM(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
-{
-    return xml2array(mem_base, xnode, pdesc, &kStruMKind);
-}
 
 int xml2stri(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
@@ -390,10 +417,8 @@ int xml2enum(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
     char *mem = at(mem_base, pdesc->offset);
     const struct enume *table = reinterpret_cast<const struct enume *>(pdesc->aux);
     KV_LOG(8, "xml2enum: %s", pdesc->name);
-    if (pdesc->size < sizeof(int)) {  // each value is stored as a whole int
-        KV_LOG(4, "xml2enum: %s bad size(%zu)", pdesc->name, pdesc->size);
+    if (!enum_size_ok(pdesc, "xml2enum"))  // each value is stored as a whole int
         return -1;
-    }
     if (!take_index(xnode, "xml2enum", "xml2enum", pdesc->name, pdesc->count, &pdesc->ioa))
         return -1;
     char *the_mem = mem + pdesc->size * static_cast<size_t>(pdesc->ioa);
@@ -407,17 +432,100 @@ int xml2enum(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
         item++;
     xmlFree(ctnt);
     store_int(the_mem, item->value);
-    KV_LOG(8, "xml2enum[%d]: %d(\"%s\")", pdesc->ioa, item->value, shown(item->key));
+    KV_LOG(8, "xml2enum[%d]: %d(\"%s\")", pdesc->ioa, item->value, text_or_null(item->key));
     pdesc->ioa++;
     return 0;
 }
 
-int xml2list(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+// The first row of `pdesc` named `name`, or NULL when none is.
+struct pdesc *row_named(struct pdesc *pdesc, const xmlChar *name)
 {
-    return lists_from_xml(mem_base, xnode, pdesc, "xml2list", list_node_from_xml);
+    for (struct pdesc *row = pdesc; row->type != 0; row++)
+        if (row->name && xmlStrEqual(name, BAD_CAST row->name))
+            return row;
+    return nullptr;
 }
 
-int xml2vlst(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+}  // namespace
+
+size_t param_xml_read_limit(size_t bytes)
 {
-    return lists_from_xml(mem_base, xnode, pdesc, "xml2vlst", vlst_node_from_xml);
+    size_t before = t_alloc_left;
+    t_alloc_left = bytes;
+    return before;
+}
+
+xmlChar *node_content(xmlNode *node)
+{
+    if (node->type != XML_ELEMENT_NODE)  // a text node, a comment: one piece
+        return xmlNodeGetContent(node);
+    size_t len = 0;
+    // Two walks of the subtree in document order: count, then copy.
+    for (int pass = 0; pass < 2; pass++) {
+        xmlChar *out = nullptr;
+        if (pass == 1) {
+            out = static_cast<xmlChar *>(xmlMalloc(len + 1));
+            if (!out)
+                return nullptr;
+        }
+        size_t at_byte = 0;
+        xmlNode *cur = node->children;
+        while (cur) {
+            if (cur->type == XML_ENTITY_REF_NODE) {
+                xmlFree(out);
+                return xmlNodeGetContent(node);
+            }
+            if ((cur->type == XML_TEXT_NODE || cur->type == XML_CDATA_SECTION_NODE) && cur->content) {
+                size_t n = std::strlen(reinterpret_cast<const char *>(cur->content));
+                if (out)
+                    std::memcpy(out + at_byte, cur->content, n);
+                at_byte += n;
+            }
+            if (cur->type == XML_ELEMENT_NODE && cur->children) {
+                cur = cur->children;
+                continue;
+            }
+            while (cur != node && !cur->next)
+                cur = cur->parent;
+            cur = cur == node ? nullptr : cur->next;
+        }
+        if (out) {
+            out[at_byte] = '\0';
+            return out;
+        }
+        len = at_byte;
+    }
+    return nullptr;
+}
+
+// ---- the frame ----------------------------------------------------------------
+
+// Invariant: a table ends at its first row whose type is 0; nothing of that
+// row or of any row behind it is read or written. A row without a name
+// matches no element.
+extern "C" int xml2param(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
+{
+    for (struct pdesc *row = pdesc; row->type != 0; row++)
+        row->ioa = 0;
+    for (xmlNode *child = xnode->children; child; child = child->next) {
+        struct pdesc *row = row_named(pdesc, child->name);
+        if (!row) {
+            if (!xmlStrEqual(child->name, BAD_CAST "text"))
+                KV_LOG(5, "no mark in param is \"%s\"",
+                       text_or_null(reinterpret_cast<const char *>(child->name)));
+            continue;
+        }
+        switch (row->type & PT_KIND_MASK) {
+        case PT_SINT: case PT_UINT: case PT_FLOT: case PT_STRU: case PT_STRUM:
+            xml2array(mem_base, child, row);
+            break;
+        case PT_STRI: xml2stri(mem_base, child, row); break;
+        case PT_ENUM: xml2enum(mem_base, child, row); break;
+        case PT_LIST: case PT_VLST: xml2lists(mem_base, child, row); break;
+        default:
+            KV_LOG(4, "xml2param: %s bad type(0x%X)", row->name, static_cast<unsigned>(row->type));
+            break;
+        }
+    }
+    return 0;
 }
