@@ -7,7 +7,9 @@
 // without the table walk, and the same document walked with
 // xmlNodeGetContent and strto* alone ("floor"). Items are values (or
 // structures). The trace handle stays NULL, as in a quiet application.
-// Names: codec/<write|read>_<case>/<kavor|floor>.
+// Invariant: both sides make and read the same document; the first write of
+// each figure must give it and the first read must give it back (checked
+// outside the timed part). Names: codec/<write|read>_<case>/<kavor|floor>.
 //
 //   codec_bench --benchmark_min_time=0.5
 #include <vector>
