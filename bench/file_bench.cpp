@@ -16,8 +16,8 @@ int main(int argc, char **argv)
         std::string path = file + (gz ? ".xml.gz" : ".xml"), floor = path + ".floor";
         device::register_save_load(
             "file/save_" + form + "/kavor", "file/load_" + form + "/kavor", block,
-            [=](const device::Device *d) { return device::kavor_save(file, d, gz); },
-            [=](device::Device *d) { return device::kavor_load(file, d, gz); }, path);
+            [=](const device::Device *d) { return device::block_to_file(file, d, gz); },
+            [=](device::Device *d) { return device::file_to_block(file, d, gz); }, path);
         device::register_save_load(
             "file/save_" + form + "/floor", "file/load_" + form + "/floor", block,
             [=](const device::Device *d) { return device::floor_save(d, floor.c_str(), gz); },

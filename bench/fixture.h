@@ -398,14 +398,14 @@ inline bool same(const Device *a, const Device *b)
     return memcmp(a, b, sizeof(Device)) == 0;
 }
 
-// kavor_param2file and kavor_file2param of the device block's file "<path>"
-// (kavor adds ".xml" or ".xml.gz"); true on success.
-inline bool kavor_save(const std::string &path, const Device *d, bool gz)
+// kavor_param2file and kavor_file2param of the device block and its file
+// "<path>" (kavor adds ".xml" or ".xml.gz"); true on success.
+inline bool block_to_file(const std::string &path, const Device *d, bool gz)
 {
     kavor_file_rgst_t r = bench::request(path.c_str(), "dev", table(), const_cast<Device *>(d), !gz);
     return kavor_param2file(&r) == 0;
 }
-inline bool kavor_load(const std::string &path, Device *d, bool gz)
+inline bool file_to_block(const std::string &path, Device *d, bool gz)
 {
     kavor_file_rgst_t r = bench::request(path.c_str(), "dev", table(), d, !gz);
     return kavor_file2param(&r) == 0;

@@ -57,15 +57,17 @@ int measure(const std::string &what)
     device::Device *out = device::make(true);
     std::string file = dir / "device";
     xmlInitParser();
-    bool ok = save || device::kavor_save(file, d, gz);  // the file a load reads
+    bool ok = save || device::block_to_file(file, d, gz);  // the file a load reads
     malloc_trim(0);  // give back what that write freed, so the figure starts cold
     if (!reset_peak())
         ok = false;
     long base = status_kib("VmRSS:");
     if (save)
-        ok = ok && (floor ? device::floor_save(d, path.c_str(), gz) : device::kavor_save(file, d, gz));
+        ok = ok && (floor ? device::floor_save(d, path.c_str(), gz)
+                          : device::block_to_file(file, d, gz));
     else
-        ok = ok && (floor ? device::floor_load(path.c_str(), out) : device::kavor_load(file, out, gz));
+        ok = ok && (floor ? device::floor_load(path.c_str(), out)
+                          : device::file_to_block(file, out, gz));
     long peak = status_kib("VmHWM:");
     if (!save && !device::same(out, d))
         ok = false;

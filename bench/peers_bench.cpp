@@ -150,12 +150,12 @@ struct Peer {
 template <bool Gz>
 bool kavor_save(const device::Device *d, const std::string &path)
 {
-    return device::kavor_save(path, d, Gz);
+    return device::block_to_file(path, d, Gz);
 }
 template <bool Gz>
 bool kavor_load(const std::string &path, device::Device *d)
 {
-    return device::kavor_load(path, d, Gz);
+    return device::file_to_block(path, d, Gz);
 }
 
 #if KAVOR_PEER_BOOST

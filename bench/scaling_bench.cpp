@@ -90,7 +90,7 @@ Case *get_case(Kind kind, int n)
 
 // libxml2 alone building the same elements, for the same sizes: what the
 // allocator and the caches make of the size whatever the walk.
-void floor_write(const Case *c, xmlNode *root)
+void floor_write_case(const Case *c, xmlNode *root)
 {
     if (c->kind == kArray) {
         bench::floor_write_array(reinterpret_cast<const uint32_t *>(c->mem.data()), c->n, "v", root);
@@ -119,7 +119,7 @@ void run_write(benchmark::State &st, Kind kind, bool floor)
     xmlNode *root = nullptr;
     bench::time_calls(
         st, true, [&root] { root = xmlNewNode(nullptr, BAD_CAST "root"); },
-        [&] { floor ? floor_write(c, root) : (void)param2xml(c->mem.data(), root, c->table); },
+        [&] { floor ? floor_write_case(c, root) : (void)param2xml(c->mem.data(), root, c->table); },
         [&root] { xmlFreeNode(root); });
     st.SetItemsProcessed(st.iterations() * c->n);
 }
