@@ -14,7 +14,7 @@ namespace {
 
 // Copies `s` into `out` of `size` bytes and releases it; false when it is
 // NULL or doesn't fit.
-bool take(char *s, char *out, size_t size, const char *tag)
+bool move_name_into(char *s, char *out, size_t size, const char *tag)
 {
     bool ok = s != nullptr && out != nullptr && strlen(s) < size;
     if (ok)
@@ -34,9 +34,9 @@ extern "C" int32_t kavor_file_names(const char *path, int32_t ugz, char *file, c
     }
     char *f = xml_file_name(path, ugz);
     bool ok = f != nullptr;
-    ok = take(f != nullptr ? xml_file_bak_name(f) : nullptr, backup, size, __func__) && ok;
-    ok = take(f != nullptr ? get_file_root_node(f) : nullptr, root, size, __func__) && ok;
-    ok = take(f, file, size, __func__) && ok;
+    ok = move_name_into(f != nullptr ? xml_file_bak_name(f) : nullptr, backup, size, __func__) && ok;
+    ok = move_name_into(f != nullptr ? get_file_root_node(f) : nullptr, root, size, __func__) && ok;
+    ok = move_name_into(f, file, size, __func__) && ok;
     return ok ? 0 : -1;
 }
 

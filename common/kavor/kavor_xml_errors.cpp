@@ -26,7 +26,7 @@ namespace {
 const int32_t kMaxRecords = 16;
 
 // One record for a message of libxml2, while the route takes more.
-bool take(kavor_xml_errors_t *route)
+bool room_for_record(kavor_xml_errors_t *route)
 {
     return ++route->count <= kMaxRecords;
 }
@@ -44,7 +44,7 @@ int message_len(const char *msg)
 void generic(void *data, const char *fmt, ...)
 {
     kavor_xml_errors_t *route = static_cast<kavor_xml_errors_t *>(data);
-    if (!take(route))
+    if (!room_for_record(route))
         return;
     char text[256];
     va_list ap;
@@ -59,7 +59,7 @@ void generic(void *data, const char *fmt, ...)
 void kavor_xml_error(void *data, xmlErrorPtr err)
 {
     kavor_xml_errors_t *route = static_cast<kavor_xml_errors_t *>(data);
-    if (err == NULL || !take(route))
+    if (err == NULL || !room_for_record(route))
         return;
     const char *msg = err->message != NULL ? err->message : "(no message)";
     KV_LOGF(route->fname, 5, "libxml2: %s:%d:%d: %.*s",

@@ -33,6 +33,7 @@
 #include <libxml/hash.h>
 
 #include "param_xml.h"
+#include "param_xml_private.h"
 #include "schema_private.h"
 #include "xml_trace.h"
 
@@ -480,17 +481,11 @@ void lists(schema_gen *g, xmlNodePtr decl, const struct pdesc *row, const char *
     set(g, schema_xs(g, ct, "attribute", "idx"), "type", idx);
 }
 
-bool counted_kind(int kind)
-{
-    return kind == PT_SINT || kind == PT_UINT || kind == PT_FLOT || kind == PT_STRU ||
-           kind == PT_STRUM;
-}
-
 // The declaration of the elements of one row, appended to `parent`.
 void row_element(schema_gen *g, xmlNodePtr parent, const struct pdesc *row)
 {
     const int kind = row->type & PT_KIND_MASK;
-    const bool cob = (row->type & PT_F_COB) != 0 && counted_kind(kind);
+    const bool cob = row_is_counted(row);
     if (row->count <= 0 && kind != PT_STRI)
         return;  // the writer writes nothing, the reader refuses every element
     xmlNodePtr decl = element(g, parent, row->name, kind == PT_STRI ? 1 : row->count);
