@@ -81,7 +81,7 @@ struct schema_gen {
 
 namespace {
 
-void fail(schema_gen *g, const struct pdesc *row, const char *why)
+void refuse_row(schema_gen *g, const struct pdesc *row, const char *why)
 {
     KV_LOGF("param_xml_schema", 4, "param_xml_schema: %s %s",
             row != nullptr && row->name != nullptr ? row->name : "(no name)", why);
@@ -497,7 +497,7 @@ void row_element(schema_gen *g, xmlNodePtr parent, const struct pdesc *row)
     case PT_FLOT:
         item = kind == PT_FLOT ? float_item(g, row) : int_item(g, row);
         if (item == nullptr) {
-            fail(g, row, "has a width the kind doesn't take");
+            refuse_row(g, row, "has a width the kind doesn't take");
             return;
         }
         if (cob)
@@ -515,7 +515,7 @@ void row_element(schema_gen *g, xmlNodePtr parent, const struct pdesc *row)
     case PT_STRI: {
         long long cap = (long long)(row->size < (size_t)row->count ? row->size : (size_t)row->count) - 1;
         if (row->count < 1 || cap < 0) {
-            fail(g, row, "has no room for a string");
+            refuse_row(g, row, "has no room for a string");
             return;
         }
         text_type(g, type, cap);
@@ -525,7 +525,7 @@ void row_element(schema_gen *g, xmlNodePtr parent, const struct pdesc *row)
     case PT_ENUM: {
         char idx[kNameLen];
         if (!words_type(g, type, row)) {
-            fail(g, row, "has no enume table");
+            refuse_row(g, row, "has no enume table");
             return;
         }
         index_type(g, idx, row->count);
@@ -539,7 +539,7 @@ void row_element(schema_gen *g, xmlNodePtr parent, const struct pdesc *row)
         lists(g, decl, row, variant_node_type(g, row));
         return;
     default:
-        fail(g, row, "has an unknown kind");
+        refuse_row(g, row, "has an unknown kind");
         return;
     }
 }
@@ -569,7 +569,7 @@ const char *table_type(schema_gen *g, const char *hint, const struct pdesc *tabl
     xmlNodePtr seq = schema_xs(g, global(g, "complexType", name), "sequence", nullptr);
     for (const struct pdesc *row = table; row->type != 0; row++) {
         if (row->name == nullptr) {
-            fail(g, row, "row has no name");
+            refuse_row(g, row, "row has no name");
             continue;
         }
         const struct pdesc *first = table;
@@ -633,7 +633,7 @@ const char *variant_node_type(schema_gen *g, const struct pdesc *row)
 {
     const struct adesc *alts = reinterpret_cast<const struct adesc *>(row->aux);
     if (alts == nullptr) {
-        fail(g, row, "has no adesc table");
+        refuse_row(g, row, "has no adesc table");
         return nullptr;
     }
     if (alts->name == nullptr)
