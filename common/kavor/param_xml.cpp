@@ -14,6 +14,9 @@
 // param_xml_free releases what the reader allocated.
 #include "param_xml.h"
 
+#include <climits>
+#include <cstdio>
+
 #include "param_xml_private.h"
 #include "xml_trace.h"
 
@@ -71,4 +74,64 @@ const struct adesc *find_alternative(const struct adesc *table, const char *type
     while (alt->name && !xmlStrEqual(BAD_CAST alt->name, BAD_CAST type))
         alt++;
     return alt->name ? alt : nullptr;
+}
+
+// ---- options and report of the walks of this thread --------------------------------
+
+namespace {
+
+thread_local uint32_t t_options = 0;
+thread_local param_xml_report_t *t_report = nullptr;
+
+// The "C" locale, for exact floats; (locale_t)0 if it can't be had (glibc
+// gives it without allocating).
+locale_t c_locale()
+{
+    static locale_t loc = newlocale(LC_ALL_MASK, "C", (locale_t)0);
+    return loc;
+}
+
+}  // namespace
+
+uint32_t walk_options()
+{
+    return t_options;
+}
+
+param_xml_report_t *walk_report()
+{
+    return t_report;
+}
+
+void param_xml_walk_begin(struct param_xml_walk *w, uint32_t options, param_xml_report_t *report)
+{
+    w->options = t_options;
+    w->report = t_report;
+    w->locale = (locale_t)0;
+    if ((options & PARAM_XML_EXACT_FLOATS) && c_locale() != (locale_t)0)
+        w->locale = uselocale(c_locale());
+    t_options = options;
+    t_report = report;
+}
+
+void param_xml_walk_end(const struct param_xml_walk *w)
+{
+    t_options = w->options;
+    t_report = w->report;
+    if (w->locale != (locale_t)0)
+        uselocale(w->locale);
+}
+
+void report_case(param_xml_case_t *c, const xmlNode *node, const char *row)
+{
+    if (c->count++ != 0)
+        return;
+    const xmlNode *elem = node->type == XML_ATTRIBUTE_NODE ? node->parent : node;
+    long line = elem ? xmlGetLineNo(elem) : -1;
+    c->line = line > 0 && line <= INT32_MAX ? static_cast<int32_t>(line) : 0;
+    xmlChar *path = xmlGetNodePath(node);
+    if (path)
+        std::snprintf(c->path, sizeof c->path, "%s%s%s", reinterpret_cast<const char *>(path),
+                      row ? "/" : "", row ? row : "");
+    xmlFree(path);
 }

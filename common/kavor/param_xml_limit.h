@@ -1,6 +1,6 @@
-// param_xml_limit.h - the reader's allocation limit: the one piece of the
-// codec's inside that the file manager uses (a load sets the limit around
-// its walk of one document). Internal to the library: nothing here is
+// param_xml_limit.h - the reader's allocation limit: with the walk's options
+// and report (param_xml_walk.h), the piece of the codec's inside that the
+// file manager uses (a load sets the limit around its walk of one document). Internal to the library: nothing here is
 // exported. Defined in param_xml_read.cpp.
 #ifndef KAVOR_PARAM_XML_LIMIT_H
 #define KAVOR_PARAM_XML_LIMIT_H

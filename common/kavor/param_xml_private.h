@@ -23,6 +23,7 @@
 
 #include "param_xml.h"
 #include "param_xml_limit.h"
+#include "param_xml_walk.h"
 
 // ---- shared by the whole codec (param_xml.cpp) --------------------------------
 

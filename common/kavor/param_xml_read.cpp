@@ -17,7 +17,10 @@
 // "cnt" sizes a new buffer, filled by node2<kind> with the row's iob;
 // structures and list nodes go back into xml2param. The recursion stays in
 // this file; of the codec it uses only param_xml.cpp.
+#include <cctype>
 #include <cerrno>
+#include <cmath>
+#include <limits>
 #include <cinttypes>
 #include <climits>
 #include <cstdint>
@@ -42,6 +45,93 @@ bool take_alloc(size_t bytes)
         return false;
     t_alloc_left -= bytes;
     return true;
+}
+
+// ---- the report of a walk (xml2param_report, a load of the file manager) -------
+
+const xmlChar *const kNoAttr[] = {nullptr};
+const xmlChar *const kIdxAttr[] = {BAD_CAST "idx", nullptr};
+const xmlChar *const kWrapperAttr[] = {BAD_CAST "idx", BAD_CAST "cnt", nullptr};
+const xmlChar *const kTypAttr[] = {BAD_CAST "typ", nullptr};
+
+// Counts, in the walk's report, each attribute of `elem` whose name isn't in
+// `allowed` (a NULL-ended list).
+void report_attrs(param_xml_report_t *rep, const xmlNode *elem, const xmlChar *const *allowed)
+{
+    if (elem->type != XML_ELEMENT_NODE)
+        return;
+    for (const xmlAttr *a = elem->properties; a; a = a->next) {
+        const xmlChar *const *ok = allowed;
+        while (*ok && !xmlStrEqual(*ok, a->name))
+            ok++;
+        if (!*ok)
+            report_case(&rep->unknown, reinterpret_cast<const xmlNode *>(a), nullptr);
+    }
+}
+
+// A child of a wrapper or of a list's outer element: an inner element
+// (`inner`) has its attributes checked against `allowed`, any other element
+// counts as unknown. Nothing without a report.
+void report_inner(const xmlNode *child, bool inner, const xmlChar *const *allowed)
+{
+    param_xml_report_t *rep = walk_report();
+    if (!rep)
+        return;
+    if (inner)
+        report_attrs(rep, child, allowed);
+    else if (child->type == XML_ELEMENT_NODE)
+        report_case(&rep->unknown, child, nullptr);
+}
+
+// The attributes that the reader of `row` reads on its elements.
+const xmlChar *const *attrs_read(const struct pdesc *row)
+{
+    if ((row->type & PT_KIND_MASK) == PT_STRI)
+        return kNoAttr;
+    return row_is_counted(row) ? kWrapperAttr : kIdxAttr;
+}
+
+// Rows that matched an element in one walk, for the report of missing rows:
+// a bit per row for the first kRowBits rows, a search for the others.
+const int kRowBits = 256;
+struct matched_rows {
+    uint64_t bits[kRowBits / 64];
+};
+
+bool row_has_element(const xmlNode *xnode, const struct pdesc *row)
+{
+    for (const xmlNode *c = xnode->children; c; c = c->next)
+        if (xmlStrEqual(c->name, BAD_CAST row->name))
+            return true;
+    return false;
+}
+
+// Reports each named row of the table that no child of `xnode` matched.
+void report_missing(param_xml_report_t *rep, const xmlNode *xnode, const struct pdesc *pdesc,
+                    const matched_rows &seen)
+{
+    int i = 0;
+    for (const struct pdesc *row = pdesc; row->type != 0; row++, i++) {
+        bool found = i < kRowBits ? (seen.bits[i / 64] >> (i % 64)) & 1 : row_has_element(xnode, row);
+        if (row->name && !found)
+            report_case(&rep->missing, xnode, row->name);
+    }
+}
+
+// Notes what the reader does with one child of a walked element: an element
+// no row knows, or attributes the row's kind doesn't read.
+void report_child(param_xml_report_t *rep, const xmlNode *child, const struct pdesc *pdesc,
+                  const struct pdesc *row, matched_rows &seen)
+{
+    if (!row) {
+        if (child->type == XML_ELEMENT_NODE)
+            report_case(&rep->unknown, child, nullptr);
+        return;
+    }
+    long i = row - pdesc;
+    if (i < kRowBits)
+        seen.bits[i / 64] |= uint64_t(1) << (i % 64);
+    report_attrs(rep, child, attrs_read(row));
 }
 
 // ---- what every kind's reader shares ------------------------------------------
@@ -76,6 +166,10 @@ bool take_index(xmlNode *xnode, const char *func, const char *text, const char *
         v = std::atoi(reinterpret_cast<const char *>(xIdx));
         xmlFree(xIdx);
     }
+    if (v < 0 || v >= count) {
+        if (param_xml_report_t *rep = walk_report())
+            report_case(&rep->over_capacity, xnode, nullptr);
+    }
     if (v < 0) {
         KV_LOGF(func, 5, "%s: %s idx(%d) < 0, ignore", text, name, v);
         return false;
@@ -107,19 +201,52 @@ void trace_int(const char *func, int idx, T v)
     }
 }
 
+// Whether `bits`, read from the text at `p` (range_err: beyond 64 bits),
+// lies outside the range of T, so that storing it narrows it.
+template <typename T>
+bool out_of_range(const char *p, uintmax_t bits, bool range_err)
+{
+    if (range_err)
+        return true;
+    if (std::is_signed<T>::value) {
+        intmax_t v = static_cast<intmax_t>(bits);
+        return v < std::numeric_limits<T>::min() || v > std::numeric_limits<T>::max();
+    }
+    while (std::isspace(static_cast<unsigned char>(*p)))
+        p++;
+    return (*p == '-' && bits != 0) || bits > std::numeric_limits<T>::max();
+}
+
+// What the rest of an element's text, behind the last value stored, tells
+// the report: more values than room (`full`), or text that is no number.
+void report_rest(param_xml_report_t *rep, const char *p, const xmlNode *xnode, bool full)
+{
+    while (std::isspace(static_cast<unsigned char>(*p)))
+        p++;
+    if (*p)
+        report_case(full ? &rep->over_capacity : &rep->not_number, xnode, nullptr);
+}
+
 // Converts the values of `ctnt` one by one into the array at `mem`, from
 // *idx while *idx < count; stops at the first text that is no number.
 template <typename T>
-void parse_ints(const char *ctnt, char *mem, int count, int *idx, const char *func)
+void parse_ints(const char *ctnt, char *mem, int count, int *idx, const char *func,
+                const xmlNode *xnode)
 {
     const char *p = ctnt;
     char *the_mem = mem + sizeof(T) * static_cast<size_t>(*idx);
     const bool traced = vorn_trace_enabled(param_xml_trace_h, 8);  // once per element
+    param_xml_report_t *rep = walk_report();
     while (*idx < count) {
         char *endp;
-        T data = static_cast<T>(param_xml_number::parse<std::is_signed<T>::value>(p, &endp));
+        if (rep)
+            errno = 0;
+        uintmax_t bits = param_xml_number::parse<std::is_signed<T>::value>(p, &endp);
         if (endp == p)
             break;
+        T data = static_cast<T>(bits);
+        if (rep && out_of_range<T>(p, bits, errno == ERANGE))
+            report_case(&rep->narrowed, xnode, nullptr);
         if (traced)
             trace_int<T>(func, *idx, data);
         std::memcpy(the_mem, &data, sizeof data);
@@ -127,20 +254,41 @@ void parse_ints(const char *ctnt, char *mem, int count, int *idx, const char *fu
         (*idx)++;
         p = endp;
     }
+    if (rep)
+        report_rest(rep, p, xnode, *idx >= count);
 }
 
+// An infinity that the text at `p` doesn't spell out came from a number
+// beyond the range of T.
+bool spelled_infinity(const char *p)
+{
+    while (std::isspace(static_cast<unsigned char>(*p)))
+        p++;
+    if (*p == '+' || *p == '-')
+        p++;
+    return *p == 'i' || *p == 'I';
+}
+
+// With exact floats a float's text is read straight to float (strtof), not
+// rounded twice through double.
 template <typename T>
-void parse_floats(const char *ctnt, char *mem, int count, int *idx, const char *func)
+void parse_floats(const char *ctnt, char *mem, int count, int *idx, const char *func,
+                  const xmlNode *xnode)
 {
     const char *p = ctnt;
     char *the_mem = mem + sizeof(T) * static_cast<size_t>(*idx);
     const int prec = sizeof(T) == 4 ? 7 : 16;
     const bool traced = vorn_trace_enabled(param_xml_trace_h, 8);  // once per element
+    const bool exact = (walk_options() & PARAM_XML_EXACT_FLOATS) != 0;
+    param_xml_report_t *rep = walk_report();
     while (*idx < count) {
         char *endp;
-        T data = static_cast<T>(std::strtod(p, &endp));
+        T data = exact && sizeof(T) == 4 ? static_cast<T>(std::strtof(p, &endp))
+                                         : static_cast<T>(std::strtod(p, &endp));
         if (endp == p)
             break;
+        if (rep && std::isinf(data) && !spelled_infinity(p))
+            report_case(&rep->narrowed, xnode, nullptr);
         if (traced)
             KV_LOGF(func, 8, "%s[%d]: %.*e", func, *idx, prec, static_cast<double>(data));
         std::memcpy(the_mem, &data, sizeof data);
@@ -148,9 +296,12 @@ void parse_floats(const char *ctnt, char *mem, int count, int *idx, const char *
         (*idx)++;
         p = endp;
     }
+    if (rep)
+        report_rest(rep, p, xnode, *idx >= count);
 }
 
-typedef void (*parse_fn)(const char *ctnt, char *mem, int count, int *idx, const char *func);
+typedef void (*parse_fn)(const char *ctnt, char *mem, int count, int *idx, const char *func,
+                         const xmlNode *xnode);
 
 // One element of numbers into the array: the "idx" rule, the content, the
 // values. `parse` is NULL for a width the kind doesn't support.
@@ -165,7 +316,8 @@ int node2numbers(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, int 
         return -1;
     }
     if (parse)
-        parse(reinterpret_cast<const char *>(ctnt), static_cast<char *>(mem), count, idx, func);
+        parse(reinterpret_cast<const char *>(ctnt), static_cast<char *>(mem), count, idx, func,
+              xnode);
     else
         KV_LOGF(func, 4, "%s: %s bad data size(%zu)", func, pdesc->name, pdesc->size);
     xmlFree(ctnt);
@@ -223,6 +375,7 @@ void xml2vlst_node(zhead_t *head, xmlNode *child, struct pdesc *pdesc)
 {
     xmlChar *type_name = xmlGetProp(child, xStrTyp);
     if (!type_name) {
+        report_inner(child, false, nullptr);
         KV_LOGF("xml2vlst", 4, "xml2vlst: %s type name", pdesc->name);
         return;
     }
@@ -234,8 +387,10 @@ void xml2vlst_node(zhead_t *head, xmlNode *child, struct pdesc *pdesc)
     }
     const struct adesc *alt = find_alternative(table, reinterpret_cast<const char *>(type_name));
     xmlFree(type_name);
-    if (!alt)
+    if (!alt) {
+        report_inner(child, false, nullptr);
         return;
+    }
     void *node = new_list_node(head, alt->size, alt->name, "xml2vlst", pdesc->name);
     if (node && alt->pdesc)
         xml2param(node, child, alt->pdesc);
@@ -260,9 +415,13 @@ int xml2lists(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
         KV_LOGF(func, 4, "%s: %s not an empty list", func, pdesc->name);
         return -1;
     }
-    for (xmlNode *child = xnode->children; child; child = child->next)
-        if (xmlStrEqual(child->name, BAD_CAST pdesc->name))
+    const xmlChar *const *attrs = k->table == KT_ADESC ? kTypAttr : kNoAttr;
+    for (xmlNode *child = xnode->children; child; child = child->next) {
+        bool inner = xmlStrEqual(child->name, BAD_CAST pdesc->name);
+        report_inner(child, inner, attrs);
+        if (inner)
             read_node(head, child, pdesc);
+    }
     store_count_field(mem_base, pdesc);
     return 0;
 }
@@ -361,7 +520,9 @@ int xml2cob(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, const kind_info
     std::memset(buf, 0, static_cast<size_t>(entry) * pdesc->size);
     pdesc->iob = 0;
     for (xmlNode *child = xnode->children; child; child = child->next) {
-        if (!xmlStrEqual(child->name, BAD_CAST pdesc->name))
+        bool inner = xmlStrEqual(child->name, BAD_CAST pdesc->name);
+        report_inner(child, inner, kIdxAttr);
+        if (!inner)
             continue;
         KV_LOGF(k->reader, 8, "%s: cob %d", k->reader_text, entry);
         kFromNode[kind_code(pdesc->type)](buf, child, pdesc, entry, &pdesc->iob);
@@ -404,6 +565,9 @@ int xml2stri(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
         return -1;
     }
     size_t len = static_cast<size_t>(xmlStrlen(ctnt)) + 1;
+    if (len > pdesc->size)
+        if (param_xml_report_t *rep = walk_report())
+            report_case(&rep->over_capacity, xnode, nullptr);
     std::memcpy(mem, ctnt, len < pdesc->size ? len : pdesc->size);
     xmlFree(ctnt);
     // The stored text may lack its terminator: print at most `size` bytes.
@@ -431,6 +595,9 @@ int xml2enum(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
     while (item->key && !xmlStrEqual(BAD_CAST item->key, ctnt))
         item++;
     xmlFree(ctnt);
+    if (!item->key)
+        if (param_xml_report_t *rep = walk_report())
+            report_case(&rep->unknown_word, xnode, nullptr);
     store_int(the_mem, item->value);
     KV_LOG(8, "xml2enum[%d]: %d(\"%s\")", pdesc->ioa, item->value, text_or_null(item->key));
     pdesc->ioa++;
@@ -507,8 +674,12 @@ extern "C" int xml2param(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
 {
     for (struct pdesc *row = pdesc; row->type != 0; row++)
         row->ioa = 0;
+    param_xml_report_t *rep = walk_report();
+    matched_rows seen = {};
     for (xmlNode *child = xnode->children; child; child = child->next) {
         struct pdesc *row = row_named(pdesc, child->name);
+        if (rep)
+            report_child(rep, child, pdesc, row, seen);
         if (!row) {
             if (!xmlStrEqual(child->name, BAD_CAST "text"))
                 KV_LOG(5, "no mark in param is \"%s\"",
@@ -527,5 +698,19 @@ extern "C" int xml2param(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
             break;
         }
     }
+    if (rep)
+        report_missing(rep, xnode, pdesc, seen);
+    return 0;
+}
+
+extern "C" int xml2param_report(void *mem_base, xmlNode *xnode, struct pdesc *pdesc,
+                                uint32_t options, param_xml_report_t *report)
+{
+    if (report)
+        std::memset(report, 0, sizeof *report);
+    struct param_xml_walk w;
+    param_xml_walk_begin(&w, options, report);
+    xml2param(mem_base, xnode, pdesc);
+    param_xml_walk_end(&w);
     return 0;
 }

@@ -112,7 +112,9 @@ int int_group_size(size_t size, bool is_signed, int fmt, group_fn *fn)
 
 // ---- floating point: one "%.*g" per value -----------------------------------
 
-char *put_floats(char *p, char *end, const char *mem, size_t size, int from, int to)
+// Significant digits: 6 and 15, or with exact floats 9 and 17, enough for
+// every float and double to read back to its own bits.
+char *put_floats(char *p, char *end, const char *mem, size_t size, int from, int to, bool exact)
 {
     for (int i = from; i < to; i++) {
         if (i != from)
@@ -123,10 +125,10 @@ char *put_floats(char *p, char *end, const char *mem, size_t size, int from, int
             float f;
             std::memcpy(&f, mem + static_cast<size_t>(i) * 4, 4);
             v = f;
-            prec = 6;
+            prec = exact ? 9 : 6;
         } else {
             std::memcpy(&v, mem + static_cast<size_t>(i) * 8, 8);
-            prec = 15;
+            prec = exact ? 17 : 15;
         }
         int n = std::snprintf(p, static_cast<size_t>(end - p), "%.*g", prec, v);
         if (n > 0 && n < end - p)
@@ -304,6 +306,7 @@ int entries_to_write(void *mem_base, const struct pdesc *pdesc)
 struct number_shape {
     int per;           // values per element; 0: unsupported width
     group_fn ints;     // integer formatter, or NULL for floats
+    bool exact;        // floats: exact digits
 };
 
 // Appends the elements of `count` numbers at mem to xnode: one element per
@@ -332,7 +335,7 @@ int numbers2node(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count,
             next = count - i > shape.per ? i + shape.per : count;
             char *p = shape.ints ? shape.ints(str_ctnt, cmem, i, next)
                                  : put_floats(str_ctnt, str_ctnt + sizeof str_ctnt, cmem,
-                                              pdesc->size, i, next);
+                                              pdesc->size, i, next, shape.exact);
             *p = '\0';
         }
         KV_LOGF(func, 8, "%s: %s", func, str_ctnt);
@@ -351,6 +354,7 @@ int ints2node(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count, bool is
               const char *func)
 {
     number_shape shape;
+    shape.exact = false;
     shape.per = int_group_size(pdesc->size, is_signed, pdesc->type & PT_FMT_MASK, &shape.ints);
     return numbers2node(mem, xnode, pdesc, count, func, shape);
 }
@@ -368,6 +372,7 @@ int flot2node(void *mem, xmlNode *xnode, struct pdesc *pdesc, int count)
 {
     number_shape shape;
     shape.ints = nullptr;
+    shape.exact = (walk_options() & PARAM_XML_EXACT_FLOATS) != 0;
     shape.per = pdesc->size == 4 ? 8 : pdesc->size == 8 ? 4 : 0;
     return numbers2node(mem, xnode, pdesc, count, "flot2node", shape);
 }
@@ -654,5 +659,14 @@ extern "C" int param2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc)
             break;
         }
     }
+    return 0;
+}
+
+extern "C" int param2xml_opt(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, uint32_t options)
+{
+    struct param_xml_walk w;
+    param_xml_walk_begin(&w, options, walk_report());
+    param2xml(mem_base, xnode, pdesc);
+    param_xml_walk_end(&w);
     return 0;
 }

@@ -140,6 +140,89 @@ int param2xml(void *mem_base, xmlNode *xnode, struct pdesc *pdesc);
 ///   directions (level 4, "<fn>: <name> bad size(<n>)").
 int xml2param(void *mem_base, xmlNode *xnode, struct pdesc *pdesc);
 
+/// @name Options of a walk, and what the reader did to the values
+/// @{
+
+/// Option of param2xml_opt() and xml2param_report(): exact floats. The
+/// writer gives a float 9 and a double 17 significant digits, enough for
+/// the text to read back to the same bits (negative zero, subnormals and
+/// the extremes included; a NaN reads back as a NaN), and always '.' as the
+/// decimal point; the reader takes '.' as the decimal point and reads a
+/// float's text straight to float. Both ignore the locale of the process
+/// and of the thread (the walk runs under the "C" locale of the thread
+/// alone; setlocale is never called). Without it the codec writes 6 and 15
+/// digits with the decimal point of the locale, as param2xml() does.
+#define PARAM_XML_EXACT_FLOATS 0x1u
+
+/// Room of the path in a param_xml_case_t, its NUL included.
+#define PARAM_XML_PATH_MAX 128
+
+/// One kind of thing the reader did, counted over a walk.
+typedef struct {
+    /// Number of cases.
+    uint32_t count;
+    /// Line of the first case's element in its document (libxml2's line
+    /// number); 0 when unknown, as for a tree that wasn't parsed.
+    int32_t line;
+    /// Path of the first case; "" while `count` is 0. The XPath form that
+    /// libxml2's xmlGetNodePath gives, from the document's root (or the
+    /// tree's top element): element names joined by '/', "[n]" behind the
+    /// n-th (from 1) of several siblings of one name, "@name" for an
+    /// attribute, e.g. "/net/net_cfg/port[2]/mtu" or
+    /// "/net/net_cfg/mtu/@unit". For a missing row, the path of the element
+    /// that lacks it with the row's name behind it. Cut to fit, at
+    /// PARAM_XML_PATH_MAX - 1 bytes.
+    char path[PARAM_XML_PATH_MAX];
+} param_xml_case_t;
+
+/// What the reader did to the values of a document, beyond the records of
+/// the trace. Counts add up over the whole walk, nested structures, list
+/// nodes and buffers included.
+typedef struct {
+    /// Numbers outside their field's range, stored narrowed to the field's
+    /// width (300 in an 8-bit field is stored as 44, -1 in an unsigned one
+    /// as its largest value) or, for floats, as an infinity. One per value.
+    param_xml_case_t narrowed;
+    /// Number elements whose text holds something that is no number ("abc",
+    /// "1,5"): the values before it are stored, the rest of the element is
+    /// dropped. One per element.
+    param_xml_case_t not_number;
+    /// Enumeration words that no item of the table has: the value of the
+    /// table's end item is stored. One per element.
+    param_xml_case_t unknown_word;
+    /// Elements and values beyond the capacity: an element whose index is
+    /// at or past the row's count (or negative), an element with more values
+    /// than the array has room for, a string longer than its field (cut).
+    /// One per element.
+    param_xml_case_t over_capacity;
+    /// Elements and attributes that the table doesn't know: an element that
+    /// matches no row, an attribute that the row's kind doesn't read. They
+    /// are passed over. One per element or attribute (an unknown element's
+    /// own content isn't looked into).
+    param_xml_case_t unknown;
+    /// Rows that the document doesn't have: no element of the row's name
+    /// under the element walked. Their memory keeps what it held. One per
+    /// row and walked element (each structure, each list node).
+    param_xml_case_t missing;
+} param_xml_report_t;
+
+/// param2xml() with `options` (0 or PARAM_XML_EXACT_FLOATS). With 0 it is
+/// param2xml() exactly; unknown option bits are ignored. Returns 0 always.
+int param2xml_opt(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, uint32_t options);
+
+/// xml2param() with `options` (0 or PARAM_XML_EXACT_FLOATS), filling
+/// `report` (when it isn't NULL) with what the reader did to the values:
+/// the report is cleared first, then counts the cases of this walk. The
+/// block, the table's run-time fields and the trace records are what
+/// xml2param() with the same options gives; xml2param() itself reports
+/// nothing. The report belongs to the caller. Like xml2param(), it takes
+/// no lock; the report's paths cost a libxml2 allocation each (the first
+/// case of a kind only), and a path that can't be made is left "". Returns
+/// 0 always.
+int xml2param_report(void *mem_base, xmlNode *xnode, struct pdesc *pdesc, uint32_t options,
+                     param_xml_report_t *report);
+/// @}
+
 /// Releases, with xmlFree(), every counted buffer and every list node
 /// reachable from the block at `mem_base` described by the table `pdesc`,
 /// at any depth: what a buffer or node holds is released before it. Leaves
