@@ -37,6 +37,7 @@
 #include "kavor_private.h"
 #include "othermisc.h"
 #include "param_xml.h"
+#include "param_xml_walk.h"
 #include "vn_time.h"
 #include "xml_trace.h"
 
@@ -124,9 +125,11 @@ int write_target(const char *file_name, xmlDocPtr doc, int gz)
     kavor_sys.remove(file_name);
     int fd = kavor_sys.create(file_name);
     if (fd < 0) {
+        int err = errno;
         char why[128];
         KV_LOGF("xmlMakeParamFile", 4, "file<%s> can't be created new: %s.", file_name,
-                strerror_r(errno, why, sizeof why));
+                strerror_r(err, why, sizeof why));
+        errno = err;  // the create's, for the save status
         return -1;
     }
     return kavor_sys.save_doc(fd, doc, "utf-8", gz ? 1 : 0);
@@ -141,9 +144,16 @@ xmlNodePtr make_root(kavor_fcom_t *fcom, xmlDocPtr doc, const char *file_name)
         xmlFreeNode(root);
         root = NULL;
     }
+    uint32_t policies = file_policies(fcom);
+    struct param_xml_walk walk;
+    param_xml_walk_begin(&walk, (policies & KAVOR_POLICY_EXACT_FLOATS) ? PARAM_XML_EXACT_FLOATS : 0,
+                         NULL);
     nodes_rdlock(fcom);
     int32_t made = xmlMakeNode(root, (kavor_file_t *)fcom->file_lst);
+    if (made > 0 && (policies & KAVOR_POLICY_KEEP_UNKNOWN))
+        keep_write_back(fcom, root);
     nodes_unlock(fcom);
+    param_xml_walk_end(&walk);
     if (made < 0 || (made == 0 && fcom->mobj != NULL)) {
         KV_LOGF("xmlMakeParamFile", 4, "document of file<%s> is incomplete, not written.",
                 file_name);
@@ -173,6 +183,8 @@ int32_t xmlMakeParamFile(kavor_fcom_t *fcom, char *file_name)
     if (root != NULL) {
         xmlDocSetRootElement(doc, root);
         ret = xmlSaveParamDoc(doc, file_name);
+        if (ret != 0)
+            save_failed_at(fcom, KAVOR_STEP_WRITE, errno);
     }
     xmlFreeDoc(doc);
     kavor_xml_errors_end(&route);
@@ -190,7 +202,9 @@ int32_t xmlSaveParamDoc(xmlDocPtr doc, const char *file_name)
     // still give a byte count, having written a cut document: any error
     // raised during the write fails it.
     xmlResetLastError();
+    errno = 0;
     int rc = write_target(file_name, doc, gz);
+    int write_errno = errno;
     xmlErrorPtr err = xmlGetLastError();
     if (rc >= 0 && err != NULL && err->code != XML_ERR_OK) {
         KV_LOGF("xmlMakeParamFile", 4, "write of file<%s> failed: %s", file_name,
@@ -200,6 +214,7 @@ int32_t xmlSaveParamDoc(xmlDocPtr doc, const char *file_name)
     kavor_xml_errors_end(&route);
     KV_LOGF("xmlMakeParamFile", 7, "time=%llu, end to makeParam of file<%s>.",
             (unsigned long long)vn_uptime_ms(), file_name);
+    errno = write_errno;  // the write's, for the save status
     return rc < 0 ? -1 : 0;
 }
 
@@ -222,9 +237,26 @@ int kavor_save_fd(int fd, xmlDocPtr doc, const char *encoding, int format)
     return xmlSaveFormatFileTo(buf, doc, encoding, format);
 }
 
-extern "C" int32_t kavor_param2file(kavor_file_rgst_t *rgst)
+namespace {
+
+// A standalone record for one call with `policies`, or NULL (reported).
+kavor_file_t *one_shot(kavor_file_rgst_t *rgst, uint32_t policies, const char *fname)
 {
+    if ((policies & ~KAVOR_POLICY_ALL) != 0) {
+        KV_LOGF(fname, 4, "unknown policy 0x%x.", (unsigned)policies);
+        return NULL;
+    }
     kavor_file_t *fobj = kavor_register(NULL, rgst);
+    if (fobj != NULL)
+        fobj->fcom->policies = policies & KAVOR_POLICY_EXACT_FLOATS;
+    return fobj;
+}
+
+}  // namespace
+
+extern "C" int32_t kavor_param2file_v2(kavor_file_rgst_t *rgst, uint32_t policies)
+{
+    kavor_file_t *fobj = one_shot(rgst, policies, __func__);
     if (fobj == NULL)
         return -1;
     int32_t ret = xmlMakeParamFile(fobj->fcom, fobj->fcom->filename);
@@ -232,12 +264,30 @@ extern "C" int32_t kavor_param2file(kavor_file_rgst_t *rgst)
     return ret;
 }
 
-extern "C" int32_t kavor_file2param(kavor_file_rgst_t *rgst)
+extern "C" int32_t kavor_param2file(kavor_file_rgst_t *rgst)
 {
-    kavor_file_t *fobj = kavor_register(NULL, rgst);
+    return kavor_param2file_v2(rgst, 0);
+}
+
+extern "C" int32_t kavor_file2param_v2(kavor_file_rgst_t *rgst, uint32_t policies,
+                                       kavor_load_report_t *report)
+{
+    if (report != NULL) {
+        memset(report, 0, sizeof(*report));
+        report->result = -1;
+    }
+    kavor_file_t *fobj = one_shot(rgst, policies, __func__);
     if (fobj == NULL)
         return -1;
-    int32_t ret = xmlParseParamFile(fobj->fcom, fobj->fcom->filename);
+    struct load_ctx lc = {report, fobj->fcom->policies, 1, false, NULL};
+    int32_t ret = xmlParseParamFile(fobj->fcom, fobj->fcom->filename, &lc);
     kavor_unregister(fobj);
+    if (report != NULL)
+        report->result = ret;
     return ret;
+}
+
+extern "C" int32_t kavor_file2param(kavor_file_rgst_t *rgst)
+{
+    return kavor_file2param_v2(rgst, 0, NULL);
 }

@@ -36,6 +36,7 @@
 // Lock order: fcom_rwlock (read, kavor_load_all), f_mutex, mtx_ld (the parse
 // alone), file_rwlock (read, the node walk and xml2param).
 #include <assert.h>
+#include <string.h>
 
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
@@ -43,6 +44,7 @@
 #include "kavor_private.h"
 #include "param_xml.h"
 #include "param_xml_limit.h"
+#include "param_xml_walk.h"
 #include "vn_ipc.h"
 #include "xml_trace.h"
 #include "zlib_if.h"
@@ -68,6 +70,14 @@ namespace {
 // Buffers and list nodes that the walk of one document may allocate.
 const size_t kLoadAllocLimit = 64u << 20;
 
+// Where a parse notes what libxml2 says: the trace's route, and the load's
+// report with the copy read (rep NULL: no report).
+struct error_note {
+    kavor_xml_errors_t *route;
+    kavor_load_report_t *rep;
+    int32_t copy;  // 1 the file, 2 the backup
+};
+
 // Marks the parse and stops it at "<!DOCTYPE".
 void refuse_doctype(void *ctx, const xmlChar *, const xmlChar *, const xmlChar *)
 {
@@ -89,6 +99,26 @@ void pass_error(void *ctx, xmlErrorPtr err)
 {
     kavor_parse_t *how = static_cast<kavor_parse_t *>(static_cast<xmlParserCtxtPtr>(ctx)->_private);
     how->errors(how->data, err);
+}
+
+// Passes libxml2's message on to the trace and notes the first error (not
+// a warning) of the load in its report.
+void note_error(void *data, xmlErrorPtr err)
+{
+    const error_note *note = static_cast<const error_note *>(data);
+    kavor_xml_error(note->route, err);
+    kavor_load_report_t *rep = note->rep;
+    if (rep == NULL || rep->error_copy != 0 || err == NULL || err->level < XML_ERR_ERROR)
+        return;
+    rep->error_copy = note->copy;
+    rep->error_line = err->line;
+    rep->error_column = err->int2;
+    const char *msg = err->message != NULL ? err->message : "";
+    size_t n = strcspn(msg, "\n");
+    if (n >= sizeof(rep->error_message))
+        n = sizeof(rep->error_message) - 1;
+    memcpy(rep->error_message, msg, n);
+    rep->error_message[n] = '\0';
 }
 
 }  // namespace
@@ -115,13 +145,14 @@ xmlDocPtr kavor_read_doc(const char *path, int recover, kavor_parse_t *how)
 }
 
 int32_t kavor_read_copy_why(const char *path, const char *rt_node, xmlDocPtr *out,
-                            int32_t *why)
+                            int32_t *why, kavor_load_report_t *rep, int32_t copy)
 {
     assert(path != NULL);
     int32_t result = KAVOR_COPY_COMPLETE, fault = 0;
     kavor_xml_errors_t route;
     kavor_xml_errors_begin(&route, "xmlParseParamFile", path);
-    kavor_parse_t how = {false, 0, kavor_xml_error, &route};
+    error_note note = {&route, rep, copy};
+    kavor_parse_t how = {false, 0, note_error, &note};
     xmlDocPtr doc = kavor_read_doc(path, 0, &how);
     if (doc == NULL && !how.doctype) {
         result = KAVOR_COPY_RECOVERED;
@@ -150,50 +181,130 @@ int32_t kavor_read_copy_why(const char *path, const char *rt_node, xmlDocPtr *ou
 
 int32_t kavor_read_copy(const char *path, const char *rt_node, xmlDocPtr *doc)
 {
-    return kavor_read_copy_why(path, rt_node, doc, NULL);
+    return kavor_read_copy_why(path, rt_node, doc, NULL, NULL, 0);
 }
 
-int32_t xmlParseParamFile(kavor_fcom_t *fcom, const char *path)
+namespace {
+
+// The level-4 record of each reason a copy is unusable, by KAVOR_COPY_*.
+const char *const kRefused[] = {
+    NULL,
+    "xmlParseFile %s failed!",
+    "%s has a document type declaration, refused!",
+    "%s get root node failed!",
+    "parse xml file(%s) failed!",
+};
+
+// A copy whose recovered document waits for the backup (PREFER_BACKUP).
+const int32_t kWaiting = 2;
+
+// The mark of a root's child that a node is filled from (its _private).
+char kNodeElement;
+
+// Marks the child of `root` that each node is filled from (the first of its
+// name, as xmlParseNode takes it); notes in `values` (when not NULL) the
+// nodes without one, and the root's other element children.
+void mark_node_elements(xmlNodePtr root, kavor_file_t *fobj, param_xml_report_t *values)
 {
-    // The level-4 record of each reason a copy is unusable, by KAVOR_COPY_*.
-    static const char *const kRefused[] = {
-        NULL,
-        "xmlParseFile %s failed!",
-        "%s has a document type declaration, refused!",
-        "%s get root node failed!",
-        "parse xml file(%s) failed!",
-    };
+    for (; fobj != NULL; fobj = (kavor_file_t *)fobj->node.next) {
+        xmlNodePtr c = root->children;
+        while (c != NULL && xmlStrcmp(c->name, BAD_CAST fobj->node_name) != 0)
+            c = c->next;
+        if (c != NULL)
+            c->_private = &kNodeElement;
+        else if (values != NULL)
+            report_case(&values->missing, root, fobj->node_name);
+    }
+    for (xmlNodePtr c = root->children; c != NULL && values != NULL; c = c->next)
+        if (c->type == XML_ELEMENT_NODE && !is_node_element(c))
+            report_case(&values->unknown, c, NULL);
+}
+
+// The source of the report for a copy read with a result.
+int32_t source_of(int32_t copy, int32_t ret)
+{
+    if (copy == 1)
+        return ret == 0 ? KAVOR_SOURCE_MAIN : KAVOR_SOURCE_MAIN_PARTIAL;
+    return ret == 0 ? KAVOR_SOURCE_BACKUP : KAVOR_SOURCE_BACKUP_PARTIAL;
+}
+
+// Fills the nodes of `fcom` from `doc` (then freed), read from `path` with
+// result `ret`, and notes in the report what the walk did.
+int32_t fill_nodes(kavor_fcom_t *fcom, xmlDocPtr doc, const char *path, int32_t ret,
+                   struct load_ctx *lc)
+{
+    KV_LOGF("xmlParseParamFile", 7, "parse xml file(%s).", path);
+    xmlNodePtr root = xmlDocGetRootElement(doc);
+    uint32_t options = (lc->policies & KAVOR_POLICY_EXACT_FLOATS) ? PARAM_XML_EXACT_FLOATS : 0;
+    param_xml_report_t *values = lc->rep != NULL ? &lc->rep->values : NULL;
+    kavor_xml_errors_t route;   // what libxml2 says while the blocks are filled
+    kavor_xml_errors_begin(&route, "xmlParseParamFile", path);
+    struct param_xml_walk walk;
+    param_xml_walk_begin(&walk, options, values);
+    nodes_rdlock(fcom);
+    size_t before = param_xml_read_limit(kLoadAllocLimit);
+    xmlParseNode(root, (kavor_file_t *)fcom->file_lst);
+    param_xml_read_limit(before);
+    mark_node_elements(root, (kavor_file_t *)fcom->file_lst, values);
+    if (lc->policies & KAVOR_POLICY_KEEP_UNKNOWN)
+        keep_from_load(fcom, root);
+    nodes_unlock(fcom);
+    param_xml_walk_end(&walk);
+    xmlFreeDoc(doc);
+    kavor_xml_errors_end(&route);
+    if (lc->rep != NULL)
+        lc->rep->source = source_of(lc->copy, ret);
+    return ret;
+}
+
+}  // namespace
+
+bool is_node_element(const xmlNode *c)
+{
+    return c->_private == &kNodeElement;
+}
+
+int32_t xmlParseParamFile(kavor_fcom_t *fcom, const char *path, struct load_ctx *lc)
+{
     assert(fcom != NULL && path != NULL);
+    struct load_ctx plain = {NULL, file_policies(fcom), 1, false, NULL};
+    if (lc == NULL)
+        lc = &plain;
     xmlDocPtr doc = NULL;
     int32_t why = 0;
-    int32_t ret = kavor_read_copy_why(path, fcom->rt_node, &doc, &why);
+    int32_t ret = kavor_read_copy_why(path, fcom->rt_node, &doc, &why, lc->rep, lc->copy);
     if (ret == KAVOR_COPY_UNUSABLE) {
         KV_LOG(4, kRefused[why], path);
         return -1;
     }
-    KV_LOG(7, "parse xml file(%s).", path);
-    kavor_xml_errors_t route;   // what libxml2 says while the blocks are filled
-    kavor_xml_errors_begin(&route, "xmlParseParamFile", path);
-    nodes_rdlock(fcom);
-    size_t before = param_xml_read_limit(kLoadAllocLimit);
-    xmlParseNode(xmlDocGetRootElement(doc), (kavor_file_t *)fcom->file_lst);
-    param_xml_read_limit(before);
-    nodes_unlock(fcom);
-    xmlFreeDoc(doc);
-    kavor_xml_errors_end(&route);
-    return ret;
+    if (ret == KAVOR_COPY_RECOVERED && lc->prefer_backup) {
+        if (lc->copy == 2) {
+            KV_LOG(5, "file (%s) read only in part, not taken.", path);
+            xmlFreeDoc(doc);
+            return -1;
+        }
+        KV_LOG(5, "file (%s) read only in part, trying the backup.", path);
+        lc->partial = doc;
+        return kWaiting;
+    }
+    return fill_nodes(fcom, doc, path, ret, lc);
 }
 
-int32_t load_xml(kavor_fcom_t *fcom, const char *path)
+int32_t load_xml(kavor_fcom_t *fcom, const char *path, struct load_ctx *lc)
 {
     assert(fcom->mobj != NULL);
+    struct load_ctx plain = {NULL, file_policies(fcom), 1, false, NULL};
+    if (lc == NULL)
+        lc = &plain;
     if (get_gz_filesize(path) == 0) {
         KV_LOG(5, "file (%s) size is 0!", path);
         return -1;
     }
     vn_mutex_lock(&fcom->mobj->mtx_ld);
-    int32_t ret = xmlParseParamFile(fcom, path);
+    int32_t ret = xmlParseParamFile(fcom, path, lc);
     vn_mutex_unlock(&fcom->mobj->mtx_ld);
+    if (ret == kWaiting)
+        return ret;
     if (ret >= 0)
         KV_LOG(7, "succeed to load file (%s).", path);
     else
@@ -211,14 +322,31 @@ void string_swap(char **s1, char **s2)
 int32_t load_one_xml(kavor_fcom_t *fcom)
 {
     vn_mutex_lock(&fcom->f_mutex);
+    uint32_t policies = file_policies(fcom);
+    struct load_ctx lc = {status_report(fcom), policies, 1,
+                          (policies & KAVOR_POLICY_PREFER_BACKUP) != 0, NULL};
     // The pair of paths to read, in order; the record's own pair stays put.
     char *path = fcom->filename;
     char *other = fcom->file_bak;
-    int32_t ret = load_xml(fcom, path);
-    if (ret < 0) {
+    int32_t ret = load_xml(fcom, path, &lc);
+    if (ret < 0 || ret == kWaiting) {
         string_swap(&path, &other);
-        ret = load_xml(fcom, path);
+        lc.copy = 2;
+        int32_t bak = load_xml(fcom, path, &lc);
+        if (ret == kWaiting && bak >= 0) {
+            xmlFreeDoc(lc.partial);
+        } else if (ret == kWaiting) {
+            // No complete backup: the file's part is taken after all.
+            lc.copy = 1;
+            vn_mutex_lock(&fcom->mobj->mtx_ld);
+            bak = fill_nodes(fcom, lc.partial, other, KAVOR_COPY_RECOVERED, &lc);
+            vn_mutex_unlock(&fcom->mobj->mtx_ld);
+            KV_LOGF("load_xml", 7, "succeed to load file (%s).", other);
+        }
+        ret = bak;
     }
+    if (lc.rep != NULL)
+        lc.rep->result = ret;
     vn_mutex_unlock(&fcom->f_mutex);
     return ret;
 }

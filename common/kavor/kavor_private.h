@@ -31,6 +31,8 @@ typedef struct _kavor_mobj {
     zhead_t fcom_lst;                // the manager's files
     int32_t sv_dly;                  // pacing count in ms; negative: idle
     int32_t sv_dly_lmt;              // save delay in ms, fixed at creation
+    uint64_t mark_seq;               // count of save marks (atomic; see kavor_status.cpp)
+    uint32_t policies;               // KAVOR_POLICY_* (atomic, relaxed)
 } kavor_mobj_t;
 
 /// One file on disk and its registered nodes.
@@ -49,6 +51,16 @@ typedef struct kavor_fcom {
     zhead_t file_lst;                // the file's nodes
     int32_t disk_state;              // save task only: whether filename is known to hold
                                      // a complete copy (see kavor_save.cpp); 0 unknown
+    // What the application can ask (kavor_status.cpp), written under f_mutex.
+    kavor_load_report_t *report;     // the last load's; NULL before the first load
+    kavor_save_status_t save_st;
+    int32_t fail_step;               // why the attempt in progress failed (KAVOR_STEP_*)
+    int32_t fail_errno;              // and its errno; see save_failed_at
+    uint64_t pend_seq;               // oldest mark that no write has taken up; 0 none
+    uint64_t inflight_seq;           // oldest mark that the running write takes up; 0 none
+    char *kept;                      // KAVOR_POLICY_KEEP_UNKNOWN: the root's unknown
+                                     // children as text (xmlMalloc), or NULL
+    uint32_t policies;               // a standalone record's (one-shot calls)
 } kavor_fcom_t;
 
 /// One registered node (the target of an xml_file_hdl).
@@ -58,6 +70,8 @@ typedef struct _xmlParamNode {
     char *node_name;                 // own copy
     struct pdesc *param_desc;        // not owned
     void *mem;                       // not owned
+    char *kept;                      // KAVOR_POLICY_KEEP_UNKNOWN: the node's unknown
+                                     // children as text (xmlMalloc), or NULL
 } kavor_file_t;
 
 /// is_saving is read without a lock by design: every access is a relaxed
@@ -163,24 +177,38 @@ enum {
 /// libxml2's messages on the file (level 5, under xmlParseParamFile).
 int32_t kavor_read_copy(const char *path, const char *rt_node, xmlDocPtr *doc);
 /// kavor_read_copy that also tells, in `*why` when `why` is not NULL, why a
-/// copy is unusable (one of the KAVOR_COPY_* reasons, 0 for a usable copy).
+/// copy is unusable (one of the KAVOR_COPY_* reasons, 0 for a usable copy),
+/// and notes the first parse error in `rep` (when not NULL and it has none
+/// yet) as met in copy `copy` (1 the file, 2 the backup).
 int32_t kavor_read_copy_why(const char *path, const char *rt_node, xmlDocPtr *doc,
-                            int32_t *why);
+                            int32_t *why, kavor_load_report_t *rep, int32_t copy);
+/// What one load of a file gathers for its report and asks of its policies.
+struct load_ctx {
+    kavor_load_report_t *rep;  // the file's report, or NULL when none is kept
+    uint32_t policies;         // KAVOR_POLICY_*
+    int32_t copy;              // the copy being read: 1 the file, 2 the backup
+    bool prefer_backup;        // a recovered file waits for a complete backup
+    xmlDocPtr partial;         // the recovered file's document while it waits
+};
 // The record's filename and file_bak are never exchanged: the fall-back
 // passes the backup's path down, so every reader of the record always sees
 // the true pair, and the trace names the path actually read.
 
 /// Parses `path` (the file name or the backup name of `fcom`) and fills the
 /// nodes of `fcom`. 0 parsed, 1 recovered (possibly partial), -1 nothing
-/// filled. The caller serialises parses (mtx_ld, or a record no other thread
-/// sees).
-int32_t xmlParseParamFile(kavor_fcom_t *fcom, const char *path);
+/// filled; with lc->prefer_backup a recovered file isn't filled yet (2, its
+/// document in lc->partial) and a recovered backup not at all (-1). The
+/// caller serialises parses (mtx_ld, or a record no other thread sees).
+int32_t xmlParseParamFile(kavor_fcom_t *fcom, const char *path, struct load_ctx *lc = NULL);
 void xmlParseNode(xmlNodePtr pRoot, kavor_file_t *fobj);
 /// Size test, then xmlParseParamFile under the manager's mtx_ld.
-int32_t load_xml(kavor_fcom_t *fcom, const char *path);
+int32_t load_xml(kavor_fcom_t *fcom, const char *path, struct load_ctx *lc = NULL);
 void string_swap(char **s1, char **s2);
 /// The file name first, then the backup name, under f_mutex. Needs mobj.
 int32_t load_one_xml(kavor_fcom_t *fcom);
+/// Whether a child of a loaded document's root is the one a node was
+/// filled from (the load marks them before anything else looks).
+bool is_node_element(const xmlNode *c);
 
 // ---- document build (kavor_build.cpp) ---------------------------------------
 /// Builds the document of all nodes of `fcom` and writes it to `file_name`
@@ -228,6 +256,49 @@ bool gzip_command(const char *virt, const char *file, char *sh);
 /// One sweep: saves every marked file of the manager in turn, on the task.
 void kavor_save_sweep(kavor_mobj_t *mobj);
 int32_t xml_save_process(vn_task_handle h);
+
+// ---- what the application can ask (kavor_status.cpp) --------------------------
+/// Every KAVOR_POLICY_* bit.
+#define KAVOR_POLICY_ALL \
+    (KAVOR_POLICY_PREFER_BACKUP | KAVOR_POLICY_EXACT_FLOATS | KAVOR_POLICY_KEEP_UNKNOWN)
+/// The policies of a file now: its manager's, or a standalone record's own.
+static inline uint32_t file_policies(const kavor_fcom_t *fcom)
+{
+    return fcom->mobj != NULL ? __atomic_load_n(&fcom->mobj->policies, __ATOMIC_RELAXED)
+                              : fcom->policies;
+}
+// All of these run under the file's f_mutex.
+/// Notes why the save attempt in progress failed; the save road counts the
+/// attempt once it gives up.
+static inline void save_failed_at(kavor_fcom_t *fcom, int32_t step, int32_t err)
+{
+    fcom->fail_step = step;
+    fcom->fail_errno = err;
+}
+/// A save request marked the file: it takes the manager's next mark number.
+void status_mark(kavor_fcom_t *fcom);
+/// A write takes up the marks so far.
+void status_write_begins(kavor_fcom_t *fcom);
+/// An attempt failed at `step` (KAVOR_STEP_*) with `err`; its marks wait again.
+void status_failed(kavor_fcom_t *fcom, int32_t step, int32_t err);
+/// A save completed: written, in place and synced.
+void status_saved(kavor_fcom_t *fcom);
+/// The file's report, cleared, for a load to fill; NULL when it can't be
+/// allocated (the load then keeps none).
+kavor_load_report_t *status_report(kavor_fcom_t *fcom);
+/// Releases what the record holds for the queries.
+void status_release(kavor_fcom_t *fcom, const char *tag);
+
+// ---- elements the tables don't know (kavor_keep.cpp), under f_mutex -----------
+/// Keeps the unknown elements of a loaded document (see kavor_keep.cpp),
+/// replacing what was kept. The caller holds file_rwlock for reading.
+void keep_from_load(kavor_fcom_t *fcom, xmlNodePtr root);
+/// Writes what was kept back into a document whose root holds one child per
+/// node, in list order. The caller holds file_rwlock for reading.
+void keep_write_back(kavor_fcom_t *fcom, xmlNodePtr root);
+/// Releases what is kept for the file and all its nodes, or for one node.
+void keep_release(kavor_fcom_t *fcom);
+void keep_release_node(kavor_file_t *fobj);
 
 /// The outside operations of the save road, in one table that a test can
 /// replace to make any of them fail or to stop a save after any step.

@@ -331,6 +331,8 @@ void nodes_unlock(kavor_fcom_t *fcom)
 
 void kavor_fcom_free(kavor_fcom_t *fcom, const char *tag)
 {
+    keep_release(fcom);
+    status_release(fcom, tag);
     while (fcom->file_lst != NULL) {
         kavor_file_t *fobj = (kavor_file_t *)zlst_pop(&fcom->file_lst);
         _vn_free(fobj->node_name, tag);
@@ -365,6 +367,7 @@ extern "C" void kavor_unregister(xml_file_hdl hdl)
         if (ends)
             kavor_fcom_free(fcom, kUnTag);
     }
+    keep_release_node(hdl);
     _vn_free(hdl->node_name, kUnTag);
     _vn_free(hdl, kUnTag);
 }

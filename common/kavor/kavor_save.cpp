@@ -49,6 +49,7 @@
 // road, so the task tries again one delay later until the cause has gone.
 // The sweep runs inside a tick of xml_save_process, and its records carry
 // that name; the records of the write itself carry save_para_using_xml.
+#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -169,6 +170,7 @@ int32_t plain_write(kavor_fcom_t *fcom, xmlDocPtr doc)
     if (kavor_sys.rename(tmp, fcom->filename) != 0) {
         // The new copy is not in place: keep the file marked, and look at
         // what the file name holds before the next attempt.
+        save_failed_at(fcom, KAVOR_STEP_RENAME, errno);
         kavor_sys.remove(tmp);
         fcom->disk_state = DISK_UNKNOWN;
         KV_LOGF(kWriteFn, 4, "save %s error!", fcom->filename);
@@ -215,11 +217,23 @@ int32_t virtual_write(kavor_fcom_t *fcom)
 int32_t write_locked(kavor_fcom_t *fcom, int32_t (*write)(kavor_fcom_t *))
 {
     file_lock(fcom);
+    status_write_begins(fcom);
+    save_failed_at(fcom, KAVOR_STEP_BUILD, 0);
     int32_t ret = write(fcom);
     if (ret == 0)
         saving_set(fcom, 2);
+    else
+        status_failed(fcom, fcom->fail_step, fcom->fail_errno);
     file_unlock(fcom);
     return ret;
+}
+
+// An attempt that failed after its write (outside f_mutex).
+void attempt_failed(kavor_fcom_t *fcom, int32_t step, int32_t err)
+{
+    file_lock(fcom);
+    status_failed(fcom, step, err);
+    file_unlock(fcom);
 }
 
 // Both calls of sync, then is_saving 2 -> 0 unless a request came meanwhile.
@@ -231,6 +245,7 @@ void flush_and_finish(kavor_fcom_t *fcom)
     file_lock(fcom);
     if (saving_get(fcom) > 1)
         saving_set(fcom, 0);
+    status_saved(fcom);
     file_unlock(fcom);
     step("done", fcom);
 }
@@ -266,6 +281,7 @@ void virtual_road(kavor_mobj_t *mobj, kavor_fcom_t *fcom, const char *sh)
     if (file_is_complete(fcom, kSweepFn)) {
         if (kavor_sys.rename(fcom->filename, fcom->file_bak) != 0) {
             // gzip would write over the only copy of the last content.
+            attempt_failed(fcom, KAVOR_STEP_BACKUP, errno);
             fcom->disk_state = DISK_UNKNOWN;
             retry_later(mobj, "xml(%s) backup failed, try again later.", fcom->filename);
             return;
@@ -283,6 +299,7 @@ void virtual_road(kavor_mobj_t *mobj, kavor_fcom_t *fcom, const char *sh)
     int rc = kavor_sys.system(sh);
     step("gzip", fcom);
     if (rc != 0) {
+        attempt_failed(fcom, KAVOR_STEP_GZIP, 0);
         retry_later(mobj, "xml(%s) fail to save flash!", fcom->filename);
         return;
     }
@@ -371,6 +388,7 @@ extern "C" int32_t kavor_save_one(xml_file_hdl hdl)
     KV_LOG(8, "file node (%s) request saving.", hdl->node_name);
     file_lock(fcom);
     saving_set(fcom, 1);
+    status_mark(fcom);
     file_unlock(fcom);
     if (vn_sem_give(fcom->mobj->sem_sav) != 0) {
         KV_LOG(4, "sem_give error!");
@@ -391,6 +409,7 @@ extern "C" int32_t kavor_save_all(kavor_hdl hdl)
         kavor_fcom_t *fcom = (kavor_fcom_t *)n;
         file_lock(fcom);
         saving_set(fcom, 1);
+        status_mark(fcom);
         file_unlock(fcom);
     }
     files_unlock(hdl);

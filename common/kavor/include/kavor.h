@@ -359,6 +359,161 @@ int32_t kavor_validate_doc(xmlDocPtr doc, const char *schema_path, kavor_problem
                            void *ctx);
 /// @}
 
+/// @name What an application can see: where the data came from, whether a
+/// save failed, and a wait for the saves
+/// @{
+
+/// Which copy filled the blocks of a file at its last load.
+typedef enum {
+    KAVOR_SOURCE_NONE = 0,            ///< none: nothing was filled (or no load yet)
+    KAVOR_SOURCE_MAIN = 1,            ///< the file, complete
+    KAVOR_SOURCE_MAIN_PARTIAL = 2,    ///< the file, read by the recovery parser: possibly partial
+    KAVOR_SOURCE_BACKUP = 3,          ///< the backup, complete
+    KAVOR_SOURCE_BACKUP_PARTIAL = 4,  ///< the backup, read by the recovery parser
+} kavor_source_t;
+
+/// Room of kavor_load_report_t's error message, its NUL included.
+#define KAVOR_ERROR_MAX 128
+
+/// What the last load of a file found.
+typedef struct {
+    /// The load's result: 0, 1 or -1, as kavor_load_one() returned it for
+    /// this file.
+    int32_t result;
+    /// Which copy filled the blocks (kavor_source_t).
+    int32_t source;
+    /// The first parse error of the load: 1 in the file, 2 in the backup,
+    /// 0 when the load met none (a missing or empty copy is no parse error).
+    int32_t error_copy;
+    /// Its line and column as libxml2 gives them (1-based); 0 when none.
+    int32_t error_line;
+    int32_t error_column;
+    /// Its message as libxml2 gives it, without the line end, cut to fit;
+    /// "" when none.
+    char error_message[KAVOR_ERROR_MAX];
+    /// What the reader did to the values of the copy that filled the
+    /// blocks, over all nodes of the file (all zero when none did). Besides
+    /// the table's own rows, `unknown` counts the root's children that no
+    /// registered node takes (and a second child of a node's name), and
+    /// `missing` the registered nodes that the document has no child for.
+    param_xml_report_t values;
+} kavor_load_report_t;
+
+/// Copies the report of the last load (kavor_load_one() or
+/// kavor_load_all()) of the file of `hdl` into `*report`, which belongs to
+/// the caller. Takes the file's mutex: not to be called while this thread
+/// holds kavor_file_lock().
+/// @return 0 filled; 1 when the file has had no load since its
+/// registration (or its report couldn't be kept for want of memory): the
+/// report is then cleared, with source KAVOR_SOURCE_NONE and result -1;
+/// -1, with a level-4 message, for a NULL handle or report
+/// ("xml_file_hdl is NULL." / "report is NULL.") or a node without a manager.
+int32_t kavor_load_report(xml_file_hdl hdl, kavor_load_report_t *report);
+
+/// The step of a save that failed.
+typedef enum {
+    KAVOR_STEP_NONE = 0,    ///< no save of the file has failed since its registration
+    KAVOR_STEP_BUILD = 1,   ///< the document couldn't be made from the blocks
+    KAVOR_STEP_WRITE = 2,   ///< the temporary or virtual file: directories, creation, writing
+    KAVOR_STEP_BACKUP = 3,  ///< moving the last complete copy to the backup name
+    KAVOR_STEP_RENAME = 4,  ///< moving the new copy to the file name
+    KAVOR_STEP_GZIP = 5,    ///< the outside gzip command (virtual-file road)
+} kavor_save_step_t;
+
+/// Whether the saves of a file succeed.
+typedef struct {
+    /// Attempts that failed since the last completed save (since the
+    /// registration if none has completed). Above 0: the file is still on
+    /// saving and the task tries again one delay after each failure.
+    uint32_t attempts;
+    /// The step that failed last (kavor_save_step_t), kept after a later
+    /// success; KAVOR_STEP_NONE when no attempt has failed.
+    int32_t failed_step;
+    /// The errno of that step; 0 when it set none (gzip, a document that
+    /// couldn't be made).
+    int32_t failed_errno;
+    /// Saves completed (written, in place and synced) since the registration.
+    uint32_t saves;
+    /// When the last save completed: vn_uptime_ms() (monotonic) and the
+    /// wall clock (seconds since the epoch); both 0 when none has.
+    uint64_t saved_uptime_ms;
+    int64_t saved_time;
+} kavor_save_status_t;
+
+/// Copies the save status of the file of `hdl` (any of its nodes) into
+/// `*status`, which belongs to the caller. Takes the file's mutex: not to be
+/// called while this thread holds kavor_file_lock().
+/// @return 0; -1, with a level-4 message, for a NULL handle or status
+/// ("xml_file_hdl is NULL." / "status is NULL.") or a node without a manager.
+int32_t kavor_save_status(xml_file_hdl hdl, kavor_save_status_t *status);
+
+/// Waits until every file of the manager that was marked for saving when
+/// the call began has been saved (written, in place and synced) since its
+/// mark, or until `timeout_ms` has passed; a negative `timeout_ms` waits
+/// without limit. The task keeps its pacing: allow the save delay (rounded
+/// up to 500 ms) and the writes in the time-out. A file unregistered
+/// meanwhile counts as done; files marked after the call began aren't waited
+/// for. For shutdown: kavor_destroy() still saves nothing. Polls, taking the
+/// manager's file-list lock for reading for a moment each time; while this
+/// thread holds kavor_file_lock() that file can't be saved, so the call
+/// would run to its time-out.
+/// @return 0 once they are saved (at once when none is marked); -1 at the
+/// time-out (a file whose saves fail stays marked: see kavor_save_status())
+/// or for a NULL handle ("kavor mobj is NULL." at level 4).
+int32_t kavor_flush(kavor_hdl hdl, int32_t timeout_ms);
+/// @}
+
+/// @name Policies: each off unless the application turns it on
+/// Set per manager, for all its files, with kavor_set_policy(); the one-shot
+/// calls take them as an argument. With every policy off, every call gives
+/// the results, records and documents that it gives without policies.
+/// @{
+
+/// A load takes a complete backup over a file that only the recovery parser
+/// could read (which the load would otherwise take, result 1); a backup
+/// that is not complete leaves the file's partial content in use. The save
+/// road never moves a file that isn't complete over the backup, so the
+/// backup stays until a save has put a complete file in place.
+#define KAVOR_POLICY_PREFER_BACKUP 0x1u
+/// Exact floats (see PARAM_XML_EXACT_FLOATS): saves write a float with 9
+/// and a double with 17 significant digits and '.' as the decimal point,
+/// and loads read '.' as the decimal point, whatever the locale.
+#define KAVOR_POLICY_EXACT_FLOATS 0x2u
+/// Keep what the table doesn't know: each load keeps the elements that no
+/// row of a node's table describes (direct children of the node's element)
+/// and the root's children that no registered node takes, and each save
+/// writes them back behind the known ones (a node's behind its rows', the
+/// root's behind the last node), so that a file shared by two versions of
+/// an application loses nothing. They are kept as text, at most
+/// KAVOR_KEEP_MAX bytes per file; an element that doesn't fit what is left
+/// is dropped at the load (level 5). A load that fills nothing keeps what
+/// was kept; a node's elements go with its registration. Unknown attributes
+/// and unknown elements deeper inside a row's elements are not kept.
+#define KAVOR_POLICY_KEEP_UNKNOWN 0x4u
+/// Bytes of kept elements (as serialised text) per file.
+#define KAVOR_KEEP_MAX 65536
+
+/// Sets the manager's policies (KAVOR_POLICY_* or'ed; 0 turns all off) for
+/// the loads and saves that begin after the call. Takes no lock.
+/// @return 0; -1 for a NULL handle ("kavor mobj is NULL.") or a bit that is
+/// no policy ("unknown policy 0x%x."), both at level 4, nothing changed.
+int32_t kavor_set_policy(kavor_hdl hdl, uint32_t policies);
+
+/// kavor_param2file() with `policies`: KAVOR_POLICY_EXACT_FLOATS writes
+/// exact floats; the other policies have nothing to act on here.
+/// @return as kavor_param2file(); -1 also for a bit that is no policy.
+int32_t kavor_param2file_v2(kavor_file_rgst_t *rgst, uint32_t policies);
+
+/// kavor_file2param() with `policies` (KAVOR_POLICY_EXACT_FLOATS reads '.'
+/// whatever the locale; the others have nothing to act on), and, when
+/// `report` isn't NULL, the report of the load as kavor_load_report() gives
+/// it (its source is KAVOR_SOURCE_MAIN, KAVOR_SOURCE_MAIN_PARTIAL or
+/// KAVOR_SOURCE_NONE: there is no fall-back). `report` belongs to the caller.
+/// @return as kavor_file2param(); -1 also for a bit that is no policy.
+int32_t kavor_file2param_v2(kavor_file_rgst_t *rgst, uint32_t policies,
+                            kavor_load_report_t *report);
+/// @}
+
 #ifdef __cplusplus
 }
 #endif

@@ -121,6 +121,20 @@ inline Load file2param(Request &req)
     return req.ok() ? to_load(kavor_file2param(req.get())) : Load::failed;
 }
 
+/// One-shot with policies (KAVOR_POLICY_EXACT_FLOATS), see
+/// kavor_param2file_v2().
+inline bool param2file(Request &req, uint32_t policies)
+{
+    return req.ok() && kavor_param2file_v2(req.get(), policies) == 0;
+}
+
+/// One-shot with policies, filling `report` when it isn't NULL, see
+/// kavor_file2param_v2().
+inline Load file2param(Request &req, uint32_t policies, kavor_load_report_t *report = nullptr)
+{
+    return req.ok() ? to_load(kavor_file2param_v2(req.get(), policies, report)) : Load::failed;
+}
+
 class Manager;
 class FileLock;
 class Registration;
@@ -175,6 +189,26 @@ public:
     Saving saving() const
     {
         return h_ ? static_cast<Saving>(kavor_file_on_saving(h_)) : Saving::done;
+    }
+    /// kavor_load_report(): what the file's last load found; `loaded` false
+    /// when there was none (or the object is empty).
+    kavor_load_report_t report(bool *loaded = nullptr) const
+    {
+        kavor_load_report_t r{};
+        r.result = -1;
+        int32_t got = h_ ? kavor_load_report(h_, &r) : -1;
+        if (loaded != nullptr)
+            *loaded = got == 0;
+        return r;
+    }
+    /// kavor_save_status(): whether the file's saves succeed (all zero when
+    /// the object is empty).
+    kavor_save_status_t save_status() const
+    {
+        kavor_save_status_t s{};
+        if (h_)
+            kavor_save_status(h_, &s);
+        return s;
     }
     /// kavor_delete_one(): removes the file and its backup from disk.
     void delete_files()
@@ -389,6 +423,15 @@ public:
             p += names.back().size() + 1;
         }
         return names;
+    }
+    /// kavor_flush(): true once every file marked so far is saved, false at
+    /// the time-out (a negative one waits without limit).
+    bool flush(int32_t timeout_ms) { return h_ != nullptr && kavor_flush(h_, timeout_ms) == 0; }
+    /// kavor_set_policy(): KAVOR_POLICY_* or'ed, for the loads and saves
+    /// that begin afterwards. False for an unknown bit or an empty object.
+    bool set_policy(uint32_t policies)
+    {
+        return h_ != nullptr && kavor_set_policy(h_, policies) == 0;
     }
     /// kavor_delete_all(): removes every file and its backup from disk.
     void delete_all()
