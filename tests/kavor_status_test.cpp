@@ -274,17 +274,18 @@ TEST(Policy, PreferBackupTakesACompleteBackupOverAFileReadOnlyInPart)
     const std::string backup = doc(with(kGood, ">5<", ">9<"));
     const struct {
         uint32_t policies;
-        std::string bak;
+        std::string main, bak;
         int32_t result, source, timeout;
     } rows[] = {
-        {0, backup, 1, KAVOR_SOURCE_MAIN_PARTIAL, 5},
-        {KAVOR_POLICY_PREFER_BACKUP, backup, 0, KAVOR_SOURCE_BACKUP, 9},
-        {KAVOR_POLICY_PREFER_BACKUP, partial, 1, KAVOR_SOURCE_MAIN_PARTIAL, 5},
-        {KAVOR_POLICY_PREFER_BACKUP, "", 1, KAVOR_SOURCE_MAIN_PARTIAL, 5},
+        {0, partial, backup, 1, KAVOR_SOURCE_MAIN_PARTIAL, 5},
+        {KAVOR_POLICY_PREFER_BACKUP, partial, backup, 0, KAVOR_SOURCE_BACKUP, 9},
+        {KAVOR_POLICY_PREFER_BACKUP, partial, partial, 1, KAVOR_SOURCE_MAIN_PARTIAL, 5},
+        {KAVOR_POLICY_PREFER_BACKUP, partial, "", 1, KAVOR_SOURCE_MAIN_PARTIAL, 5},
+        {KAVOR_POLICY_PREFER_BACKUP, "garbage", partial, 1, KAVOR_SOURCE_BACKUP_PARTIAL, 5},
     };
     for (const auto &r : rows) {
         Fixture f(r.policies);
-        ASSERT_TRUE(write_file(f.dir.file("rep.xml"), partial));
+        ASSERT_TRUE(write_file(f.dir.file("rep.xml"), r.main));
         ASSERT_TRUE(r.bak.empty() || write_file(f.dir.file("rep.xml.bak"), r.bak));
         kavor_load_report_t rep = f.load(r.result);
         EXPECT_EQ(rep.source, r.source);

@@ -277,12 +277,13 @@ int32_t xmlParseParamFile(kavor_fcom_t *fcom, const char *path, struct load_ctx 
         KV_LOG(4, kRefused[why], path);
         return -1;
     }
-    if (ret == KAVOR_COPY_RECOVERED && lc->prefer_backup) {
-        if (lc->copy == 2) {
-            KV_LOG(5, "file (%s) read only in part, not taken.", path);
-            xmlFreeDoc(doc);
-            return -1;
-        }
+    if (ret == KAVOR_COPY_RECOVERED && lc->partial != NULL) {
+        // The file's own part waits: a backup read in part is no better.
+        KV_LOG(5, "file (%s) read only in part, not taken.", path);
+        xmlFreeDoc(doc);
+        return -1;
+    }
+    if (ret == KAVOR_COPY_RECOVERED && lc->prefer_backup && lc->copy == 1) {
         KV_LOG(5, "file (%s) read only in part, trying the backup.", path);
         lc->partial = doc;
         return kWaiting;
