@@ -302,8 +302,8 @@ TEST(Policy, PreferBackupTakesACompleteBackupOverAFileReadOnlyInPart)
 }
 
 struct Floats {
-    float f[40];
-    double d[40];
+    float f[256];
+    double d[256];
 };
 pdesc floats_table[] = {PX_FLOT_ARR(Floats, f, "f"), PX_FLOT_ARR(Floats, d, "d"), PX_END};
 
@@ -317,7 +317,7 @@ void exact_float_round_trip()
     const float fs[] = {0.0f, -0.0f, FLT_MIN, -FLT_MAX, FLT_MAX, FLT_TRUE_MIN, 0.1f, 1.5f};
     const double ds[] = {0.0, -0.0, DBL_MIN, -DBL_MAX, DBL_MAX, DBL_TRUE_MIN, 0.1, 1.5};
     std::mt19937_64 rng(20261123);
-    for (size_t i = 0; i < 40; i++) {
+    for (size_t i = 0; i < 256; i++) {
         uint32_t fb;
         uint64_t db;
         do {
