@@ -227,6 +227,15 @@ void report_rest(param_xml_report_t *rep, const char *p, const xmlNode *xnode, b
         report_case(full ? &rep->over_capacity : &rep->not_number, xnode, nullptr);
 }
 
+// Stores the value at *mem, moves *mem past it and counts it at *idx.
+template <typename T>
+void store_next(char **mem, T data, int *idx)
+{
+    std::memcpy(*mem, &data, sizeof data);
+    *mem += sizeof data;
+    (*idx)++;
+}
+
 // Converts the values of `ctnt` one by one into the array at `mem`, from
 // *idx while *idx < count; stops at the first text that is no number.
 template <typename T>
@@ -249,9 +258,7 @@ void parse_ints(const char *ctnt, char *mem, int count, int *idx, const char *fu
             report_case(&rep->narrowed, xnode, nullptr);
         if (traced)
             trace_int<T>(func, *idx, data);
-        std::memcpy(the_mem, &data, sizeof data);
-        the_mem += sizeof data;
-        (*idx)++;
+        store_next(&the_mem, data, idx);
         p = endp;
     }
     if (rep)
@@ -291,9 +298,7 @@ void parse_floats(const char *ctnt, char *mem, int count, int *idx, const char *
             report_case(&rep->narrowed, xnode, nullptr);
         if (traced)
             KV_LOGF(func, 8, "%s[%d]: %.*e", func, *idx, prec, static_cast<double>(data));
-        std::memcpy(the_mem, &data, sizeof data);
-        the_mem += sizeof data;
-        (*idx)++;
+        store_next(&the_mem, data, idx);
         p = endp;
     }
     if (rep)
