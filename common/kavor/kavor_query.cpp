@@ -20,6 +20,21 @@ void remove_pair(const kavor_fcom_t *fcom)
     kavor_sys.remove(fcom->file_bak);
 }
 
+// The refusals of a manager handle and a buffer, recorded under the
+// caller's name `fname`: false after the level-4 message.
+bool manager_and_buf(kavor_hdl hdl, const void *buf, const char *fname)
+{
+    if (hdl == NULL) {
+        KV_LOGF(fname, 4, "kavor mobj is NULL.");
+        return false;
+    }
+    if (buf == NULL) {
+        KV_LOGF(fname, 4, "buf pointer NULL.");
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 extern "C" void kavor_delete_one(xml_file_hdl hdl)
@@ -57,14 +72,8 @@ extern "C" uint32_t kavor_count_all_filename(kavor_hdl hdl)
 
 extern "C" uint32_t kavor_get_all_filename(kavor_hdl hdl, uint8_t *buf, size_t buf_size)
 {
-    if (hdl == NULL) {
-        KV_LOG(4, "kavor mobj is NULL.");
+    if (!manager_and_buf(hdl, buf, __func__))
         return 0;
-    }
-    if (buf == NULL) {
-        KV_LOG(4, "buf pointer NULL.");
-        return 0;
-    }
     uint32_t num = 0;
     files_rdlock(hdl);
     for (struct znode *n = hdl->fcom_lst; n != NULL; n = n->next) {
@@ -85,14 +94,8 @@ extern "C" uint32_t kavor_get_all_filename(kavor_hdl hdl, uint8_t *buf, size_t b
 
 extern "C" int32_t kavor_any_on_saving_copy(kavor_hdl hdl, char *buf, size_t buf_size)
 {
-    if (hdl == NULL) {
-        KV_LOG(4, "kavor mobj is NULL.");
+    if (!manager_and_buf(hdl, buf, __func__))
         return -1;
-    }
-    if (buf == NULL) {
-        KV_LOG(4, "buf pointer NULL.");
-        return -1;
-    }
     int32_t ret = -1;
     files_rdlock(hdl);
     const char *name = "";
