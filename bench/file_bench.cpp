@@ -10,18 +10,13 @@
 int main(int argc, char **argv)
 {
     static bench::Scratch dir;
-    static const device::Device *block = device::make();
     for (bool gz : {false, true}) {
         std::string form = gz ? "gzip" : "plain", file = dir / "device";
         std::string path = file + (gz ? ".xml.gz" : ".xml"), floor = path + ".floor";
-        device::register_save_load(
-            "file/save_" + form + "/kavor", "file/load_" + form + "/kavor", block,
-            [=](const device::Device *d) { return device::block_to_file(file, d, gz); },
-            [=](device::Device *d) { return device::file_to_block(file, d, gz); }, path);
-        device::register_save_load(
-            "file/save_" + form + "/floor", "file/load_" + form + "/floor", block,
-            [=](const device::Device *d) { return device::floor_save(d, floor.c_str(), gz); },
-            [=](device::Device *d) { return device::floor_load(floor.c_str(), d); }, floor);
+        device::register_save_load("file/save_" + form + "/kavor", "file/load_" + form + "/kavor",
+                                   device::kavor_save, device::kavor_load, file, gz, path);
+        device::register_save_load("file/save_" + form + "/floor", "file/load_" + form + "/floor",
+                                   device::floor_save, device::floor_load, floor, gz, floor);
     }
     return bench::run(argc, argv);
 }

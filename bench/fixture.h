@@ -9,7 +9,9 @@
 // hexadecimal, floats with one "%.*g" per value, "idx" on each element of
 // an array but the first) and reads it with xmlNodeGetContent and strto*
 // alone, in the order it knows, so that a ratio against it measures the
-// table walk alone. Each benchmark file holds only its figures.
+// table walk alone. A block's floor is a tuple of fields (num, str, enm,
+// rows, structs, list) written, read and released by templates: no table
+// is walked at run time. Each benchmark file holds only its figures.
 #ifndef KAVOR_BENCH_FIXTURE_H
 #define KAVOR_BENCH_FIXTURE_H
 
@@ -21,9 +23,12 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
+#include <functional>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include <libxml/parser.h>
 
@@ -141,7 +146,7 @@ inline int run(int argc, char **argv)
     return 0;
 }
 
-// ---- the floor -------------------------------------------------------------------
+// ---- the floor: values as text -----------------------------------------------------
 
 // Digits of v in Base, most significant first; returns the end (not terminated).
 template <typename U, unsigned Base, bool Upper>
@@ -160,7 +165,7 @@ inline char *digits(char *p, U v)
 }
 
 // The text of n values as the codec writes it, one blank between two.
-template <typename T, unsigned Base = 10, bool Upper = false>
+template <typename T, unsigned Base, bool Upper>
 inline void put_values(char *p, char *end, const T *v, int n)
 {
     using U = typename std::make_unsigned<typename std::conditional<
@@ -197,39 +202,12 @@ inline xmlNode *text_element(xmlNode *parent, const char *name, const char *text
 }
 
 // One element holding n values.
-template <typename T, unsigned Base = 10, bool Upper = false>
-inline xmlNode *value_element(xmlNode *parent, const char *name, const T *v, int n = 1)
+template <typename T, unsigned Base, bool Upper>
+inline xmlNode *value_element(xmlNode *parent, const char *name, const T *v, int n)
 {
     char buf[512];
     put_values<T, Base, Upper>(buf, buf + sizeof buf, v, n);
     return text_element(parent, name, buf);
-}
-
-// A string field as the codec writes it: cut before its last byte.
-template <size_t N>
-inline void string_element(xmlNode *parent, const char *name, const char (&field)[N])
-{
-    char text[N];
-    memcpy(text, field, N);
-    text[N - 1] = '\0';
-    text_element(parent, name, text);
-}
-
-// The elements of one array row, as many values each as the codec groups.
-template <typename T, unsigned Base = 10, bool Upper = false>
-void floor_write_array(const T *mem, int count, const char *name, xmlNode *parent)
-{
-    const int per = std::is_floating_point<T>::value ? (sizeof(T) == 4 ? 8 : 4)
-                                                     : (sizeof(T) <= 2 ? 16 : sizeof(T) == 4 ? 8 : 4);
-    char idx[12];  // room for any int: the floor makes no checks
-    for (int i = 0; i < count; i += per) {
-        xmlNode *e = value_element<T, Base, Upper>(parent, name, mem + i,
-                                                   count - i > per ? per : count - i);
-        if (i != 0) {
-            snprintf(idx, sizeof idx, "%d", i);
-            xmlNewProp(e, BAD_CAST "idx", BAD_CAST idx);
-        }
-    }
 }
 
 // The first element at or after e (an indented document has blank text
@@ -241,84 +219,344 @@ inline xmlNode *elem(xmlNode *e)
     return e;
 }
 
-// The values of the element e into mem from *i on, while *i < count;
-// returns the next element.
+// The values of the element e into v from *i on, while *i < n; returns the
+// next element.
 template <typename T>
-xmlNode *floor_read_values(xmlNode *e, T *mem, int count, int *i)
+xmlNode *read_values(xmlNode *e, T *v, int n, int *i)
 {
     xmlChar *c = xmlNodeGetContent(e);
     const char *p = reinterpret_cast<const char *>(c);
-    while (*i < count) {
+    while (*i < n) {
         char *endp;
-        T v;
+        T x;
         if (std::is_floating_point<T>::value)
-            v = static_cast<T>(strtod(p, &endp));
+            x = static_cast<T>(strtod(p, &endp));
         else if (std::is_signed<T>::value)
-            v = static_cast<T>(strtoimax(p, &endp, 0));
+            x = static_cast<T>(strtoimax(p, &endp, 0));
         else
-            v = static_cast<T>(strtoumax(p, &endp, 0));
+            x = static_cast<T>(strtoumax(p, &endp, 0));
         if (endp == p)
             break;
-        mem[(*i)++] = v;
+        v[(*i)++] = x;
         p = endp;
     }
     xmlFree(c);
     return elem(e->next);
 }
 
+// ---- the floor: a block's fields, written or read --------------------------------
+// A block's floor is one function of an Io and the block that names its
+// fields in the document's order (io.num, io.rows, io.str, ...): with a
+// Writer it adds their elements under `at`, with a Reader it reads them
+// from the element `at` on. No table is walked.
+
+// A number's text form: Base 16 is "0x" and the digits, Upper in capitals.
+template <unsigned Base = 10, bool Upper = false>
+struct Fmt {};
+constexpr Fmt<16> hexl;
+constexpr Fmt<16, true> hexu;
+
+// The codec's values per element of an array row.
 template <typename T>
-xmlNode *floor_read_value(xmlNode *e, T *v, int n = 1)
+constexpr int per_element = std::is_floating_point<T>::value ? (sizeof(T) == 4 ? 8 : 4)
+                            : sizeof(T) <= 2                 ? 16
+                            : sizeof(T) == 4                 ? 8
+                                                             : 4;
+
+struct Writer {
+    xmlNode *at;  // the parent
+
+    // n values, `per` to an element (all in one by default), "idx" on each
+    // element but the first.
+    template <typename T, unsigned B = 10, bool U = false>
+    void num(const char *name, const T *v, int n = 1, Fmt<B, U> = {}, int per = 0)
+    {
+        per = per ? per : n;
+        char idx[12];  // room for any int: the floor makes no checks
+        for (int i = 0; i < n; i += per) {
+            xmlNode *e = value_element<T, B, U>(at, name, v + i, std::min(n - i, per));
+            if (i != 0) {
+                snprintf(idx, sizeof idx, "%d", i);
+                xmlNewProp(e, BAD_CAST "idx", BAD_CAST idx);
+            }
+        }
+    }
+    // An array row: as many values to an element as the codec groups.
+    template <typename T, unsigned B = 10, bool U = false>
+    void rows(const char *name, const T *v, int n, Fmt<B, U> f = {})
+    {
+        num(name, v, n, f, per_element<T>);
+    }
+    // A string field, cut before its last byte.
+    template <size_t N>
+    void str(const char *name, const char (&s)[N])
+    {
+        char text[N];
+        memcpy(text, s, N);
+        text[N - 1] = '\0';
+        text_element(at, name, text);
+    }
+    // The key of the value's item (the first item's when none has it).
+    void enm(const char *name, int v, const struct enume *items)
+    {
+        const struct enume *it = items;
+        while (it->key && it->value != v)
+            it++;
+        text_element(at, name, it->key ? it->key : items[0].key);
+    }
+    // n structures, an element each holding what `fields(io, s[i])` names.
+    template <typename S, typename F>
+    void structs(const char *name, S *s, int n, F fields)
+    {
+        for (int i = 0; i < n; i++) {
+            Writer w{text_element(at, name, nullptr)};
+            fields(w, s[i]);
+        }
+    }
+    // A list: an outer element, an inner element per node (with its "typ"
+    // where the node has a type name) holding what `fields(io, node)` names.
+    template <typename F, typename New>
+    void list(const char *name, zhead_t head, F fields, New)
+    {
+        xmlNode *outer = text_element(at, name, nullptr);
+        for (struct znode *z = head; z; z = z->next) {
+            Writer w{text_element(outer, name, nullptr)};
+            if (z->name)
+                xmlNewProp(w.at, BAD_CAST "typ", BAD_CAST z->name);
+            fields(w, z);
+        }
+    }
+};
+
+struct Reader {
+    xmlNode *at;  // the next element
+
+    // The elements from `at` on while they have its name.
+    template <typename T, unsigned B = 10, bool U = false>
+    void num(const char *, T *v, int n = 1, Fmt<B, U> = {}, int = 0)
+    {
+        int i = 0;
+        at = elem(at);
+        const xmlChar *name = at ? at->name : nullptr;
+        while (at && xmlStrEqual(at->name, name))
+            at = read_values(at, v, n, &i);
+    }
+    template <typename T, unsigned B = 10, bool U = false>
+    void rows(const char *name, T *v, int n, Fmt<B, U> f = {})
+    {
+        num(name, v, n, f);
+    }
+    // As the reader stores a string: at most the field, with its terminator
+    // if it fits.
+    template <size_t N>
+    void str(const char *, char (&s)[N])
+    {
+        xmlChar *c = xmlNodeGetContent(at);
+        size_t len = strlen(reinterpret_cast<char *>(c)) + 1;
+        memcpy(s, c, len < N ? len : N);
+        xmlFree(c);
+        at = elem(at->next);
+    }
+    // The value of the item whose key is the text (the end item's when none is).
+    void enm(const char *, int &v, const struct enume *items)
+    {
+        xmlChar *c = xmlNodeGetContent(at);
+        const struct enume *it = items;
+        while (it->key && !xmlStrEqual(BAD_CAST it->key, c))
+            it++;
+        xmlFree(c);
+        v = it->value;
+        at = elem(at->next);
+    }
+    template <typename S, typename F>
+    void structs(const char *, S *s, int n, F fields)
+    {
+        for (int i = 0; i < n && at; i++, at = elem(at->next)) {
+            Reader r{elem(at->children)};
+            fields(r, s[i]);
+        }
+    }
+    // Each node, made by `make_node(inner element)`, is pushed on `head`.
+    template <typename F, typename New>
+    void list(const char *, zhead_t &head, F fields, New make_node)
+    {
+        for (xmlNode *inner = elem(at->children); inner; inner = elem(inner->next)) {
+            struct znode *z = make_node(inner);
+            Reader r{elem(inner->children)};
+            fields(r, z);
+            zlst_push(&head, z);
+        }
+        at = elem(at->next);
+    }
+};
+
+// The plain list node of the codec and scaling figures: its rows, its
+// floor, and a new node for a Reader.
+struct ListNode {
+    struct znode node;
+    int32_t v;
+    uint32_t w;
+};
+
+inline struct pdesc *list_node_rows()
 {
-    int i = 0;
-    return floor_read_values(e, v, n, &i);
+    static struct pdesc rows[] = {PX_SINT(ListNode, v, "v"), PX_UINT_HEX(ListNode, w, "w"), PX_END};
+    return rows;
 }
 
-// The elements of one array row, from e on while they have e's name;
-// returns the first other element.
+inline constexpr auto list_node = [](auto &io, struct znode *z) {
+    io.num("v", &reinterpret_cast<ListNode *>(z)->v);
+    io.num("w", &reinterpret_cast<ListNode *>(z)->w, 1, hexl);
+};
+
+inline struct znode *new_list_node(xmlNode *)
+{
+    return static_cast<struct znode *>(calloc(1, sizeof(ListNode)));
+}
+
+inline void free_nodes(zhead_t *head)
+{
+    while (void *n = zlst_pop(head))
+        free(n);
+}
+
+// Saves, as kavor saves it, a document with the root element `root` and one
+// child `child` holding what `floor(writer)` names; false on failure.
+template <class Floor>
+bool floor_save(const char *root, const char *child, Floor floor, const std::string &path, bool gz)
+{
+    xmlDocPtr doc = xmlNewDoc(BAD_CAST "1.0");
+    xmlNode *r = xmlNewDocNode(doc, nullptr, BAD_CAST root, nullptr);
+    Writer w{text_element(r, child, nullptr)};
+    floor(w);
+    xmlDocSetRootElement(doc, r);
+    if (gz)
+        xmlSetDocCompressMode(doc, 1);
+    int rc = xmlSaveFormatFileEnc(path.c_str(), doc, "utf-8", gz ? 1 : 0);
+    xmlFreeDoc(doc);
+    return rc >= 0;
+}
+
+// ---- the codec's cases -------------------------------------------------------------
+
+// The children of `root` as text.
+inline std::string dump(const xmlNode *root)
+{
+    xmlBufferPtr buf = xmlBufferCreate();
+    for (xmlNode *c = root->children; c; c = c->next)
+        xmlNodeDump(buf, nullptr, c, 0, 0);
+    std::string text(reinterpret_cast<const char *>(xmlBufferContent(buf)));
+    xmlBufferFree(buf);
+    return text;
+}
+
+// One case: its block, its table, and the floor of the same document. Made
+// on first use, so that a filtered run builds only what it measures.
+struct Case {
+    std::string name;
+    int items;              // values per call (0: not counted), the size a make may take
+    void (*make)(Case &c);  // fills mem, and rows or table
+    std::function<void(char *mem, xmlNode *parent)> floor_write, floor_read;
+    void (*floor_release)(char *mem);  // what a floor read allocated; NULL: nothing
+    std::vector<char> mem = {};
+    struct pdesc rows[2] = {};      // the table of a one-row case
+    struct pdesc *table = nullptr;  // rows, or a table of its own
+    xmlNode *doc = nullptr;         // written once, for the readers
+    std::string text = {};          // and as text, for the checks
+
+    Case *ready()
+    {
+        if (doc)
+            return this;
+        make(*this);
+        table = table ? table : rows;
+        doc = xmlNewNode(nullptr, BAD_CAST "root");
+        param2xml(mem.data(), doc, table);
+        // Writing it once more, as text for the checks, grows the heap by a
+        // tree that is then freed, so that no timed call pays the kernel for
+        // fresh pages (a cost of the machine, not of the code, and larger
+        // than the walk on a virtual machine).
+        text = text_of(mem.data());
+        return this;
+    }
+    // The document kavor writes for the block m.
+    std::string text_of(char *m) const
+    {
+        xmlNode *root = xmlNewNode(nullptr, BAD_CAST "root");
+        param2xml(m, root, table);
+        std::string t = dump(root);
+        xmlFreeNode(root);
+        return t;
+    }
+};
+
+// The case's block: n zeroed T.
 template <typename T>
-xmlNode *floor_read_array(xmlNode *e, T *mem, int count)
+T *block(Case &c, size_t n = 1)
 {
-    int i = 0;
-    e = elem(e);
-    const xmlChar *name = e ? e->name : nullptr;
-    while (e && xmlStrEqual(e->name, name))
-        e = floor_read_values(e, mem, count, &i);
-    return e;
+    c.mem.assign(sizeof(T) * n, 0);
+    return reinterpret_cast<T *>(c.mem.data());
 }
 
-// The text of e into a string field as the reader stores it (at most the
-// field, with its terminator if it fits); returns the next element.
-template <size_t N>
-xmlNode *floor_read_string(xmlNode *e, char (&field)[N])
+// A case whose floor is `floor(io, mem)`.
+template <class Floor>
+Case floor_case(const std::string &name, int items, void (*make)(Case &), Floor floor,
+                void (*release)(char *mem) = nullptr)
 {
-    xmlChar *c = xmlNodeGetContent(e);
-    size_t len = strlen(reinterpret_cast<char *>(c)) + 1;
-    memcpy(field, c, len < N ? len : N);
-    xmlFree(c);
-    return elem(e->next);
+    auto write = [floor](char *m, xmlNode *parent) {
+        Writer w{parent};
+        floor(w, m);
+    };
+    auto read = [floor](char *m, xmlNode *parent) {
+        Reader r{parent->children};
+        floor(r, m);
+    };
+    return {name, items, make, write, read, release};
 }
 
-// The value of the enumeration item whose key is the text of e (the end
-// item's when none is); *next is the following element.
-inline int floor_read_enum(xmlNode *e, const struct enume *items, xmlNode **next = nullptr)
+// Writes the case's document (into a fresh element) or reads it (into a
+// zeroed block), kavor or the floor, once per iteration; the element and
+// what a read allocated are released outside the timed part (`manual`: as
+// time_calls). The first call must give the document.
+inline void time_case(benchmark::State &st, Case *c, bool read, bool floor, bool manual)
 {
-    xmlChar *c = xmlNodeGetContent(e);
-    const struct enume *it = items;
-    while (it->key && !xmlStrEqual(BAD_CAST it->key, c))
-        it++;
-    xmlFree(c);
-    if (next)
-        *next = elem(e->next);
-    return it->value;
-}
-
-// The key of the enumeration item whose value is v (the first when none is).
-inline const char *enum_key(const struct enume *items, int v)
-{
-    const struct enume *it = items;
-    while (it->key && it->value != v)
-        it++;
-    return it->key ? it->key : items[0].key;
+    c->ready();
+    std::vector<char> out(c->mem.size());
+    xmlNode *root = nullptr;
+    bool ok = true, first = true;
+    time_calls(
+        st, manual,
+        [&] {
+            if (read)
+                memset(out.data(), 0, out.size());
+            else
+                root = xmlNewNode(nullptr, BAD_CAST "root");
+        },
+        [&] {
+            if (read && floor)
+                c->floor_read(out.data(), c->doc);
+            else if (read)
+                xml2param(out.data(), c->doc, c->table);
+            else if (floor)
+                c->floor_write(c->mem.data(), root);
+            else
+                param2xml(c->mem.data(), root, c->table);
+        },
+        [&] {
+            ok = ok && (!first || (read ? c->text_of(out.data()) : dump(root)) == c->text);
+            first = false;
+            xmlFreeNode(root);
+            if (read && floor && c->floor_release)
+                c->floor_release(out.data());
+            else if (read && !floor)
+                param_xml_free(out.data(), c->table);
+        });
+    if (!ok)
+        st.SkipWithError(floor ? read ? "floor read back other values" : "floor wrote another document"
+                         : read ? "codec read back other values"
+                                : "codec wrote another document");
+    if (c->items)
+        st.SetItemsProcessed(st.iterations() * c->items);
 }
 
 }  // namespace bench
@@ -363,6 +601,28 @@ inline struct pdesc *table()
     return rows;
 }
 
+// The block's floor, in the order of its table.
+template <class Io>
+void floor(Io &io, Device &d)
+{
+    io.rows("u8", d.u8, DEV_U8);
+    io.rows("u16", d.u16, DEV_U16);
+    io.rows("s32", d.s32, DEV_S32);
+    io.rows("u32", d.u32, DEV_U32, bench::hexl);
+    io.rows("s64", d.s64, DEV_S64);
+    io.rows("dbl", d.dbl, DEV_DBL);
+    io.structs("label", d.labels, DEV_LABELS, [](auto &f, Label &l) { f.str("line", l.text); });
+    io.structs("port", d.ports, DEV_PORTS, [](auto &f, Port &p) {
+        f.num("id", &p.id);
+        f.num("vlan", &p.vlan);
+        f.num("mac", p.mac, 6, bench::hexl);
+        f.num("gain", &p.gain);
+        f.str("name", p.name);
+        f.enm("mode", p.mode, modes());
+        f.num("flags", &p.flags, 1, bench::hexu);
+    });
+}
+
 // A zeroed block (free() it), with the benchmark's values unless `blank`.
 inline Device *make(bool blank = false)
 {
@@ -398,122 +658,72 @@ inline bool same(const Device *a, const Device *b)
     return memcmp(a, b, sizeof(Device)) == 0;
 }
 
-// kavor_param2file and kavor_file2param of the device block and its file
-// "<path>" (kavor adds ".xml" or ".xml.gz"); true on success.
-inline bool block_to_file(const std::string &path, const Device *d, bool gz)
+// The block saved to the file "<path>" and loaded from it by kavor
+// (kavor_param2file, kavor_file2param: kavor adds ".xml" or ".xml.gz") and
+// by the floor (root "device", one child "dev" holding the block, the path
+// as it stands); true on success. The peers take the same form.
+using SaveFn = bool (*)(const Device *d, const std::string &path, bool gz);
+using LoadFn = bool (*)(const std::string &path, Device *d, bool gz);
+
+inline bool kavor_save(const Device *d, const std::string &path, bool gz)
 {
     kavor_file_rgst_t r = bench::request(path.c_str(), "dev", table(), const_cast<Device *>(d), !gz);
     return kavor_param2file(&r) == 0;
 }
-inline bool file_to_block(const std::string &path, Device *d, bool gz)
+
+inline bool kavor_load(const std::string &path, Device *d, bool gz)
 {
     kavor_file_rgst_t r = bench::request(path.c_str(), "dev", table(), d, !gz);
     return kavor_file2param(&r) == 0;
 }
 
-// Registers "<save_name>", which saves the block with `save(block)` once per
-// iteration ("file_bytes": the size of the file `written`), and
-// "<load_name>", which saves it once, then loads it with `load(out)` once
-// per iteration; the block must come back.
-template <class Save, class Load>
-void register_save_load(const std::string &save_name, const std::string &load_name,
-                        const Device *block, Save save, Load load, const std::string &written)
+inline bool floor_save(const Device *d, const std::string &path, bool gz)
 {
+    Device &block = *const_cast<Device *>(d);  // only written
+    return bench::floor_save("device", "dev", [&](bench::Writer &w) { floor(w, block); }, path, gz);
+}
+
+// Parses the file as the load does (no network) and reads the root's first
+// child; false when the file has none.
+inline bool floor_load(const std::string &path, Device *d, bool)
+{
+    xmlDocPtr doc = xmlReadFile(path.c_str(), nullptr, XML_PARSE_NONET);
+    xmlNode *root = doc ? xmlDocGetRootElement(doc) : nullptr;
+    xmlNode *child = root ? bench::elem(root->children) : nullptr;
+    if (child) {
+        bench::Reader r{bench::elem(child->children)};
+        floor(r, *d);
+    }
+    xmlFreeDoc(doc);
+    return child != nullptr;
+}
+
+// Registers "<save_name>", which saves the block to `path` once per
+// iteration ("file_bytes": the size of the file `written`), and
+// "<load_name>", which saves it once, then loads it once per iteration;
+// the block must come back.
+inline void register_save_load(const std::string &save_name, const std::string &load_name,
+                               SaveFn save, LoadFn load, const std::string &path, bool gz,
+                               const std::string &written)
+{
+    static const Device *block = make();
     benchmark::RegisterBenchmark(save_name.c_str(), [=](benchmark::State &st) {
         for (auto _ : st)
-            if (!save(block))
+            if (!save(block, path, gz))
                 st.SkipWithError("save failed");
         st.counters["file_bytes"] = static_cast<double>(bench::file_size(written));
     })->Unit(benchmark::kMicrosecond);
     benchmark::RegisterBenchmark(load_name.c_str(), [=](benchmark::State &st) {
         Device *out = make(true);
-        if (!save(block))
+        if (!save(block, path, gz))
             st.SkipWithError("save failed");
         for (auto _ : st)
-            if (!load(out))
+            if (!load(path, out, gz))
                 st.SkipWithError("load failed");
         if (!same(out, block))
             st.SkipWithError("read back another block");
         free(out);
     })->Unit(benchmark::kMicrosecond);
-}
-
-// ---- the device block's floor ----------------------------------------------------
-
-inline void floor_write(const Device *d, xmlNode *node)
-{
-    bench::floor_write_array<uint8_t>(d->u8, DEV_U8, "u8", node);
-    bench::floor_write_array<uint16_t>(d->u16, DEV_U16, "u16", node);
-    bench::floor_write_array<int32_t>(d->s32, DEV_S32, "s32", node);
-    bench::floor_write_array<uint32_t, 16, false>(d->u32, DEV_U32, "u32", node);
-    bench::floor_write_array<int64_t>(d->s64, DEV_S64, "s64", node);
-    bench::floor_write_array<double>(d->dbl, DEV_DBL, "dbl", node);
-    for (const Label &l : d->labels)
-        bench::string_element(bench::text_element(node, "label", nullptr), "line", l.text);
-    for (const Port &p : d->ports) {
-        xmlNode *e = bench::text_element(node, "port", nullptr);
-        bench::value_element(e, "id", &p.id);
-        bench::value_element(e, "vlan", &p.vlan);
-        bench::value_element<uint8_t, 16, false>(e, "mac", p.mac, 6);
-        bench::value_element(e, "gain", &p.gain);
-        bench::string_element(e, "name", p.name);
-        bench::text_element(e, "mode", bench::enum_key(modes(), p.mode));
-        bench::value_element<uint32_t, 16, true>(e, "flags", &p.flags);
-    }
-}
-
-// Walks the node's children in their known order.
-inline void floor_read(Device *d, xmlNode *node)
-{
-    xmlNode *e = node->children;
-    e = bench::floor_read_array<uint8_t>(e, d->u8, DEV_U8);
-    e = bench::floor_read_array<uint16_t>(e, d->u16, DEV_U16);
-    e = bench::floor_read_array<int32_t>(e, d->s32, DEV_S32);
-    e = bench::floor_read_array<uint32_t>(e, d->u32, DEV_U32);
-    e = bench::floor_read_array<int64_t>(e, d->s64, DEV_S64);
-    e = bench::floor_read_array<double>(e, d->dbl, DEV_DBL);
-    for (int i = 0; i < DEV_LABELS && e; i++, e = bench::elem(e->next))
-        bench::floor_read_string(bench::elem(e->children), d->labels[i].text);
-    for (int i = 0; i < DEV_PORTS && e; i++, e = bench::elem(e->next)) {
-        Port &p = d->ports[i];
-        xmlNode *f = bench::floor_read_value(bench::elem(e->children), &p.id);
-        f = bench::floor_read_value(f, &p.vlan);
-        f = bench::floor_read_value(f, p.mac, 6);
-        f = bench::floor_read_value(f, &p.gain);
-        f = bench::floor_read_string(f, p.name);
-        p.mode = bench::floor_read_enum(f, modes(), &f);
-        bench::floor_read_value(f, &p.flags);
-    }
-}
-
-// Parses the file as the load does (no network) and walks it; false when
-// the file gives no document of that shape.
-inline bool floor_load(const char *path, Device *d)
-{
-    xmlDocPtr doc = xmlReadFile(path, nullptr, XML_PARSE_NONET);
-    if (!doc)
-        return false;
-    xmlNode *root = xmlDocGetRootElement(doc);
-    bool ok = root && bench::elem(root->children);
-    if (ok)
-        floor_read(d, bench::elem(root->children));
-    xmlFreeDoc(doc);
-    return ok;
-}
-
-// The file's document (root "device", one child "dev" holding the block),
-// saved as kavor saves it.
-inline bool floor_save(const Device *d, const char *path, bool gz)
-{
-    xmlDocPtr doc = xmlNewDoc(BAD_CAST "1.0");
-    xmlNode *root = xmlNewDocNode(doc, nullptr, BAD_CAST "device", nullptr);
-    floor_write(d, bench::text_element(root, "dev", nullptr));
-    xmlDocSetRootElement(doc, root);
-    if (gz)
-        xmlSetDocCompressMode(doc, 1);
-    int rc = xmlSaveFormatFileEnc(path, doc, "utf-8", gz ? 1 : 0);
-    xmlFreeDoc(doc);
-    return rc >= 0;
 }
 
 }  // namespace device

@@ -18,6 +18,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <ctime>
 #include <thread>
 
 #include "fixture.h"
@@ -68,13 +69,6 @@ struct Taskless {
     }
 };
 
-xml_file_hdl register_big(kavor_hdl h, const std::string &path, Big *b, int32_t ugz,
-                          const std::string &virt)
-{
-    kavor_file_rgst_t r = bench::request(path.c_str(), "big", kBigRows, b, ugz, virt.c_str());
-    return kavor_register(h, &r);
-}
-
 Clock::time_point g_in_place;
 const char *g_in_place_step = "rename_tmp";
 
@@ -97,7 +91,9 @@ struct BigFile {
     kavor_sys_t saved = kavor_sys;
     BigFile(int32_t ugz, bool virt, void (*step)(const char *, const kavor_fcom_t *))
     {
-        f = register_big(mgr.m, dir / "net", b, ugz, virt ? dir / "v/net" : "");
+        std::string v = virt ? dir / "v/net" : "";
+        kavor_file_rgst_t r = bench::request((dir / "net").c_str(), "big", kBigRows, b, ugz, v.c_str());
+        f = kavor_register(mgr.m, &r);
         kavor_sys.sync = no_sync;
         kavor_sys.step = step;
         saving_set(f->fcom, 1);
@@ -148,25 +144,17 @@ void BM_SaveFloor(benchmark::State &state)
     std::string tmp = path + ".tmp", bak = dir / (gz ? "net.xml.bak.gz" : "net.xml.bak");
     std::string virt = dir / "net_v.xml";
     std::string gzip = "gzip -c " + virt + " > " + tmp;
+    auto floor = [b](bench::Writer &w) {
+        w.str("name", b->name);
+        w.rows("vals", b->vals, 75000);
+    };
     for (auto _ : state) {
-        xmlDocPtr doc = xmlNewDoc(BAD_CAST "1.0");
-        xmlNodePtr root = xmlNewDocNode(doc, nullptr, BAD_CAST "net", nullptr);
-        xmlNodePtr child = bench::text_element(root, "big", nullptr);
-        bench::text_element(child, "name", b->name);
-        bench::floor_write_array<uint32_t>(b->vals, 75000, "vals", child);
-        xmlDocSetRootElement(doc, root);
-        if (road == 1)
-            xmlSetDocCompressMode(doc, 1);
-        bool ok;
-        if (road == 2)
-            ok = xmlSaveFormatFileEnc(virt.c_str(), doc, "utf-8", 0) >= 0 && system(gzip.c_str()) == 0;
-        else
-            ok = xmlSaveFormatFileEnc(tmp.c_str(), doc, "utf-8", gz ? 1 : 0) >= 0;
+        bool ok = road == 2 ? bench::floor_save("net", "big", floor, virt, false) &&
+                                  system(gzip.c_str()) == 0
+                            : bench::floor_save("net", "big", floor, tmp, gz);
         rename(path.c_str(), bak.c_str());
-        ok = ok && rename(tmp.c_str(), path.c_str()) == 0;
-        if (!ok)
+        if (!ok || rename(tmp.c_str(), path.c_str()) != 0)
             state.SkipWithError("write failed");
-        xmlFreeDoc(doc);
     }
     state.counters["file_bytes"] = (double)bench::file_size(path);
     free(b);
@@ -203,13 +191,6 @@ struct Tiny {
     char s[16];
 };
 
-double cpu_seconds()
-{
-    struct timespec ts;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-    return (double)ts.tv_sec + (double)ts.tv_nsec / 1e9;
-}
-
 // `files` tiny files "f<i>" in dir registered with h; their handles in f.
 void register_tiny(kavor_hdl h, const bench::Scratch &dir, int files, Tiny *blocks,
                    xml_file_hdl *f = nullptr, benchmark::State *state = nullptr)
@@ -239,9 +220,9 @@ void BM_Idle(benchmark::State &state)
     std::this_thread::sleep_for(std::chrono::seconds(2));   // the first, empty sweep
     double cpu = 0;
     for (auto _ : state) {
-        double c0 = cpu_seconds();
+        std::clock_t c0 = std::clock();  // the process's CPU time
         std::this_thread::sleep_for(std::chrono::seconds(10));
-        cpu += cpu_seconds() - c0;
+        cpu += (double)(std::clock() - c0) / CLOCKS_PER_SEC;
     }
     state.counters["value"] = cpu * 100.0 / (10.0 * (double)state.iterations());
     state.counters["files"] = (double)kavor_count_all_filename(h);

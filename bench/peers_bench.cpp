@@ -143,23 +143,13 @@ struct Peer {
     const char *name;
     const char *file;     // the path given to save and load, in the scratch directory
     const char *written;  // the file written, where it differs: kavor adds its suffix
-    bool (*save)(const device::Device *d, const std::string &path);
-    bool (*load)(const std::string &path, device::Device *d);
+    bool gz;              // for kavor: the gzip file
+    device::SaveFn save;
+    device::LoadFn load;
 };
 
-template <bool Gz>
-bool kavor_save(const device::Device *d, const std::string &path)
-{
-    return device::block_to_file(path, d, Gz);
-}
-template <bool Gz>
-bool kavor_load(const std::string &path, device::Device *d)
-{
-    return device::file_to_block(path, d, Gz);
-}
-
 #if KAVOR_PEER_BOOST
-bool boost_save(const device::Device *d, const std::string &path)
+bool boost_save(const device::Device *d, const std::string &path, bool)
 {
     std::ofstream os(path);
     {
@@ -168,7 +158,7 @@ bool boost_save(const device::Device *d, const std::string &path)
     }
     return static_cast<bool>(os);
 }
-bool boost_load(const std::string &path, device::Device *d)
+bool boost_load(const std::string &path, device::Device *d, bool)
 {
     std::ifstream is(path);
     boost::archive::xml_iarchive ia(is);
@@ -178,7 +168,7 @@ bool boost_load(const std::string &path, device::Device *d)
 #endif
 
 #if KAVOR_PEER_CEREAL
-bool cereal_save(const device::Device *d, const std::string &path)
+bool cereal_save(const device::Device *d, const std::string &path, bool)
 {
     std::ofstream os(path);
     {
@@ -187,7 +177,7 @@ bool cereal_save(const device::Device *d, const std::string &path)
     }
     return static_cast<bool>(os);
 }
-bool cereal_load(const std::string &path, device::Device *d)
+bool cereal_load(const std::string &path, device::Device *d, bool)
 {
     std::ifstream is(path);
     cereal::XMLInputArchive ia(is);
@@ -197,27 +187,27 @@ bool cereal_load(const std::string &path, device::Device *d)
 #endif
 
 #if KAVOR_PEER_CYAML
-bool cyaml_save(const device::Device *d, const std::string &path)
+bool cyaml_save(const device::Device *d, const std::string &path, bool)
 {
     return peer_cyaml_save(d, path.c_str()) == 0;
 }
-bool cyaml_load(const std::string &path, device::Device *d)
+bool cyaml_load(const std::string &path, device::Device *d, bool)
 {
     return peer_cyaml_load(path.c_str(), d) == 0;
 }
 #endif
 
 const Peer kPeers[] = {
-    {"kavor_plain", "kv_plain", "kv_plain.xml", kavor_save<false>, kavor_load<false>},
-    {"kavor_gzip", "kv_gzip", "kv_gzip.xml.gz", kavor_save<true>, kavor_load<true>},
+    {"kavor_plain", "kv_plain", "kv_plain.xml", false, device::kavor_save, device::kavor_load},
+    {"kavor_gzip", "kv_gzip", "kv_gzip.xml.gz", true, device::kavor_save, device::kavor_load},
 #if KAVOR_PEER_BOOST
-    {"boost", "boost.xml", "boost.xml", boost_save, boost_load},
+    {"boost", "boost.xml", "boost.xml", false, boost_save, boost_load},
 #endif
 #if KAVOR_PEER_CEREAL
-    {"cereal", "cereal.xml", "cereal.xml", cereal_save, cereal_load},
+    {"cereal", "cereal.xml", "cereal.xml", false, cereal_save, cereal_load},
 #endif
 #if KAVOR_PEER_CYAML
-    {"cyaml", "cyaml.yaml", "cyaml.yaml", cyaml_save, cyaml_load},
+    {"cyaml", "cyaml.yaml", "cyaml.yaml", false, cyaml_save, cyaml_load},
 #endif
 };
 
@@ -226,28 +216,16 @@ const Peer kPeers[] = {
 int main(int argc, char **argv)
 {
     static bench::Scratch dir;
-    static const device::Device *block = device::make();
-    for (const Peer &p : kPeers) {
-        std::string path = dir / p.file;
-        device::register_save_load(
-            std::string("peer/save/") + p.name, std::string("peer/load/") + p.name, block,
-            [&p, path](const device::Device *d) { return p.save(d, path); },
-            [&p, path](device::Device *d) { return p.load(path, d); }, dir / p.written);
-    }
-    const char *missing[] = {
-#if !KAVOR_PEER_BOOST
-        "boost",
-#endif
-#if !KAVOR_PEER_CEREAL
-        "cereal",
-#endif
-#if !KAVOR_PEER_CYAML
-        "cyaml",
-#endif
-        nullptr};
-    for (const char **m = missing; *m; m++) {
-        fprintf(stderr, "peer %s: not found at configure time, skipped\n", *m);
-        benchmark::AddCustomContext(std::string("peer_missing_") + *m, "skipped");
+    for (const Peer &p : kPeers)
+        device::register_save_load(std::string("peer/save/") + p.name, std::string("peer/load/") + p.name,
+                                   p.save, p.load, dir / p.file, p.gz, dir / p.written);
+    const std::pair<const char *, bool> found[] = {
+        {"boost", KAVOR_PEER_BOOST}, {"cereal", KAVOR_PEER_CEREAL}, {"cyaml", KAVOR_PEER_CYAML}};
+    for (const auto &[name, ok] : found) {
+        if (ok)
+            continue;
+        fprintf(stderr, "peer %s: not found at configure time, skipped\n", name);
+        benchmark::AddCustomContext(std::string("peer_missing_") + name, "skipped");
     }
     return bench::run(argc, argv);
 }
