@@ -143,32 +143,30 @@ void make_cob(Case &c)
     c.table = t;
 }
 
-void cob_floor_write(char *m, xmlNode *parent)
+// The floor of the buffers: a wrapper with its "cnt" around each one's row.
+void cob_floor(char *m, xmlNode *at, bool read)
 {
     Cob *b = reinterpret_cast<Cob *>(m);
-    char cnt[16];
-    for (int i = 0; i < kBuffers; i++) {
-        bench::Writer w{bench::text_element(parent, "c", nullptr)};
-        *bench::digits<unsigned, 10, false>(cnt, static_cast<unsigned>(b->cnt[i])) = '\0';
-        xmlNewProp(w.at, BAD_CAST "cnt", BAD_CAST cnt);
-        w.rows("c", b->buf[i], b->cnt[i]);
+    xmlNode *w = at->children;  // the next wrapper to read
+    for (int i = 0; i < kBuffers && (w || !read); i++) {
+        if (read) {
+            xmlChar *cnt = xmlGetProp(w, BAD_CAST "cnt");
+            b->cnt[i] = atoi(reinterpret_cast<char *>(cnt));
+            xmlFree(cnt);
+            b->buf[i] = static_cast<uint32_t *>(calloc(static_cast<size_t>(b->cnt[i]), sizeof(uint32_t)));
+            bench::Reader{w->children}.rows("c", b->buf[i], b->cnt[i]);
+            w = w->next;
+        } else {
+            char cnt[16];
+            *bench::digits<unsigned, 10, false>(cnt, static_cast<unsigned>(b->cnt[i])) = '\0';
+            xmlNode *e = bench::text_element(at, "c", nullptr);
+            xmlNewProp(e, BAD_CAST "cnt", BAD_CAST cnt);
+            bench::Writer{e}.rows("c", b->buf[i], b->cnt[i]);
+        }
     }
 }
 
-void cob_floor_read(char *m, xmlNode *parent)
-{
-    Cob *b = reinterpret_cast<Cob *>(m);
-    int i = 0;
-    for (xmlNode *w = parent->children; w && i < kBuffers; w = w->next, i++) {
-        xmlChar *cnt = xmlGetProp(w, BAD_CAST "cnt");
-        b->cnt[i] = atoi(reinterpret_cast<char *>(cnt));
-        xmlFree(cnt);
-        b->buf[i] = static_cast<uint32_t *>(calloc(static_cast<size_t>(b->cnt[i]), sizeof(uint32_t)));
-        bench::Reader{w->children}.rows("c", b->buf[i], b->cnt[i]);
-    }
-}
-
-void cob_floor_release(char *m)
+void cob_release(char *m)
 {
     for (uint32_t *&buf : reinterpret_cast<Cob *>(m)->buf) {
         free(buf);
@@ -184,7 +182,7 @@ struct Lists {
 
 void make_list(Case &c)
 {
-    static struct pdesc t[] = {PX_LIST(Lists, head, bench::ListNode, "l", bench::list_node_rows()),
+    static struct pdesc t[] = {PX_LIST(Lists, head, bench::ListNode, "l", bench::list_node_rows),
                                PX_END};
     zhead_t *head = &block<Lists>(c)->head;
     for (int i = 0; i < kKindItems; i++) {
@@ -293,7 +291,7 @@ std::vector<Case> all_cases()
         for (int i = 0; i < kKindItems; i++)
             io.enm("mode", reinterpret_cast<int *>(m)[i], kModes);
     }));
-    c.push_back({"counted_u32", 0, make_cob, cob_floor_write, cob_floor_read, cob_floor_release});
+    c.push_back({"counted_u32", 0, make_cob, cob_floor, cob_release});
     c.push_back(floor_case("list", 0, make_list, [](auto &io, char *m) {
         io.list("l", reinterpret_cast<Lists *>(m)->head, bench::list_node, bench::new_list_node);
     }, free_list));

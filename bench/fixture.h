@@ -1,7 +1,7 @@
 // fixture.h - what the benchmarks share: random values, a scratch
-// directory, registration requests, the timing helper and the main
-// function; the floor (kavor's documents made and read by libxml2 alone);
-// and the device block of the file figures, with its table and its floor.
+// directory, registration requests and the main function; the floor
+// (kavor's documents made and read by libxml2 alone); the codec's cases
+// with their one timing helper; and the device block of the file figures.
 //
 // Invariant: a figure times only the call it is named for (set-up, checks
 // and releases run outside the timed part), and the floor writes exactly
@@ -9,9 +9,7 @@
 // hexadecimal, floats with one "%.*g" per value, "idx" on each element of
 // an array but the first) and reads it with xmlNodeGetContent and strto*
 // alone, in the order it knows, so that a ratio against it measures the
-// table walk alone. A block's floor is a tuple of fields (num, str, enm,
-// rows, structs, list) written, read and released by templates: no table
-// is walked at run time. Each benchmark file holds only its figures.
+// table walk alone. Each benchmark file holds only its figures.
 #ifndef KAVOR_BENCH_FIXTURE_H
 #define KAVOR_BENCH_FIXTURE_H
 
@@ -36,6 +34,13 @@
 #include "kavor.h"
 
 namespace bench {
+
+using Clock = std::chrono::steady_clock;
+
+inline double seconds_since(Clock::time_point t0)
+{
+    return std::chrono::duration<double>(Clock::now() - t0).count();
+}
 
 inline uint64_t next_random()
 {
@@ -94,40 +99,6 @@ inline kavor_file_rgst_t request(const char *filename, const char *node, struct 
     return r;
 }
 
-// ---- timing ----------------------------------------------------------------------
-
-using Clock = std::chrono::steady_clock;
-
-inline double seconds_since(Clock::time_point t0)
-{
-    return std::chrono::duration<double>(Clock::now() - t0).count();
-}
-
-// Times `call()` once per iteration. `before()` and `after()` (set-up,
-// checks, the release of what the call made) run outside the timed part:
-// with `manual` timing a steady clock measures the call alone, otherwise
-// the benchmark's timer stops around them.
-template <class Before, class Call, class After>
-void time_calls(benchmark::State &st, bool manual, Before before, Call call, After after)
-{
-    for (auto _ : st) {
-        if (!manual)
-            st.PauseTiming();
-        before();
-        if (!manual)
-            st.ResumeTiming();
-        auto t0 = Clock::now();
-        call();
-        if (manual)
-            st.SetIterationTime(seconds_since(t0));
-        else
-            st.PauseTiming();
-        after();
-        if (!manual)
-            st.ResumeTiming();
-    }
-}
-
 // The main function of every benchmark, after its figures are registered.
 // It keeps freed memory in the heap between calls: with glibc's defaults a
 // call that frees a whole document may hand its pages back to the kernel
@@ -146,7 +117,11 @@ inline int run(int argc, char **argv)
     return 0;
 }
 
-// ---- the floor: values as text -----------------------------------------------------
+// ---- the floor -------------------------------------------------------------------
+// A block's floor is one function of an Io and the block that names its
+// fields in the document's order (io.num, io.rows, io.str, io.enm,
+// io.structs, io.list): with a Writer it adds their elements under `at`,
+// with a Reader it reads them from the element `at` on. No table is walked.
 
 // Digits of v in Base, most significant first; returns the end (not terminated).
 template <typename U, unsigned Base, bool Upper>
@@ -164,34 +139,6 @@ inline char *digits(char *p, U v)
     return p;
 }
 
-// The text of n values as the codec writes it, one blank between two.
-template <typename T, unsigned Base, bool Upper>
-inline void put_values(char *p, char *end, const T *v, int n)
-{
-    using U = typename std::make_unsigned<typename std::conditional<
-        std::is_floating_point<T>::value, int, T>::type>::type;
-    for (int k = 0; k < n; k++) {
-        if (k != 0)
-            *p++ = ' ';
-        if (std::is_floating_point<T>::value) {
-            p += snprintf(p, static_cast<size_t>(end - p), "%.*g", sizeof(T) == 4 ? 6 : 15,
-                          static_cast<double>(v[k]));
-            continue;
-        }
-        U m = static_cast<U>(v[k]);
-        if (std::is_signed<T>::value && v[k] < 0) {
-            *p++ = '-';
-            m = static_cast<U>(0u - m);
-        }
-        if (Base == 16) {
-            *p++ = '0';
-            *p++ = 'x';
-        }
-        p = digits<U, Base, Upper>(p, m);
-    }
-    *p = '\0';
-}
-
 inline xmlNode *text_element(xmlNode *parent, const char *name, const char *text)
 {
     xmlNode *e = xmlNewNode(nullptr, BAD_CAST name);
@@ -199,15 +146,6 @@ inline xmlNode *text_element(xmlNode *parent, const char *name, const char *text
         xmlNodeAddContent(e, BAD_CAST text);
     xmlAddChild(parent, e);
     return e;
-}
-
-// One element holding n values.
-template <typename T, unsigned Base, bool Upper>
-inline xmlNode *value_element(xmlNode *parent, const char *name, const T *v, int n)
-{
-    char buf[512];
-    put_values<T, Base, Upper>(buf, buf + sizeof buf, v, n);
-    return text_element(parent, name, buf);
 }
 
 // The first element at or after e (an indented document has blank text
@@ -218,37 +156,6 @@ inline xmlNode *elem(xmlNode *e)
         e = e->next;
     return e;
 }
-
-// The values of the element e into v from *i on, while *i < n; returns the
-// next element.
-template <typename T>
-xmlNode *read_values(xmlNode *e, T *v, int n, int *i)
-{
-    xmlChar *c = xmlNodeGetContent(e);
-    const char *p = reinterpret_cast<const char *>(c);
-    while (*i < n) {
-        char *endp;
-        T x;
-        if (std::is_floating_point<T>::value)
-            x = static_cast<T>(strtod(p, &endp));
-        else if (std::is_signed<T>::value)
-            x = static_cast<T>(strtoimax(p, &endp, 0));
-        else
-            x = static_cast<T>(strtoumax(p, &endp, 0));
-        if (endp == p)
-            break;
-        v[(*i)++] = x;
-        p = endp;
-    }
-    xmlFree(c);
-    return elem(e->next);
-}
-
-// ---- the floor: a block's fields, written or read --------------------------------
-// A block's floor is one function of an Io and the block that names its
-// fields in the document's order (io.num, io.rows, io.str, ...): with a
-// Writer it adds their elements under `at`, with a Reader it reads them
-// from the element `at` on. No table is walked.
 
 // A number's text form: Base 16 is "0x" and the digits, Upper in capitals.
 template <unsigned Base = 10, bool Upper = false>
@@ -266,15 +173,37 @@ constexpr int per_element = std::is_floating_point<T>::value ? (sizeof(T) == 4 ?
 struct Writer {
     xmlNode *at;  // the parent
 
-    // n values, `per` to an element (all in one by default), "idx" on each
-    // element but the first.
+    // n values, `per` to an element (0: all in one), one blank between two,
+    // "idx" on each element but the first.
     template <typename T, unsigned B = 10, bool U = false>
     void num(const char *name, const T *v, int n = 1, Fmt<B, U> = {}, int per = 0)
     {
-        per = per ? per : n;
-        char idx[12];  // room for any int: the floor makes no checks
-        for (int i = 0; i < n; i += per) {
-            xmlNode *e = value_element<T, B, U>(at, name, v + i, std::min(n - i, per));
+        using Digits = std::make_unsigned_t<std::conditional_t<std::is_floating_point<T>::value, int, T>>;
+        const int step = per ? per : n;
+        char text[512], idx[12];  // idx: room for any int, the floor makes no checks
+        for (int i = 0; i < n; i += step) {
+            char *p = text;
+            for (int k = i; k < std::min(n, i + step); k++) {
+                if (k != i)
+                    *p++ = ' ';
+                if (std::is_floating_point<T>::value) {
+                    p += snprintf(p, static_cast<size_t>(text + sizeof text - p), "%.*g",
+                                  sizeof(T) == 4 ? 6 : 15, static_cast<double>(v[k]));
+                    continue;
+                }
+                Digits m = static_cast<Digits>(v[k]);
+                if (std::is_signed<T>::value && v[k] < 0) {
+                    *p++ = '-';
+                    m = static_cast<Digits>(0u - m);
+                }
+                if (B == 16) {
+                    *p++ = '0';
+                    *p++ = 'x';
+                }
+                p = digits<Digits, B, U>(p, m);
+            }
+            *p = '\0';
+            xmlNode *e = text_element(at, name, text);
             if (i != 0) {
                 snprintf(idx, sizeof idx, "%d", i);
                 xmlNewProp(e, BAD_CAST "idx", BAD_CAST idx);
@@ -283,10 +212,7 @@ struct Writer {
     }
     // An array row: as many values to an element as the codec groups.
     template <typename T, unsigned B = 10, bool U = false>
-    void rows(const char *name, const T *v, int n, Fmt<B, U> f = {})
-    {
-        num(name, v, n, f, per_element<T>);
-    }
+    void rows(const char *name, const T *v, int n, Fmt<B, U> f = {}) { num(name, v, n, f, per_element<T>); }
     // A string field, cut before its last byte.
     template <size_t N>
     void str(const char *name, const char (&s)[N])
@@ -331,21 +257,33 @@ struct Writer {
 struct Reader {
     xmlNode *at;  // the next element
 
-    // The elements from `at` on while they have its name.
+    // The values of the elements from `at` on while they have its name.
     template <typename T, unsigned B = 10, bool U = false>
     void num(const char *, T *v, int n = 1, Fmt<B, U> = {}, int = 0)
     {
         int i = 0;
         at = elem(at);
-        const xmlChar *name = at ? at->name : nullptr;
-        while (at && xmlStrEqual(at->name, name))
-            at = read_values(at, v, n, &i);
+        for (const xmlChar *name = at ? at->name : nullptr; at && xmlStrEqual(at->name, name);
+             at = elem(at->next)) {
+            xmlChar *c = xmlNodeGetContent(at);
+            const char *p = reinterpret_cast<const char *>(c);
+            for (char *end; i < n; p = end) {
+                T x;
+                if (std::is_floating_point<T>::value)
+                    x = static_cast<T>(strtod(p, &end));
+                else if (std::is_signed<T>::value)
+                    x = static_cast<T>(strtoimax(p, &end, 0));
+                else
+                    x = static_cast<T>(strtoumax(p, &end, 0));
+                if (end == p)
+                    break;
+                v[i++] = x;
+            }
+            xmlFree(c);
+        }
     }
     template <typename T, unsigned B = 10, bool U = false>
-    void rows(const char *name, T *v, int n, Fmt<B, U> f = {})
-    {
-        num(name, v, n, f);
-    }
+    void rows(const char *name, T *v, int n, Fmt<B, U> f = {}) { num(name, v, n, f); }
     // As the reader stores a string: at most the field, with its terminator
     // if it fits.
     template <size_t N>
@@ -391,18 +329,15 @@ struct Reader {
 };
 
 // The plain list node of the codec and scaling figures: its rows, its
-// floor, and a new node for a Reader.
+// floor, a new node for a Reader, and the release of a list of them.
 struct ListNode {
     struct znode node;
     int32_t v;
     uint32_t w;
 };
 
-inline struct pdesc *list_node_rows()
-{
-    static struct pdesc rows[] = {PX_SINT(ListNode, v, "v"), PX_UINT_HEX(ListNode, w, "w"), PX_END};
-    return rows;
-}
+inline struct pdesc list_node_rows[] = {PX_SINT(ListNode, v, "v"), PX_UINT_HEX(ListNode, w, "w"),
+                                        PX_END};
 
 inline constexpr auto list_node = [](auto &io, struct znode *z) {
     io.num("v", &reinterpret_cast<ListNode *>(z)->v);
@@ -437,7 +372,7 @@ bool floor_save(const char *root, const char *child, Floor floor, const std::str
     return rc >= 0;
 }
 
-// ---- the codec's cases -------------------------------------------------------------
+// ---- the codec's cases -----------------------------------------------------------
 
 // The children of `root` as text.
 inline std::string dump(const xmlNode *root)
@@ -450,13 +385,23 @@ inline std::string dump(const xmlNode *root)
     return text;
 }
 
+// The document kavor writes for the block m, as text.
+inline std::string text_of(char *m, struct pdesc *table)
+{
+    xmlNode *root = xmlNewNode(nullptr, BAD_CAST "root");
+    param2xml(m, root, table);
+    std::string text = dump(root);
+    xmlFreeNode(root);
+    return text;
+}
+
 // One case: its block, its table, and the floor of the same document. Made
 // on first use, so that a filtered run builds only what it measures.
 struct Case {
     std::string name;
     int items;              // values per call (0: not counted), the size a make may take
     void (*make)(Case &c);  // fills mem, and rows or table
-    std::function<void(char *mem, xmlNode *parent)> floor_write, floor_read;
+    std::function<void(char *mem, xmlNode *at, bool read)> floor;
     void (*floor_release)(char *mem);  // what a floor read allocated; NULL: nothing
     std::vector<char> mem = {};
     struct pdesc rows[2] = {};      // the table of a one-row case
@@ -464,29 +409,18 @@ struct Case {
     xmlNode *doc = nullptr;         // written once, for the readers
     std::string text = {};          // and as text, for the checks
 
-    Case *ready()
+    void ready()
     {
         if (doc)
-            return this;
+            return;
         make(*this);
         table = table ? table : rows;
         doc = xmlNewNode(nullptr, BAD_CAST "root");
         param2xml(mem.data(), doc, table);
-        // Writing it once more, as text for the checks, grows the heap by a
-        // tree that is then freed, so that no timed call pays the kernel for
-        // fresh pages (a cost of the machine, not of the code, and larger
-        // than the walk on a virtual machine).
-        text = text_of(mem.data());
-        return this;
-    }
-    // The document kavor writes for the block m.
-    std::string text_of(char *m) const
-    {
-        xmlNode *root = xmlNewNode(nullptr, BAD_CAST "root");
-        param2xml(m, root, table);
-        std::string t = dump(root);
-        xmlFreeNode(root);
-        return t;
+        // Writing it once more, as text, grows the heap by a tree that is
+        // then freed, so that no timed call pays the kernel for fresh pages
+        // (a cost of the machine, larger than the walk on a virtual machine).
+        text = text_of(mem.data(), table);
     }
 };
 
@@ -503,54 +437,59 @@ template <class Floor>
 Case floor_case(const std::string &name, int items, void (*make)(Case &), Floor floor,
                 void (*release)(char *mem) = nullptr)
 {
-    auto write = [floor](char *m, xmlNode *parent) {
-        Writer w{parent};
-        floor(w, m);
+    auto both = [floor](char *m, xmlNode *at, bool read) {
+        if (read) {
+            Reader r{at->children};
+            floor(r, m);
+        } else {
+            Writer w{at};
+            floor(w, m);
+        }
     };
-    auto read = [floor](char *m, xmlNode *parent) {
-        Reader r{parent->children};
-        floor(r, m);
-    };
-    return {name, items, make, write, read, release};
+    return {name, items, make, both, release};
 }
 
-// Writes the case's document (into a fresh element) or reads it (into a
-// zeroed block), kavor or the floor, once per iteration; the element and
-// what a read allocated are released outside the timed part (`manual`: as
-// time_calls). The first call must give the document.
+// Times the case's document written (into a fresh element) or read (into a
+// zeroed block), by kavor or the floor, once per iteration: with `manual`
+// timing a steady clock measures the call alone, otherwise the benchmark's
+// timer stops around the rest. The element and what a read allocated are
+// released outside the timed part; the first call must give the document.
 inline void time_case(benchmark::State &st, Case *c, bool read, bool floor, bool manual)
 {
     c->ready();
     std::vector<char> out(c->mem.size());
-    xmlNode *root = nullptr;
+    char *m = read ? out.data() : c->mem.data();
     bool ok = true, first = true;
-    time_calls(
-        st, manual,
-        [&] {
-            if (read)
-                memset(out.data(), 0, out.size());
-            else
-                root = xmlNewNode(nullptr, BAD_CAST "root");
-        },
-        [&] {
-            if (read && floor)
-                c->floor_read(out.data(), c->doc);
-            else if (read)
-                xml2param(out.data(), c->doc, c->table);
-            else if (floor)
-                c->floor_write(c->mem.data(), root);
-            else
-                param2xml(c->mem.data(), root, c->table);
-        },
-        [&] {
-            ok = ok && (!first || (read ? c->text_of(out.data()) : dump(root)) == c->text);
-            first = false;
-            xmlFreeNode(root);
-            if (read && floor && c->floor_release)
-                c->floor_release(out.data());
-            else if (read && !floor)
-                param_xml_free(out.data(), c->table);
-        });
+    for (auto _ : st) {
+        if (!manual)
+            st.PauseTiming();
+        xmlNode *at = read ? c->doc : xmlNewNode(nullptr, BAD_CAST "root");
+        if (read)
+            memset(m, 0, out.size());
+        if (!manual)
+            st.ResumeTiming();
+        auto t0 = Clock::now();
+        if (floor)
+            c->floor(m, at, read);
+        else if (read)
+            xml2param(m, at, c->table);
+        else
+            param2xml(m, at, c->table);
+        if (manual)
+            st.SetIterationTime(seconds_since(t0));
+        else
+            st.PauseTiming();
+        ok = ok && (!first || (read ? text_of(m, c->table) : dump(at)) == c->text);
+        first = false;
+        if (!read)
+            xmlFreeNode(at);
+        else if (!floor)
+            param_xml_free(m, c->table);
+        else if (c->floor_release)
+            c->floor_release(m);
+        if (!manual)
+            st.ResumeTiming();
+    }
     if (!ok)
         st.SkipWithError(floor ? read ? "floor read back other values" : "floor wrote another document"
                          : read ? "codec read back other values"
@@ -575,31 +514,22 @@ using Port = dev_port;
 using Label = dev_label;
 using Device = dev_block;
 
-inline struct enume *modes()
-{
-    static struct enume t[] = {PX_ENUME("off", 0), PX_ENUME("auto", 1), PX_ENUME("manual", 2),
+inline struct enume modes[] = {PX_ENUME("off", 0), PX_ENUME("auto", 1), PX_ENUME("manual", 2),
                                PX_ENUME("test", 3), PX_ENUME_END(0)};
-    return t;
-}
-
-inline struct pdesc *table()
-{
-    static struct pdesc port_rows[] = {
-        PX_SINT(Port, id, "id"),        PX_UINT(Port, vlan, "vlan"),
-        PX_UINT_ARR_HEX(Port, mac, "mac"), PX_FLOT(Port, gain, "gain"),
-        PX_STRI(Port, name, "name"),    PX_ENUM(Port, mode, "mode", modes()),
-        PX_UINT_HEXU(Port, flags, "flags"), PX_END,
-    };
-    static struct pdesc label_rows[] = {PX_STRI(Label, text, "line"), PX_END};
-    static struct pdesc rows[] = {
-        PX_UINT_ARR(Device, u8, "u8"),     PX_UINT_ARR(Device, u16, "u16"),
-        PX_SINT_ARR(Device, s32, "s32"),   PX_UINT_ARR_HEX(Device, u32, "u32"),
-        PX_SINT_ARR(Device, s64, "s64"),   PX_FLOT_ARR(Device, dbl, "dbl"),
-        PX_STRU_ARR(Device, labels, "label", label_rows),
-        PX_STRU_ARR(Device, ports, "port", port_rows), PX_END,
-    };
-    return rows;
-}
+inline struct pdesc port_rows[] = {
+    PX_SINT(Port, id, "id"),        PX_UINT(Port, vlan, "vlan"),
+    PX_UINT_ARR_HEX(Port, mac, "mac"), PX_FLOT(Port, gain, "gain"),
+    PX_STRI(Port, name, "name"),    PX_ENUM(Port, mode, "mode", modes),
+    PX_UINT_HEXU(Port, flags, "flags"), PX_END,
+};
+inline struct pdesc label_rows[] = {PX_STRI(Label, text, "line"), PX_END};
+inline struct pdesc table[] = {
+    PX_UINT_ARR(Device, u8, "u8"),     PX_UINT_ARR(Device, u16, "u16"),
+    PX_SINT_ARR(Device, s32, "s32"),   PX_UINT_ARR_HEX(Device, u32, "u32"),
+    PX_SINT_ARR(Device, s64, "s64"),   PX_FLOT_ARR(Device, dbl, "dbl"),
+    PX_STRU_ARR(Device, labels, "label", label_rows),
+    PX_STRU_ARR(Device, ports, "port", port_rows), PX_END,
+};
 
 // The block's floor, in the order of its table.
 template <class Io>
@@ -618,7 +548,7 @@ void floor(Io &io, Device &d)
         f.num("mac", p.mac, 6, bench::hexl);
         f.num("gain", &p.gain);
         f.str("name", p.name);
-        f.enm("mode", p.mode, modes());
+        f.enm("mode", p.mode, modes);
         f.num("flags", &p.flags, 1, bench::hexu);
     });
 }
@@ -667,13 +597,13 @@ using LoadFn = bool (*)(const std::string &path, Device *d, bool gz);
 
 inline bool kavor_save(const Device *d, const std::string &path, bool gz)
 {
-    kavor_file_rgst_t r = bench::request(path.c_str(), "dev", table(), const_cast<Device *>(d), !gz);
+    kavor_file_rgst_t r = bench::request(path.c_str(), "dev", table, const_cast<Device *>(d), !gz);
     return kavor_param2file(&r) == 0;
 }
 
 inline bool kavor_load(const std::string &path, Device *d, bool gz)
 {
-    kavor_file_rgst_t r = bench::request(path.c_str(), "dev", table(), d, !gz);
+    kavor_file_rgst_t r = bench::request(path.c_str(), "dev", table, d, !gz);
     return kavor_file2param(&r) == 0;
 }
 

@@ -51,7 +51,7 @@ void make_list(Case &c)
         node->w = static_cast<uint32_t>(bench::next_random());
         zlst_push(head, node);
     }
-    c.rows[0] = {0, 0, 1, PT_LIST, 0, 0, 0, sizeof(bench::ListNode), "l", bench::list_node_rows(), 0};
+    c.rows[0] = {0, 0, 1, PT_LIST, 0, 0, 0, sizeof(bench::ListNode), "l", bench::list_node_rows, 0};
 }
 
 // Each kind with its sizes: the block, its table and the floor (libxml2
