@@ -45,64 +45,52 @@ Big *new_big()
     return b;
 }
 
-// A manager record with its lists, locks and semaphore but no task, so that
-// the benchmark runs each sweep itself.
-struct Taskless {
-    kavor_mobj_t *m;
-    Taskless()
-    {
-        m = static_cast<kavor_mobj_t *>(calloc(1, sizeof(kavor_mobj_t)));
-        m->mtx_ld_valid = vn_mutex_init(&m->mtx_ld) == 0;
-        m->fcom_rwlock_valid = pthread_rwlock_init(&m->fcom_rwlock, nullptr) == 0;
-        m->sem_sav = vn_semb_create("bench", 0);
-        m->sem_sav_valid = m->sem_sav != nullptr;
-    }
-    ~Taskless()
-    {
-        while (m->fcom_lst != nullptr)
-            kavor_unregister(reinterpret_cast<kavor_file_t *>(
-                reinterpret_cast<kavor_fcom_t *>(m->fcom_lst)->file_lst));
-        vn_sem_delete(m->sem_sav);
-        vn_mutex_destroy(&m->mtx_ld);
-        pthread_rwlock_destroy(&m->fcom_rwlock);
-        free(m);
-    }
-};
+Clock::time_point g_in_place;                // when the last save put its file in place
+const char *g_in_place_step = "rename_tmp";  // the step that does it
+std::atomic<int> g_writes{0};                // files written (renamed in place)
 
-Clock::time_point g_in_place;
-const char *g_in_place_step = "rename_tmp";
-
-void note_step(const char *step, const kavor_fcom_t *)
+void on_step(const char *step, const kavor_fcom_t *)
 {
     if (strcmp(step, g_in_place_step) == 0)
         g_in_place = Clock::now();
+    if (strcmp(step, "rename_tmp") == 0)
+        g_writes++;
 }
 
 void no_sync() {}
 
-// One file of the big block, registered with a task-less manager and saved
-// once (the first save looks at the file name once), with the sync calls
-// left out and `step` called after each step of a save.
+// One file of the big block under a manager record with its lists, locks
+// and semaphore but no task, so that the benchmark runs each sweep itself;
+// saved once (the first save looks at the file name once), with the sync
+// calls left out and on_step called after each step of a save.
 struct BigFile {
     bench::Scratch dir;
     Big *b = new_big();
-    Taskless mgr;
+    kavor_mobj_t *m = static_cast<kavor_mobj_t *>(calloc(1, sizeof(kavor_mobj_t)));
     xml_file_hdl f;
     kavor_sys_t saved = kavor_sys;
-    BigFile(int32_t ugz, bool virt, void (*step)(const char *, const kavor_fcom_t *))
+    BigFile(int32_t ugz, bool virt)
     {
+        m->mtx_ld_valid = vn_mutex_init(&m->mtx_ld) == 0;
+        m->fcom_rwlock_valid = pthread_rwlock_init(&m->fcom_rwlock, nullptr) == 0;
+        m->sem_sav = vn_semb_create("bench", 0);
+        m->sem_sav_valid = m->sem_sav != nullptr;
         std::string v = virt ? dir / "v/net" : "";
         kavor_file_rgst_t r = bench::request((dir / "net").c_str(), "big", kBigRows, b, ugz, v.c_str());
-        f = kavor_register(mgr.m, &r);
+        f = kavor_register(m, &r);
         kavor_sys.sync = no_sync;
-        kavor_sys.step = step;
+        kavor_sys.step = on_step;
         saving_set(f->fcom, 1);
-        kavor_save_sweep(mgr.m);
+        kavor_save_sweep(m);
     }
     ~BigFile()
     {
         kavor_sys = saved;
         kavor_unregister(f);
+        vn_sem_delete(m->sem_sav);
+        vn_mutex_destroy(&m->mtx_ld);
+        pthread_rwlock_destroy(&m->fcom_rwlock);
+        free(m);
         free(b);
     }
 };
@@ -113,11 +101,11 @@ void BM_Save(benchmark::State &state)
 {
     const int road = (int)state.range(0);
     g_in_place_step = road == 2 ? "gzip" : "rename_tmp";
-    BigFile big(road == 0 ? 1 : 0, road == 2, note_step);
+    BigFile big(road == 0 ? 1 : 0, road == 2);
     for (auto _ : state) {
         saving_set(big.f->fcom, 1);
         auto t0 = Clock::now();
-        kavor_save_sweep(big.mgr.m);
+        kavor_save_sweep(big.m);
         state.SetIterationTime(std::chrono::duration<double>(g_in_place - t0).count());
         if (saving_get(big.f->fcom) != 0)
             state.SkipWithError("save failed");
@@ -168,7 +156,7 @@ BENCHMARK(BM_SaveFloor)->Name("road/gzip_virtual/floor")->Arg(2)->UseRealTime()-
 void BM_Load(benchmark::State &state)
 {
     const bool gz = state.range(0) != 0, floor = state.range(1) != 0;
-    BigFile big(gz ? 0 : 1, false, nullptr);
+    BigFile big(gz ? 0 : 1, false);
     std::string path = big.f->fcom->filename;
     for (auto _ : state) {
         if (floor) {
@@ -187,25 +175,26 @@ BENCHMARK(BM_Load)->Name("road/load_one_plain/xmlparsefile")->Args({0, 1})->Unit
 BENCHMARK(BM_Load)->Name("road/load_one_gzip/kavor")->Args({1, 0})->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Load)->Name("road/load_one_gzip/xmlparsefile")->Args({1, 1})->Unit(benchmark::kMillisecond);
 
-struct Tiny {
-    char s[16];
-};
-
-// `files` tiny files "f<i>" in dir registered with h; their handles in f.
-void register_tiny(kavor_hdl h, const bench::Scratch &dir, int files, Tiny *blocks,
-                   xml_file_hdl *f = nullptr, benchmark::State *state = nullptr)
+// `files` tiny files "f<i>" in dir registered with h, their handles in f;
+// false if one isn't.
+bool register_tiny(kavor_hdl h, const bench::Scratch &dir, int files, xml_file_hdl *f = nullptr)
 {
+    struct Tiny {
+        char s[16];
+    };
     static struct pdesc table[] = {PX_STRI(Tiny, s, "s"), PX_END};
+    static Tiny blocks[10000];
     char name[sizeof(kavor_file_rgst_t::filename)];
+    bool ok = true;
     for (int i = 0; i < files; i++) {
         snprintf(name, sizeof name, "%s/f%d", dir.dir.c_str(), i);
         kavor_file_rgst_t r = bench::request(name, "n", table, &blocks[i], 1);
         xml_file_hdl one = kavor_register(h, &r);
+        ok = ok && one != nullptr;
         if (f)
             f[i] = one;
-        if (state && one == nullptr)
-            state->SkipWithError("register failed");
     }
+    return ok;
 }
 
 // A running manager with 1,000 registered files and nothing to save: the
@@ -215,8 +204,8 @@ void BM_Idle(benchmark::State &state)
     const int files = 1000;
     bench::Scratch dir;
     kavor_hdl h = kavor_create_v2("idle", 1000);
-    static Tiny blocks[files];
-    register_tiny(h, dir, files, blocks);
+    if (!register_tiny(h, dir, files))
+        state.SkipWithError("register failed");
     std::this_thread::sleep_for(std::chrono::seconds(2));   // the first, empty sweep
     double cpu = 0;
     for (auto _ : state) {
@@ -231,13 +220,6 @@ void BM_Idle(benchmark::State &state)
 BENCHMARK(BM_Idle)->Name("manager/idle_1000_files_cpu_pct/kavor")->Iterations(1)
     ->Repetitions(1)->Unit(benchmark::kSecond);
 
-std::atomic<int> g_writes{0};
-void count_write(const char *step, const kavor_fcom_t *)
-{
-    if (strcmp(step, "rename_tmp") == 0)
-        g_writes++;
-}
-
 // 10,000 save requests spread over 100 files of a running manager, all
 // within the quiet time; then the writes they caused ("value"; one per file
 // is right), waited for with a generous time-out.
@@ -247,11 +229,11 @@ void BM_Burst(benchmark::State &state)
     bench::Scratch dir;
     kavor_sys_t saved = kavor_sys;
     kavor_sys.sync = no_sync;
-    kavor_sys.step = count_write;
+    kavor_sys.step = on_step;
     kavor_hdl h = kavor_create_v2("burst", 1000);
-    static Tiny blocks[files];
     xml_file_hdl f[files];
-    register_tiny(h, dir, files, blocks, f);
+    if (!register_tiny(h, dir, files, f))
+        state.SkipWithError("register failed");
     int writes = 0;
     for (auto _ : state) {
         g_writes = 0;
@@ -276,13 +258,14 @@ void BM_Register(benchmark::State &state)
 {
     const int files = 10000;
     bench::Scratch dir;
-    static Tiny blocks[files];
     double ms = 0;
     for (auto _ : state) {
         kavor_hdl h = kavor_create_v2("reg", 1000);
         auto t0 = Clock::now();
-        register_tiny(h, dir, files, blocks, nullptr, &state);
+        bool ok = register_tiny(h, dir, files);
         ms = bench::seconds_since(t0) * 1000.0;
+        if (!ok)
+            state.SkipWithError("register failed");
         kavor_destroy(h);
     }
     state.counters["value"] = ms;
