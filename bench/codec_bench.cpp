@@ -24,7 +24,6 @@ constexpr int kPerBuffer = 1000;   // ... of this many u32 each
 
 using bench::Case;
 using bench::block;
-using bench::floor_case;
 
 // ---- arrays of numbers: one row of kValues values --------------------------------
 
@@ -48,9 +47,9 @@ void make_array(Case &c)
 template <typename T, unsigned Base = 10, bool Upper = false>
 Case array_case(const std::string &name)
 {
-    return floor_case(name, kValues, make_array<T, Base, Upper>, [](auto &io, char *m) {
+    return {name, kValues, make_array<T, Base, Upper>, [](bench::Io &io, char *m) {
         io.rows("v", reinterpret_cast<T *>(m), kValues, bench::Fmt<Base, Upper>{});
-    });
+    }};
 }
 
 template <typename T>
@@ -144,24 +143,23 @@ void make_cob(Case &c)
 }
 
 // The floor of the buffers: a wrapper with its "cnt" around each one's row.
-void cob_floor(char *m, xmlNode *at, bool read)
+void cob_floor(bench::Io &io, char *m)
 {
     Cob *b = reinterpret_cast<Cob *>(m);
-    xmlNode *w = at->children;  // the next wrapper to read
-    for (int i = 0; i < kBuffers && (w || !read); i++) {
-        if (read) {
-            xmlChar *cnt = xmlGetProp(w, BAD_CAST "cnt");
+    for (int i = 0; i < kBuffers && io.at; i++) {
+        if (io.read) {
+            xmlChar *cnt = xmlGetProp(io.at, BAD_CAST "cnt");
             b->cnt[i] = atoi(reinterpret_cast<char *>(cnt));
             xmlFree(cnt);
             b->buf[i] = static_cast<uint32_t *>(calloc(static_cast<size_t>(b->cnt[i]), sizeof(uint32_t)));
-            bench::Reader{w->children}.rows("c", b->buf[i], b->cnt[i]);
-            w = w->next;
+            bench::Io{io.at->children, true}.rows("c", b->buf[i], b->cnt[i]);
+            io.at = io.at->next;
         } else {
             char cnt[16];
             *bench::digits<unsigned, 10, false>(cnt, static_cast<unsigned>(b->cnt[i])) = '\0';
-            xmlNode *e = bench::text_element(at, "c", nullptr);
+            xmlNode *e = bench::text_element(io.at, "c", nullptr);
             xmlNewProp(e, BAD_CAST "cnt", BAD_CAST cnt);
-            bench::Writer{e}.rows("c", b->buf[i], b->cnt[i]);
+            bench::Io{e, false}.rows("c", b->buf[i], b->cnt[i]);
         }
     }
 }
@@ -239,14 +237,15 @@ void make_vlst(Case &c)
 }
 
 // The fields of a node of either layout, by its type name.
-auto vlst_node = [](auto &io, struct znode *z) {
+void vlst_node(bench::Io &io, struct znode *z)
+{
     if (strcmp(z->name, kTypA) == 0) {
         io.num("a", &reinterpret_cast<ListA *>(z)->a);
     } else {
         io.num("b", reinterpret_cast<ListB *>(z)->b, 4);
         io.str("s", reinterpret_cast<ListB *>(z)->s);
     }
-};
+}
 
 // A node of the layout its "typ" names.
 struct znode *new_vlst_node(xmlNode *inner)
@@ -272,8 +271,8 @@ std::vector<Case> all_cases()
     add_int_cases<uint64_t>(c, "u64");
     c.push_back(array_case<float>("float"));
     c.push_back(array_case<double>("double"));
-    c.push_back(floor_case("struct", kStructs, make_ports, [](auto &io, char *m) {
-        io.structs("port", reinterpret_cast<Port *>(m), kStructs, [](auto &f, Port &p) {
+    c.push_back({"struct", kStructs, make_ports, [](bench::Io &io, char *m) {
+        io.structs("port", reinterpret_cast<Port *>(m), kStructs, [](bench::Io &f, Port &p) {
             f.num("speed", &p.speed);
             f.num("mtu", &p.mtu);
             f.num("mac", p.mac, 6, bench::hexl);
@@ -282,22 +281,22 @@ std::vector<Case> all_cases()
             f.num("gain", p.gain, 4);
             f.enm("mode", p.mode, kModes);
         });
-    }));
-    c.push_back(floor_case("string", 0, make_strings, [](auto &io, char *m) {
+    }});
+    c.push_back({"string", 0, make_strings, [](bench::Io &io, char *m) {
         io.structs("n", reinterpret_cast<Named *>(m), kKindItems,
-                   [](auto &f, Named &n) { f.str("text_", n.text); });
-    }));
-    c.push_back(floor_case("enum", 0, make_enums, [](auto &io, char *m) {
+                   [](bench::Io &f, Named &n) { f.str("text_", n.text); });
+    }});
+    c.push_back({"enum", 0, make_enums, [](bench::Io &io, char *m) {
         for (int i = 0; i < kKindItems; i++)
             io.enm("mode", reinterpret_cast<int *>(m)[i], kModes);
-    }));
+    }});
     c.push_back({"counted_u32", 0, make_cob, cob_floor, cob_release});
-    c.push_back(floor_case("list", 0, make_list, [](auto &io, char *m) {
+    c.push_back({"list", 0, make_list, [](bench::Io &io, char *m) {
         io.list("l", reinterpret_cast<Lists *>(m)->head, bench::list_node, bench::new_list_node);
-    }, free_list));
-    c.push_back(floor_case("variant_list", 0, make_vlst, [](auto &io, char *m) {
+    }, free_list});
+    c.push_back({"variant_list", 0, make_vlst, [](bench::Io &io, char *m) {
         io.list("x", reinterpret_cast<Lists *>(m)->head, vlst_node, new_vlst_node);
-    }, free_list));
+    }, free_list});
     return c;
 }
 

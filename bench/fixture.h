@@ -170,15 +170,23 @@ constexpr int per_element = std::is_floating_point<T>::value ? (sizeof(T) == 4 ?
                             : sizeof(T) == 4                 ? 8
                                                              : 4;
 
-struct Writer {
-    xmlNode *at;  // the parent
+// One direction of a floor: a write adds each field's elements under `at`,
+// a read takes them from the element `at` on.
+struct Io {
+    xmlNode *at;
+    bool read;
 
     // n values, `per` to an element (0: all in one), one blank between two,
-    // "idx" on each element but the first.
+    // "idx" on each element but the first; read from the elements from `at`
+    // on that have its name.
     template <typename T, unsigned B = 10, bool U = false>
-    void num(const char *name, const T *v, int n = 1, Fmt<B, U> = {}, int per = 0)
+    void num(const char *name, T *v, int n = 1, Fmt<B, U> = {}, int per = 0)
     {
         using Digits = std::make_unsigned_t<std::conditional_t<std::is_floating_point<T>::value, int, T>>;
+        if (read) {
+            read_values(v, n);
+            return;
+        }
         const int step = per ? per : n;
         char text[512], idx[12];  // idx: room for any int, the floor makes no checks
         for (int i = 0; i < n; i += step) {
@@ -210,56 +218,8 @@ struct Writer {
             }
         }
     }
-    // An array row: as many values to an element as the codec groups.
-    template <typename T, unsigned B = 10, bool U = false>
-    void rows(const char *name, const T *v, int n, Fmt<B, U> f = {}) { num(name, v, n, f, per_element<T>); }
-    // A string field, cut before its last byte.
-    template <size_t N>
-    void str(const char *name, const char (&s)[N])
-    {
-        char text[N];
-        memcpy(text, s, N);
-        text[N - 1] = '\0';
-        text_element(at, name, text);
-    }
-    // The key of the value's item (the first item's when none has it).
-    void enm(const char *name, int v, const struct enume *items)
-    {
-        const struct enume *it = items;
-        while (it->key && it->value != v)
-            it++;
-        text_element(at, name, it->key ? it->key : items[0].key);
-    }
-    // n structures, an element each holding what `fields(io, s[i])` names.
-    template <typename S, typename F>
-    void structs(const char *name, S *s, int n, F fields)
-    {
-        for (int i = 0; i < n; i++) {
-            Writer w{text_element(at, name, nullptr)};
-            fields(w, s[i]);
-        }
-    }
-    // A list: an outer element, an inner element per node (with its "typ"
-    // where the node has a type name) holding what `fields(io, node)` names.
-    template <typename F, typename New>
-    void list(const char *name, zhead_t head, F fields, New)
-    {
-        xmlNode *outer = text_element(at, name, nullptr);
-        for (struct znode *z = head; z; z = z->next) {
-            Writer w{text_element(outer, name, nullptr)};
-            if (z->name)
-                xmlNewProp(w.at, BAD_CAST "typ", BAD_CAST z->name);
-            fields(w, z);
-        }
-    }
-};
-
-struct Reader {
-    xmlNode *at;  // the next element
-
-    // The values of the elements from `at` on while they have its name.
-    template <typename T, unsigned B = 10, bool U = false>
-    void num(const char *, T *v, int n = 1, Fmt<B, U> = {}, int = 0)
+    template <typename T>
+    void read_values(T *v, int n)
     {
         int i = 0;
         at = elem(at);
@@ -282,46 +242,77 @@ struct Reader {
             xmlFree(c);
         }
     }
+    // An array row: as many values to an element as the codec groups.
     template <typename T, unsigned B = 10, bool U = false>
-    void rows(const char *name, T *v, int n, Fmt<B, U> f = {}) { num(name, v, n, f); }
-    // As the reader stores a string: at most the field, with its terminator
-    // if it fits.
+    void rows(const char *name, T *v, int n, Fmt<B, U> f = {}) { num(name, v, n, f, per_element<T>); }
+    // A string field, written cut before its last byte, read as the reader
+    // stores it (at most the field, with its terminator if it fits).
     template <size_t N>
-    void str(const char *, char (&s)[N])
+    void str(const char *name, char (&s)[N])
     {
+        if (!read) {
+            char text[N];
+            memcpy(text, s, N);
+            text[N - 1] = '\0';
+            text_element(at, name, text);
+            return;
+        }
         xmlChar *c = xmlNodeGetContent(at);
         size_t len = strlen(reinterpret_cast<char *>(c)) + 1;
         memcpy(s, c, len < N ? len : N);
         xmlFree(c);
         at = elem(at->next);
     }
-    // The value of the item whose key is the text (the end item's when none is).
-    void enm(const char *, int &v, const struct enume *items)
+    // An enumeration: the key of the value's item (the first item's when
+    // none has it); read, the value of the key's item (the end item's when
+    // none has it).
+    void enm(const char *name, int &v, const struct enume *items)
     {
-        xmlChar *c = xmlNodeGetContent(at);
         const struct enume *it = items;
+        if (!read) {
+            while (it->key && it->value != v)
+                it++;
+            text_element(at, name, it->key ? it->key : items[0].key);
+            return;
+        }
+        xmlChar *c = xmlNodeGetContent(at);
         while (it->key && !xmlStrEqual(BAD_CAST it->key, c))
             it++;
         xmlFree(c);
         v = it->value;
         at = elem(at->next);
     }
+    // n structures, an element each holding what `fields(io, s[i])` names.
     template <typename S, typename F>
-    void structs(const char *, S *s, int n, F fields)
+    void structs(const char *name, S *s, int n, F fields)
     {
-        for (int i = 0; i < n && at; i++, at = elem(at->next)) {
-            Reader r{elem(at->children)};
-            fields(r, s[i]);
+        for (int i = 0; i < n && at; i++) {
+            Io sub{read ? elem(at->children) : text_element(at, name, nullptr), read};
+            fields(sub, s[i]);
+            if (read)
+                at = elem(at->next);
         }
     }
-    // Each node, made by `make_node(inner element)`, is pushed on `head`.
+    // A list: an outer element, an inner element per node (with its "typ"
+    // where the node has a type name) holding what `fields(io, node)` names;
+    // a read pushes each node, made by `make_node(inner element)`, on `head`.
     template <typename F, typename New>
-    void list(const char *, zhead_t &head, F fields, New make_node)
+    void list(const char *name, zhead_t &head, F fields, New make_node)
     {
+        if (!read) {
+            xmlNode *outer = text_element(at, name, nullptr);
+            for (struct znode *z = head; z; z = z->next) {
+                Io sub{text_element(outer, name, nullptr), false};
+                if (z->name)
+                    xmlNewProp(sub.at, BAD_CAST "typ", BAD_CAST z->name);
+                fields(sub, z);
+            }
+            return;
+        }
         for (xmlNode *inner = elem(at->children); inner; inner = elem(inner->next)) {
             struct znode *z = make_node(inner);
-            Reader r{elem(inner->children)};
-            fields(r, z);
+            Io sub{elem(inner->children), true};
+            fields(sub, z);
             zlst_push(&head, z);
         }
         at = elem(at->next);
@@ -339,10 +330,11 @@ struct ListNode {
 inline struct pdesc list_node_rows[] = {PX_SINT(ListNode, v, "v"), PX_UINT_HEX(ListNode, w, "w"),
                                         PX_END};
 
-inline constexpr auto list_node = [](auto &io, struct znode *z) {
+inline void list_node(Io &io, struct znode *z)
+{
     io.num("v", &reinterpret_cast<ListNode *>(z)->v);
     io.num("w", &reinterpret_cast<ListNode *>(z)->w, 1, hexl);
-};
+}
 
 inline struct znode *new_list_node(xmlNode *)
 {
@@ -356,13 +348,13 @@ inline void free_nodes(zhead_t *head)
 }
 
 // Saves, as kavor saves it, a document with the root element `root` and one
-// child `child` holding what `floor(writer)` names; false on failure.
+// child `child` holding what `floor(io)` names; false on failure.
 template <class Floor>
 bool floor_save(const char *root, const char *child, Floor floor, const std::string &path, bool gz)
 {
     xmlDocPtr doc = xmlNewDoc(BAD_CAST "1.0");
     xmlNode *r = xmlNewDocNode(doc, nullptr, BAD_CAST root, nullptr);
-    Writer w{text_element(r, child, nullptr)};
+    Io w{text_element(r, child, nullptr), false};
     floor(w);
     xmlDocSetRootElement(doc, r);
     if (gz)
@@ -401,8 +393,8 @@ struct Case {
     std::string name;
     int items;              // values per call (0: not counted), the size a make may take
     void (*make)(Case &c);  // fills mem, and rows or table
-    std::function<void(char *mem, xmlNode *at, bool read)> floor;
-    void (*floor_release)(char *mem);  // what a floor read allocated; NULL: nothing
+    std::function<void(Io &io, char *mem)> floor;
+    void (*floor_release)(char *mem) = nullptr;  // what a floor read allocated
     std::vector<char> mem = {};
     struct pdesc rows[2] = {};      // the table of a one-row case
     struct pdesc *table = nullptr;  // rows, or a table of its own
@@ -432,23 +424,6 @@ T *block(Case &c, size_t n = 1)
     return reinterpret_cast<T *>(c.mem.data());
 }
 
-// A case whose floor is `floor(io, mem)`.
-template <class Floor>
-Case floor_case(const std::string &name, int items, void (*make)(Case &), Floor floor,
-                void (*release)(char *mem) = nullptr)
-{
-    auto both = [floor](char *m, xmlNode *at, bool read) {
-        if (read) {
-            Reader r{at->children};
-            floor(r, m);
-        } else {
-            Writer w{at};
-            floor(w, m);
-        }
-    };
-    return {name, items, make, both, release};
-}
-
 // Times the case's document written (into a fresh element) or read (into a
 // zeroed block), by kavor or the floor, once per iteration: with `manual`
 // timing a steady clock measures the call alone, otherwise the benchmark's
@@ -469,8 +444,9 @@ inline void time_case(benchmark::State &st, Case *c, bool read, bool floor, bool
         if (!manual)
             st.ResumeTiming();
         auto t0 = Clock::now();
+        Io io{read ? at->children : at, read};
         if (floor)
-            c->floor(m, at, read);
+            c->floor(io, m);
         else if (read)
             xml2param(m, at, c->table);
         else
@@ -532,8 +508,7 @@ inline struct pdesc table[] = {
 };
 
 // The block's floor, in the order of its table.
-template <class Io>
-void floor(Io &io, Device &d)
+inline void floor(bench::Io &io, Device &d)
 {
     io.rows("u8", d.u8, DEV_U8);
     io.rows("u16", d.u16, DEV_U16);
@@ -541,8 +516,8 @@ void floor(Io &io, Device &d)
     io.rows("u32", d.u32, DEV_U32, bench::hexl);
     io.rows("s64", d.s64, DEV_S64);
     io.rows("dbl", d.dbl, DEV_DBL);
-    io.structs("label", d.labels, DEV_LABELS, [](auto &f, Label &l) { f.str("line", l.text); });
-    io.structs("port", d.ports, DEV_PORTS, [](auto &f, Port &p) {
+    io.structs("label", d.labels, DEV_LABELS, [](bench::Io &f, Label &l) { f.str("line", l.text); });
+    io.structs("port", d.ports, DEV_PORTS, [](bench::Io &f, Port &p) {
         f.num("id", &p.id);
         f.num("vlan", &p.vlan);
         f.num("mac", p.mac, 6, bench::hexl);
@@ -610,7 +585,7 @@ inline bool kavor_load(const std::string &path, Device *d, bool gz)
 inline bool floor_save(const Device *d, const std::string &path, bool gz)
 {
     Device &block = *const_cast<Device *>(d);  // only written
-    return bench::floor_save("device", "dev", [&](bench::Writer &w) { floor(w, block); }, path, gz);
+    return bench::floor_save("device", "dev", [&](bench::Io &io) { floor(io, block); }, path, gz);
 }
 
 // Parses the file as the load does (no network) and reads the root's first
@@ -621,8 +596,8 @@ inline bool floor_load(const std::string &path, Device *d, bool)
     xmlNode *root = doc ? xmlDocGetRootElement(doc) : nullptr;
     xmlNode *child = root ? bench::elem(root->children) : nullptr;
     if (child) {
-        bench::Reader r{bench::elem(child->children)};
-        floor(r, *d);
+        bench::Io io{bench::elem(child->children), true};
+        floor(io, *d);
     }
     xmlFreeDoc(doc);
     return child != nullptr;

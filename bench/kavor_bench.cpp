@@ -132,7 +132,7 @@ void BM_SaveFloor(benchmark::State &state)
     std::string tmp = path + ".tmp", bak = dir / (gz ? "net.xml.bak.gz" : "net.xml.bak");
     std::string virt = dir / "net_v.xml";
     std::string gzip = "gzip -c " + virt + " > " + tmp;
-    auto floor = [b](bench::Writer &w) {
+    auto floor = [b](bench::Io &w) {
         w.str("name", b->name);
         w.rows("vals", b->vals, 75000);
     };

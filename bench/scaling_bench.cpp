@@ -60,20 +60,20 @@ void make_list(Case &c)
 Case kind_case(int kind, int n)
 {
     if (kind == 0)
-        return bench::floor_case("array", n, make_array, [n](auto &io, char *m) {
+        return {"array", n, make_array, [n](bench::Io &io, char *m) {
             io.rows("v", reinterpret_cast<uint32_t *>(m), n);
-        });
+        }};
     if (kind == 1)
-        return bench::floor_case("struct", n, make_structs, [n](auto &io, char *m) {
-            io.structs("e", reinterpret_cast<Elem *>(m), n, [](auto &f, Elem &e) {
+        return {"struct", n, make_structs, [n](bench::Io &io, char *m) {
+            io.structs("e", reinterpret_cast<Elem *>(m), n, [](bench::Io &f, Elem &e) {
                 f.num("a", &e.a);
                 f.num("b", &e.b);
                 f.str("tag", e.tag);
             });
-        });
-    return bench::floor_case("list", n, make_list, [](auto &io, char *m) {
+        }};
+    return {"list", n, make_list, [](bench::Io &io, char *m) {
         io.list("l", *reinterpret_cast<zhead_t *>(m), bench::list_node, bench::new_list_node);
-    }, [](char *m) { bench::free_nodes(reinterpret_cast<zhead_t *>(m)); });
+    }, [](char *m) { bench::free_nodes(reinterpret_cast<zhead_t *>(m)); }};
 }
 
 }  // namespace
