@@ -1,17 +1,13 @@
-// codec_bench.cpp - the codec's speed beside its floor.
-//
-// For each integer width and text form, for float and double, for an array
-// of structures, and for strings, enumerations, counted buffers, lists and
-// variant lists, four numbers: param2xml and xml2param ("kavor"), and the
-// same elements built with libxml2 alone, values formatted the same way but
-// without the table walk, and the same document walked with
-// xmlNodeGetContent and strto* alone ("floor"). Items are values (or
-// structures). The trace handle stays NULL, as in a quiet application.
+// codec_bench.cpp - the codec's speed beside its floor, per kind: each
+// integer width and text form, float and double, an array of structures,
+// strings, enumerations, counted buffers, lists and variant lists. Four
+// numbers each: param2xml and xml2param ("kavor"), and the floor writing
+// and reading the same elements with libxml2 and the same value formatting
+// and parsing alone. Items are values (or structures); the trace handle
+// stays NULL, as in a quiet application.
 // Invariant: both sides make and read the same document; the first write of
 // each figure must give it and the first read must give it back (checked
 // outside the timed part). Names: codec/<write|read>_<case>/<kavor|floor>.
-//
-//   codec_bench --benchmark_min_time=0.5
 #include "fixture.h"
 
 namespace {
@@ -22,12 +18,13 @@ constexpr int kKindItems = 20000;  // strings, enumerations, list nodes
 constexpr int kBuffers = 100;      // counted buffers ...
 constexpr int kPerBuffer = 1000;   // ... of this many u32 each
 
-using bench::Case;
 using bench::block;
+using bench::Case;
+using bench::Io;
 
 // ---- arrays of numbers: one row of kValues values --------------------------------
 
-template <typename T, unsigned Base = 10, bool Upper = false>
+template <typename T, unsigned Base, bool Upper>
 void make_array(Case &c)
 {
     T *v = block<T>(c, kValues);
@@ -44,22 +41,23 @@ void make_array(Case &c)
     c.rows[0] = {0, 0, kValues, type, 0, 0, 0, sizeof(T), "v", nullptr, 0};
 }
 
-template <typename T, unsigned Base = 10, bool Upper = false>
-Case array_case(const std::string &name)
-{
-    return {name, kValues, make_array<T, Base, Upper>, [](bench::Io &io, char *m) {
-        io.rows("v", reinterpret_cast<T *>(m), kValues, bench::Fmt<Base, Upper>{});
-    }};
-}
-
+// The decimal case of an integer type (a float has one text form, named by
+// its type alone), and for an unsigned one the two hexadecimal ones.
 template <typename T>
-void add_int_cases(std::vector<Case> &out, const std::string &tname)
+void add_arrays(std::vector<Case> &out, const std::string &tname)
 {
-    out.push_back(array_case<T>(tname + "_dec"));
+    bool fp = std::is_floating_point<T>::value;
+    out.push_back({fp ? tname : tname + "_dec", kValues, make_array<T, 10, false>, [](Io &io, char *m) {
+        io.rows("v", reinterpret_cast<T *>(m), kValues);
+    }});
     if (std::is_signed<T>::value)
         return;
-    out.push_back(array_case<T, 16, false>(tname + "_hexl"));
-    out.push_back(array_case<T, 16, true>(tname + "_hexu"));
+    out.push_back({tname + "_hexl", kValues, make_array<T, 16, false>, [](Io &io, char *m) {
+        io.rows<16>("v", reinterpret_cast<T *>(m), kValues);
+    }});
+    out.push_back({tname + "_hexu", kValues, make_array<T, 16, true>, [](Io &io, char *m) {
+        io.rows<16, true>("v", reinterpret_cast<T *>(m), kValues);
+    }});
 }
 
 // ---- structures, strings and enumerations ------------------------------------------
@@ -99,6 +97,19 @@ void make_ports(Case &c)
     c.rows[0] = {0, 0, kStructs, PT_STRU, 0, 0, 0, sizeof(Port), "port", kPortRows, 0};
 }
 
+void ports_floor(Io &io, char *m)
+{
+    io.structs("port", reinterpret_cast<Port *>(m), kStructs, [](Io &f, Port &p) {
+        f.num("speed", &p.speed);
+        f.num("mtu", &p.mtu);
+        f.num<16>("mac", p.mac, 6);
+        f.str("name", p.name);
+        f.num<16, true>("flags", &p.flags);
+        f.num("gain", p.gain, 4);
+        f.enm("mode", p.mode, kModes);
+    });
+}
+
 struct Named {
     char text[32];
 };
@@ -113,6 +124,12 @@ void make_strings(Case &c)
     c.rows[0] = {0, 0, kKindItems, PT_STRU, 0, 0, 0, sizeof(Named), "n", sub, 0};
 }
 
+void strings_floor(Io &io, char *m)
+{
+    io.structs("n", reinterpret_cast<Named *>(m), kKindItems,
+               [](Io &f, Named &n) { f.str("text_", n.text); });
+}
+
 // One element per value, named by the table.
 void make_enums(Case &c)
 {
@@ -121,6 +138,12 @@ void make_enums(Case &c)
         v[i] = static_cast<int>(bench::next_random() % 3);
     c.rows[0] = {0, 0, kKindItems, PT_ENUM, 0, 0, 0, sizeof(int), "mode", nullptr,
                  reinterpret_cast<intptr_t>(kModes)};
+}
+
+void enums_floor(Io &io, char *m)
+{
+    for (int i = 0; i < kKindItems; i++)
+        io.enm("mode", reinterpret_cast<int *>(m)[i], kModes);
 }
 
 // ---- counted buffers: one "cnt" wrapper per buffer around its value elements ---------
@@ -142,8 +165,7 @@ void make_cob(Case &c)
     c.table = t;
 }
 
-// The floor of the buffers: a wrapper with its "cnt" around each one's row.
-void cob_floor(bench::Io &io, char *m)
+void cob_floor(Io &io, char *m)
 {
     Cob *b = reinterpret_cast<Cob *>(m);
     for (int i = 0; i < kBuffers && io.at; i++) {
@@ -152,14 +174,14 @@ void cob_floor(bench::Io &io, char *m)
             b->cnt[i] = atoi(reinterpret_cast<char *>(cnt));
             xmlFree(cnt);
             b->buf[i] = static_cast<uint32_t *>(calloc(static_cast<size_t>(b->cnt[i]), sizeof(uint32_t)));
-            bench::Io{io.at->children, true}.rows("c", b->buf[i], b->cnt[i]);
+            Io{io.at->children, true}.rows("c", b->buf[i], b->cnt[i]);
             io.at = io.at->next;
         } else {
             char cnt[16];
             *bench::digits<unsigned, 10, false>(cnt, static_cast<unsigned>(b->cnt[i])) = '\0';
             xmlNode *e = bench::text_element(io.at, "c", nullptr);
             xmlNewProp(e, BAD_CAST "cnt", BAD_CAST cnt);
-            bench::Io{e, false}.rows("c", b->buf[i], b->cnt[i]);
+            Io{e, false}.rows("c", b->buf[i], b->cnt[i]);
         }
     }
 }
@@ -172,7 +194,7 @@ void cob_release(char *m)
     }
 }
 
-// ---- lists: one outer element, one inner element per node ---------------------------
+// ---- lists: one outer element, one inner element per node, of one layout or two ---
 
 struct Lists {
     zhead_t head;
@@ -180,8 +202,7 @@ struct Lists {
 
 void make_list(Case &c)
 {
-    static struct pdesc t[] = {PX_LIST(Lists, head, bench::ListNode, "l", bench::list_node_rows),
-                               PX_END};
+    static struct pdesc t[] = {PX_LIST(Lists, head, bench::ListNode, "l", bench::list_node_rows), PX_END};
     zhead_t *head = &block<Lists>(c)->head;
     for (int i = 0; i < kKindItems; i++) {
         auto *n = static_cast<bench::ListNode *>(calloc(1, sizeof(bench::ListNode)));
@@ -197,8 +218,7 @@ void free_list(char *m)
     bench::free_nodes(&reinterpret_cast<Lists *>(m)->head);
 }
 
-// ---- variant lists: nodes of two layouts, each inner element with its "typ" -----------
-
+// A variant list's nodes: each inner element with its "typ".
 struct ListA {
     struct znode node;
     int32_t a;
@@ -220,24 +240,21 @@ void make_vlst(Case &c)
     static struct pdesc t[] = {PX_VLST(Lists, head, "x", alts), PX_END};
     zhead_t *head = &block<Lists>(c)->head;
     for (int i = 0; i < kKindItems; i++) {
+        ListB *n = static_cast<ListB *>(calloc(1, sizeof(ListB)));  // room for either layout
         if (i % 2) {
-            ListA *n = static_cast<ListA *>(calloc(1, sizeof(ListB)));
-            n->a = static_cast<int32_t>(bench::next_random());
-            zlst_set_name(n, kTypA);
-            zlst_push(head, n);
+            reinterpret_cast<ListA *>(n)->a = static_cast<int32_t>(bench::next_random());
         } else {
-            ListB *n = static_cast<ListB *>(calloc(1, sizeof(ListB)));
             bench::fill_random(n->b, sizeof n->b);
             snprintf(n->s, sizeof n->s, "b%d", i);
-            zlst_set_name(n, kTypB);
-            zlst_push(head, n);
         }
+        zlst_set_name(n, i % 2 ? kTypA : kTypB);
+        zlst_push(head, n);
     }
     c.table = t;
 }
 
 // The fields of a node of either layout, by its type name.
-void vlst_node(bench::Io &io, struct znode *z)
+void vlst_node(Io &io, struct znode *z)
 {
     if (strcmp(z->name, kTypA) == 0) {
         io.num("a", &reinterpret_cast<ListA *>(z)->a);
@@ -261,40 +278,24 @@ struct znode *new_vlst_node(xmlNode *inner)
 std::vector<Case> all_cases()
 {
     std::vector<Case> c;
-    add_int_cases<int8_t>(c, "s8");
-    add_int_cases<int16_t>(c, "s16");
-    add_int_cases<int32_t>(c, "s32");
-    add_int_cases<int64_t>(c, "s64");
-    add_int_cases<uint8_t>(c, "u8");
-    add_int_cases<uint16_t>(c, "u16");
-    add_int_cases<uint32_t>(c, "u32");
-    add_int_cases<uint64_t>(c, "u64");
-    c.push_back(array_case<float>("float"));
-    c.push_back(array_case<double>("double"));
-    c.push_back({"struct", kStructs, make_ports, [](bench::Io &io, char *m) {
-        io.structs("port", reinterpret_cast<Port *>(m), kStructs, [](bench::Io &f, Port &p) {
-            f.num("speed", &p.speed);
-            f.num("mtu", &p.mtu);
-            f.num("mac", p.mac, 6, bench::hexl);
-            f.str("name", p.name);
-            f.num("flags", &p.flags, 1, bench::hexu);
-            f.num("gain", p.gain, 4);
-            f.enm("mode", p.mode, kModes);
-        });
-    }});
-    c.push_back({"string", 0, make_strings, [](bench::Io &io, char *m) {
-        io.structs("n", reinterpret_cast<Named *>(m), kKindItems,
-                   [](bench::Io &f, Named &n) { f.str("text_", n.text); });
-    }});
-    c.push_back({"enum", 0, make_enums, [](bench::Io &io, char *m) {
-        for (int i = 0; i < kKindItems; i++)
-            io.enm("mode", reinterpret_cast<int *>(m)[i], kModes);
-    }});
+    add_arrays<int8_t>(c, "s8");
+    add_arrays<int16_t>(c, "s16");
+    add_arrays<int32_t>(c, "s32");
+    add_arrays<int64_t>(c, "s64");
+    add_arrays<uint8_t>(c, "u8");
+    add_arrays<uint16_t>(c, "u16");
+    add_arrays<uint32_t>(c, "u32");
+    add_arrays<uint64_t>(c, "u64");
+    add_arrays<float>(c, "float");
+    add_arrays<double>(c, "double");
+    c.push_back({"struct", kStructs, make_ports, ports_floor});
+    c.push_back({"string", 0, make_strings, strings_floor});
+    c.push_back({"enum", 0, make_enums, enums_floor});
     c.push_back({"counted_u32", 0, make_cob, cob_floor, cob_release});
-    c.push_back({"list", 0, make_list, [](bench::Io &io, char *m) {
+    c.push_back({"list", 0, make_list, [](Io &io, char *m) {
         io.list("l", reinterpret_cast<Lists *>(m)->head, bench::list_node, bench::new_list_node);
     }, free_list});
-    c.push_back({"variant_list", 0, make_vlst, [](bench::Io &io, char *m) {
+    c.push_back({"variant_list", 0, make_vlst, [](Io &io, char *m) {
         io.list("x", reinterpret_cast<Lists *>(m)->head, vlst_node, new_vlst_node);
     }, free_list});
     return c;
@@ -308,10 +309,9 @@ int main(int argc, char **argv)
     for (Case &c : cases)
         for (bool read : {false, true})
             for (bool floor : {false, true})
-                benchmark::RegisterBenchmark(
-                    ("codec/" + std::string(read ? "read_" : "write_") + c.name +
-                     (floor ? "/floor" : "/kavor")).c_str(),
-                    bench::time_case, &c, read, floor, false)
+                benchmark::RegisterBenchmark(("codec/" + std::string(read ? "read_" : "write_") + c.name +
+                                              (floor ? "/floor" : "/kavor")).c_str(),
+                                             bench::time_case, &c, read, floor, false)
                     ->Unit(benchmark::kMillisecond);
     return bench::run(argc, argv);
 }

@@ -1,7 +1,7 @@
 // fixture.h - what the benchmarks share: random values, a scratch
-// directory, registration requests and the main function; the floor
-// (kavor's documents made and read by libxml2 alone); the codec's cases
-// with their one timing helper; and the device block of the file figures.
+// directory, registration requests, the main function; the floor (kavor's
+// documents made and read by libxml2 alone); the codec's cases with the one
+// timing helper; the device block of the file figures.
 //
 // Invariant: a figure times only the call it is named for (set-up, checks
 // and releases run outside the timed part), and the floor writes exactly
@@ -88,8 +88,7 @@ inline long file_size(const std::string &p)
 inline kavor_file_rgst_t request(const char *filename, const char *node, struct pdesc *table,
                                  void *mem, int32_t ugz, const char *virt = "")
 {
-    kavor_file_rgst_t r;
-    memset(&r, 0, sizeof r);
+    kavor_file_rgst_t r{};
     snprintf(r.filename, sizeof r.filename, "%s", filename);
     snprintf(r.node_name, sizeof r.node_name, "%s", node);
     snprintf(r.virtfile, sizeof r.virtfile, "%s", virt);
@@ -100,11 +99,10 @@ inline kavor_file_rgst_t request(const char *filename, const char *node, struct 
 }
 
 // The main function of every benchmark, after its figures are registered.
-// It keeps freed memory in the heap between calls: with glibc's defaults a
-// call that frees a whole document may hand its pages back to the kernel
-// or not, depending on which block happens to lie at the top of the heap,
-// and the next call then faults them in again; on a virtual machine that
-// costs up to 40% of a load and moves with the layout, not with the code.
+// It keeps freed memory in the heap: with glibc's defaults a call that frees
+// a document may give its pages back to the kernel or not, as the heap's
+// layout falls, and the next call faults them in again (up to 40% of a load
+// on a virtual machine).
 inline int run(int argc, char **argv)
 {
     mallopt(M_TRIM_THRESHOLD, 1 << 30);
@@ -120,8 +118,8 @@ inline int run(int argc, char **argv)
 // ---- the floor -------------------------------------------------------------------
 // A block's floor is one function of an Io and the block that names its
 // fields in the document's order (io.num, io.rows, io.str, io.enm,
-// io.structs, io.list): with a Writer it adds their elements under `at`,
-// with a Reader it reads them from the element `at` on. No table is walked.
+// io.structs, io.list): written, their elements are added under `at`; read,
+// they are taken from the element `at` on. No table is walked.
 
 // Digits of v in Base, most significant first; returns the end (not terminated).
 template <typename U, unsigned Base, bool Upper>
@@ -148,20 +146,13 @@ inline xmlNode *text_element(xmlNode *parent, const char *name, const char *text
     return e;
 }
 
-// The first element at or after e (an indented document has blank text
-// between elements).
+// The first element at or after e (an indented document has blanks between).
 inline xmlNode *elem(xmlNode *e)
 {
     while (e && e->type != XML_ELEMENT_NODE)
         e = e->next;
     return e;
 }
-
-// A number's text form: Base 16 is "0x" and the digits, Upper in capitals.
-template <unsigned Base = 10, bool Upper = false>
-struct Fmt {};
-constexpr Fmt<16> hexl;
-constexpr Fmt<16, true> hexu;
 
 // The codec's values per element of an array row.
 template <typename T>
@@ -170,17 +161,16 @@ constexpr int per_element = std::is_floating_point<T>::value ? (sizeof(T) == 4 ?
                             : sizeof(T) == 4                 ? 8
                                                              : 4;
 
-// One direction of a floor: a write adds each field's elements under `at`,
-// a read takes them from the element `at` on.
 struct Io {
     xmlNode *at;
     bool read;
 
-    // n values, `per` to an element (0: all in one), one blank between two,
-    // "idx" on each element but the first; read from the elements from `at`
-    // on that have its name.
-    template <typename T, unsigned B = 10, bool U = false>
-    void num(const char *name, T *v, int n = 1, Fmt<B, U> = {}, int per = 0)
+    // n values in base B (16: "0x" and the digits, U: in capitals), `per`
+    // to an element (0: all in one), one blank between two, "idx" on each
+    // element but the first; read from the elements from `at` on that have
+    // its name.
+    template <unsigned B = 10, bool U = false, typename T>
+    void num(const char *name, T *v, int n = 1, int per = 0)
     {
         using Digits = std::make_unsigned_t<std::conditional_t<std::is_floating_point<T>::value, int, T>>;
         if (read) {
@@ -243,8 +233,8 @@ struct Io {
         }
     }
     // An array row: as many values to an element as the codec groups.
-    template <typename T, unsigned B = 10, bool U = false>
-    void rows(const char *name, T *v, int n, Fmt<B, U> f = {}) { num(name, v, n, f, per_element<T>); }
+    template <unsigned B = 10, bool U = false, typename T>
+    void rows(const char *name, T *v, int n) { num<B, U>(name, v, n, per_element<T>); }
     // A string field, written cut before its last byte, read as the reader
     // stores it (at most the field, with its terminator if it fits).
     template <size_t N>
@@ -320,7 +310,7 @@ struct Io {
 };
 
 // The plain list node of the codec and scaling figures: its rows, its
-// floor, a new node for a Reader, and the release of a list of them.
+// floor, a new node for a read, and the release of a list of them.
 struct ListNode {
     struct znode node;
     int32_t v;
@@ -333,7 +323,7 @@ inline struct pdesc list_node_rows[] = {PX_SINT(ListNode, v, "v"), PX_UINT_HEX(L
 inline void list_node(Io &io, struct znode *z)
 {
     io.num("v", &reinterpret_cast<ListNode *>(z)->v);
-    io.num("w", &reinterpret_cast<ListNode *>(z)->w, 1, hexl);
+    io.num<16>("w", &reinterpret_cast<ListNode *>(z)->w);
 }
 
 inline struct znode *new_list_node(xmlNode *)
@@ -409,9 +399,8 @@ struct Case {
         table = table ? table : rows;
         doc = xmlNewNode(nullptr, BAD_CAST "root");
         param2xml(mem.data(), doc, table);
-        // Writing it once more, as text, grows the heap by a tree that is
-        // then freed, so that no timed call pays the kernel for fresh pages
-        // (a cost of the machine, larger than the walk on a virtual machine).
+        // Written once more, as text: the heap grows by a tree that is then
+        // freed, so that no timed call pays the kernel for fresh pages.
         text = text_of(mem.data(), table);
     }
 };
@@ -513,18 +502,18 @@ inline void floor(bench::Io &io, Device &d)
     io.rows("u8", d.u8, DEV_U8);
     io.rows("u16", d.u16, DEV_U16);
     io.rows("s32", d.s32, DEV_S32);
-    io.rows("u32", d.u32, DEV_U32, bench::hexl);
+    io.rows<16>("u32", d.u32, DEV_U32);
     io.rows("s64", d.s64, DEV_S64);
     io.rows("dbl", d.dbl, DEV_DBL);
     io.structs("label", d.labels, DEV_LABELS, [](bench::Io &f, Label &l) { f.str("line", l.text); });
     io.structs("port", d.ports, DEV_PORTS, [](bench::Io &f, Port &p) {
         f.num("id", &p.id);
         f.num("vlan", &p.vlan);
-        f.num("mac", p.mac, 6, bench::hexl);
+        f.num<16>("mac", p.mac, 6);
         f.num("gain", &p.gain);
         f.str("name", p.name);
         f.enm("mode", p.mode, modes);
-        f.num("flags", &p.flags, 1, bench::hexu);
+        f.num<16, true>("flags", &p.flags);
     });
 }
 

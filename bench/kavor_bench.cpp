@@ -36,13 +36,16 @@ struct Big {
 
 struct pdesc kBigRows[] = {PX_STRI(Big, name, "name"), PX_UINT_ARR(Big, vals, "vals"), PX_END};
 
-Big *new_big()
+// The one block, filled on first use.
+Big *big()
 {
-    Big *b = static_cast<Big *>(calloc(1, sizeof(Big)));
-    snprintf(b->name, sizeof(b->name), "device");
-    for (size_t i = 0; i < sizeof(b->vals) / sizeof(b->vals[0]); i++)
-        b->vals[i] = 4000000000u - (uint32_t)i * 7919u;
-    return b;
+    static Big b;
+    if (b.name[0] == '\0') {
+        snprintf(b.name, sizeof(b.name), "device");
+        for (size_t i = 0; i < sizeof(b.vals) / sizeof(b.vals[0]); i++)
+            b.vals[i] = 4000000000u - (uint32_t)i * 7919u;
+    }
+    return &b;
 }
 
 Clock::time_point g_in_place;                // when the last save put its file in place
@@ -59,13 +62,12 @@ void on_step(const char *step, const kavor_fcom_t *)
 
 void no_sync() {}
 
-// One file of the big block under a manager record with its lists, locks
-// and semaphore but no task, so that the benchmark runs each sweep itself;
+// The big block's file under a manager record with its lists, locks and
+// semaphore but no task, so that the benchmark runs each sweep itself;
 // saved once (the first save looks at the file name once), with the sync
 // calls left out and on_step called after each step of a save.
 struct BigFile {
     bench::Scratch dir;
-    Big *b = new_big();
     kavor_mobj_t *m = static_cast<kavor_mobj_t *>(calloc(1, sizeof(kavor_mobj_t)));
     xml_file_hdl f;
     kavor_sys_t saved = kavor_sys;
@@ -76,7 +78,7 @@ struct BigFile {
         m->sem_sav = vn_semb_create("bench", 0);
         m->sem_sav_valid = m->sem_sav != nullptr;
         std::string v = virt ? dir / "v/net" : "";
-        kavor_file_rgst_t r = bench::request((dir / "net").c_str(), "big", kBigRows, b, ugz, v.c_str());
+        kavor_file_rgst_t r = bench::request((dir / "net").c_str(), "big", kBigRows, big(), ugz, v.c_str());
         f = kavor_register(m, &r);
         kavor_sys.sync = no_sync;
         kavor_sys.step = on_step;
@@ -91,7 +93,6 @@ struct BigFile {
         vn_mutex_destroy(&m->mtx_ld);
         pthread_rwlock_destroy(&m->fcom_rwlock);
         free(m);
-        free(b);
     }
 };
 
@@ -101,16 +102,16 @@ void BM_Save(benchmark::State &state)
 {
     const int road = (int)state.range(0);
     g_in_place_step = road == 2 ? "gzip" : "rename_tmp";
-    BigFile big(road == 0 ? 1 : 0, road == 2);
+    BigFile file(road == 0 ? 1 : 0, road == 2);
     for (auto _ : state) {
-        saving_set(big.f->fcom, 1);
+        saving_set(file.f->fcom, 1);
         auto t0 = Clock::now();
-        kavor_save_sweep(big.m);
+        kavor_save_sweep(file.m);
         state.SetIterationTime(std::chrono::duration<double>(g_in_place - t0).count());
-        if (saving_get(big.f->fcom) != 0)
+        if (saving_get(file.f->fcom) != 0)
             state.SkipWithError("save failed");
     }
-    long bytes = bench::file_size(big.f->fcom->filename);
+    long bytes = bench::file_size(file.f->fcom->filename);
     state.counters["file_bytes"] = (double)bytes;
     state.SetBytesProcessed((int64_t)state.iterations() * bytes);
 }
@@ -127,14 +128,12 @@ void BM_SaveFloor(benchmark::State &state)
     const int road = (int)state.range(0);
     const bool gz = road != 0;
     bench::Scratch dir;
-    Big *b = new_big();
-    std::string path = dir / (gz ? "net.xml.gz" : "net.xml");
-    std::string tmp = path + ".tmp", bak = dir / (gz ? "net.xml.bak.gz" : "net.xml.bak");
-    std::string virt = dir / "net_v.xml";
+    std::string path = dir / (gz ? "net.xml.gz" : "net.xml"), tmp = path + ".tmp";
+    std::string bak = dir / (gz ? "net.xml.bak.gz" : "net.xml.bak"), virt = dir / "net_v.xml";
     std::string gzip = "gzip -c " + virt + " > " + tmp;
-    auto floor = [b](bench::Io &w) {
-        w.str("name", b->name);
-        w.rows("vals", b->vals, 75000);
+    auto floor = [b = big()](bench::Io &io) {
+        io.str("name", b->name);
+        io.rows("vals", b->vals, 75000);
     };
     for (auto _ : state) {
         bool ok = road == 2 ? bench::floor_save("net", "big", floor, virt, false) &&
@@ -145,7 +144,6 @@ void BM_SaveFloor(benchmark::State &state)
             state.SkipWithError("write failed");
     }
     state.counters["file_bytes"] = (double)bench::file_size(path);
-    free(b);
 }
 BENCHMARK(BM_SaveFloor)->Name("road/plain_file/floor")->Arg(0)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SaveFloor)->Name("road/gzip_file/floor")->Arg(1)->UseRealTime()->Unit(benchmark::kMillisecond);
@@ -156,17 +154,13 @@ BENCHMARK(BM_SaveFloor)->Name("road/gzip_virtual/floor")->Arg(2)->UseRealTime()-
 void BM_Load(benchmark::State &state)
 {
     const bool gz = state.range(0) != 0, floor = state.range(1) != 0;
-    BigFile big(gz ? 0 : 1, false);
-    std::string path = big.f->fcom->filename;
+    BigFile file(gz ? 0 : 1, false);
+    std::string path = file.f->fcom->filename;
     for (auto _ : state) {
-        if (floor) {
-            xmlDocPtr doc = xmlParseFile(path.c_str());
-            if (doc == nullptr)
-                state.SkipWithError("parse failed");
-            xmlFreeDoc(doc);
-        } else if (kavor_load_one(big.f) != 0) {
-            state.SkipWithError("load failed");
-        }
+        xmlDocPtr doc = floor ? xmlParseFile(path.c_str()) : nullptr;
+        if (floor ? doc == nullptr : kavor_load_one(file.f) != 0)
+            state.SkipWithError(floor ? "parse failed" : "load failed");
+        xmlFreeDoc(doc);
     }
     state.counters["file_bytes"] = (double)bench::file_size(path);
 }
@@ -175,38 +169,43 @@ BENCHMARK(BM_Load)->Name("road/load_one_plain/xmlparsefile")->Args({0, 1})->Unit
 BENCHMARK(BM_Load)->Name("road/load_one_gzip/kavor")->Args({1, 0})->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Load)->Name("road/load_one_gzip/xmlparsefile")->Args({1, 1})->Unit(benchmark::kMillisecond);
 
-// `files` tiny files "f<i>" in dir registered with h, their handles in f;
-// false if one isn't.
-bool register_tiny(kavor_hdl h, const bench::Scratch &dir, int files, xml_file_hdl *f = nullptr)
-{
-    struct Tiny {
-        char s[16];
-    };
-    static struct pdesc table[] = {PX_STRI(Tiny, s, "s"), PX_END};
-    static Tiny blocks[10000];
-    char name[sizeof(kavor_file_rgst_t::filename)];
+// A running manager and `files` tiny files "f<i>" registered with it (the
+// registration alone timed, in `ms`); `ok` if each one is.
+struct Manager {
+    bench::Scratch dir;
+    kavor_hdl h;
+    xml_file_hdl f[10000];
     bool ok = true;
-    for (int i = 0; i < files; i++) {
-        snprintf(name, sizeof name, "%s/f%d", dir.dir.c_str(), i);
-        kavor_file_rgst_t r = bench::request(name, "n", table, &blocks[i], 1);
-        xml_file_hdl one = kavor_register(h, &r);
-        ok = ok && one != nullptr;
-        if (f)
-            f[i] = one;
+    double ms;
+    Manager(const char *name, int files)
+    {
+        struct Tiny {
+            char s[16];
+        };
+        static struct pdesc table[] = {PX_STRI(Tiny, s, "s"), PX_END};
+        static Tiny blocks[10000];
+        char path[sizeof(kavor_file_rgst_t::filename)];
+        h = kavor_create_v2(name, 1000);
+        auto t0 = Clock::now();
+        for (int i = 0; i < files; i++) {
+            snprintf(path, sizeof path, "%s/f%d", dir.dir.c_str(), i);
+            kavor_file_rgst_t r = bench::request(path, "n", table, &blocks[i], 1);
+            f[i] = kavor_register(h, &r);
+            ok = ok && f[i] != nullptr;
+        }
+        ms = bench::seconds_since(t0) * 1000.0;
     }
-    return ok;
-}
+    ~Manager() { kavor_destroy(h); }
+};
 
 // A running manager with 1,000 registered files and nothing to save: the
 // share of one core its task takes over 10 s ("value", in percent).
 void BM_Idle(benchmark::State &state)
 {
-    const int files = 1000;
-    bench::Scratch dir;
-    kavor_hdl h = kavor_create_v2("idle", 1000);
-    if (!register_tiny(h, dir, files))
+    Manager mgr("idle", 1000);
+    if (!mgr.ok)
         state.SkipWithError("register failed");
-    std::this_thread::sleep_for(std::chrono::seconds(2));   // the first, empty sweep
+    std::this_thread::sleep_for(std::chrono::seconds(2));  // the first, empty sweep
     double cpu = 0;
     for (auto _ : state) {
         std::clock_t c0 = std::clock();  // the process's CPU time
@@ -214,8 +213,7 @@ void BM_Idle(benchmark::State &state)
         cpu += (double)(std::clock() - c0) / CLOCKS_PER_SEC;
     }
     state.counters["value"] = cpu * 100.0 / (10.0 * (double)state.iterations());
-    state.counters["files"] = (double)kavor_count_all_filename(h);
-    kavor_destroy(h);
+    state.counters["files"] = (double)kavor_count_all_filename(mgr.h);
 }
 BENCHMARK(BM_Idle)->Name("manager/idle_1000_files_cpu_pct/kavor")->Iterations(1)
     ->Repetitions(1)->Unit(benchmark::kSecond);
@@ -226,26 +224,25 @@ BENCHMARK(BM_Idle)->Name("manager/idle_1000_files_cpu_pct/kavor")->Iterations(1)
 void BM_Burst(benchmark::State &state)
 {
     const int files = 100, requests = 10000;
-    bench::Scratch dir;
     kavor_sys_t saved = kavor_sys;
     kavor_sys.sync = no_sync;
     kavor_sys.step = on_step;
-    kavor_hdl h = kavor_create_v2("burst", 1000);
-    xml_file_hdl f[files];
-    if (!register_tiny(h, dir, files, f))
-        state.SkipWithError("register failed");
     int writes = 0;
-    for (auto _ : state) {
-        g_writes = 0;
-        for (int i = 0; i < requests; i++)
-            kavor_save_one(f[i % files]);
-        auto limit = Clock::now() + std::chrono::seconds(30);
-        while ((kavor_any_on_saving(h) != nullptr || g_writes < files) && Clock::now() < limit)
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        std::this_thread::sleep_for(std::chrono::milliseconds(1500));  // room for a stray write
-        writes = g_writes;
+    {
+        Manager mgr("burst", files);
+        if (!mgr.ok)
+            state.SkipWithError("register failed");
+        for (auto _ : state) {
+            g_writes = 0;
+            for (int i = 0; i < requests; i++)
+                kavor_save_one(mgr.f[i % files]);
+            auto limit = Clock::now() + std::chrono::seconds(30);
+            while ((kavor_any_on_saving(mgr.h) != nullptr || g_writes < files) && Clock::now() < limit)
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            std::this_thread::sleep_for(std::chrono::milliseconds(1500));  // room for a stray write
+            writes = g_writes;
+        }
     }
-    kavor_destroy(h);
     kavor_sys = saved;
     state.counters["value"] = (double)writes;
     state.counters["files"] = files;
@@ -256,17 +253,12 @@ BENCHMARK(BM_Burst)->Name("manager/burst_10000_requests_100_files_writes/kavor")
 // Registering 10,000 files under one manager ("value": milliseconds).
 void BM_Register(benchmark::State &state)
 {
-    const int files = 10000;
-    bench::Scratch dir;
     double ms = 0;
     for (auto _ : state) {
-        kavor_hdl h = kavor_create_v2("reg", 1000);
-        auto t0 = Clock::now();
-        bool ok = register_tiny(h, dir, files);
-        ms = bench::seconds_since(t0) * 1000.0;
-        if (!ok)
+        Manager mgr("reg", 10000);
+        ms = mgr.ms;
+        if (!mgr.ok)
             state.SkipWithError("register failed");
-        kavor_destroy(h);
     }
     state.counters["value"] = ms;
 }
