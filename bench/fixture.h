@@ -21,7 +21,6 @@
 #include <string.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <string>
@@ -154,19 +153,12 @@ inline xmlNode *elem(xmlNode *e)
     return e;
 }
 
-// The codec's values per element of an array row.
-template <typename T>
-constexpr int per_element = std::is_floating_point<T>::value ? (sizeof(T) == 4 ? 8 : 4)
-                            : sizeof(T) <= 2                 ? 16
-                            : sizeof(T) == 4                 ? 8
-                                                             : 4;
-
 struct Io {
     xmlNode *at;
     bool read;
 
-    // n values in base B (16: "0x" and the digits, U: in capitals), `per`
-    // to an element (0: all in one), one blank between two, "idx" on each
+    // n values in base B (16: "0x" and the digits, U: in capitals), `per` to
+    // an element (0: all in one), one blank between two, "idx" on each
     // element but the first; read from the elements from `at` on that have
     // its name.
     template <unsigned B = 10, bool U = false, typename T>
@@ -177,11 +169,11 @@ struct Io {
             read_values(v, n);
             return;
         }
-        const int step = per ? per : n;
+        per = per ? per : n;
         char text[512], idx[12];  // idx: room for any int, the floor makes no checks
-        for (int i = 0; i < n; i += step) {
+        for (int i = 0; i < n; i += per) {
             char *p = text;
-            for (int k = i; k < std::min(n, i + step); k++) {
+            for (int k = i; k < n && k < i + per; k++) {
                 if (k != i)
                     *p++ = ' ';
                 if (std::is_floating_point<T>::value) {
@@ -232,9 +224,12 @@ struct Io {
             xmlFree(c);
         }
     }
-    // An array row: as many values to an element as the codec groups.
+    // An array row, as many values to an element as the codec groups.
     template <unsigned B = 10, bool U = false, typename T>
-    void rows(const char *name, T *v, int n) { num<B, U>(name, v, n, per_element<T>); }
+    void rows(const char *name, T *v, int n)
+    {
+        num<B, U>(name, v, n, sizeof(T) <= 2 ? 16 : static_cast<int>(32 / sizeof(T)));
+    }
     // A string field, written cut before its last byte, read as the reader
     // stores it (at most the field, with its terminator if it fits).
     template <size_t N>
@@ -253,9 +248,8 @@ struct Io {
         xmlFree(c);
         at = elem(at->next);
     }
-    // An enumeration: the key of the value's item (the first item's when
-    // none has it); read, the value of the key's item (the end item's when
-    // none has it).
+    // An enumeration: written, the key of the value's item (the first item's
+    // when none has it); read, the value of the key's item (the end item's).
     void enm(const char *name, int &v, const struct enume *items)
     {
         const struct enume *it = items;
@@ -317,8 +311,7 @@ struct ListNode {
     uint32_t w;
 };
 
-inline struct pdesc list_node_rows[] = {PX_SINT(ListNode, v, "v"), PX_UINT_HEX(ListNode, w, "w"),
-                                        PX_END};
+inline struct pdesc list_node_rows[] = {PX_SINT(ListNode, v, "v"), PX_UINT_HEX(ListNode, w, "w"), PX_END};
 
 inline void list_node(Io &io, struct znode *z)
 {
@@ -344,8 +337,8 @@ bool floor_save(const char *root, const char *child, Floor floor, const std::str
 {
     xmlDocPtr doc = xmlNewDoc(BAD_CAST "1.0");
     xmlNode *r = xmlNewDocNode(doc, nullptr, BAD_CAST root, nullptr);
-    Io w{text_element(r, child, nullptr), false};
-    floor(w);
+    Io io{text_element(r, child, nullptr), false};
+    floor(io);
     xmlDocSetRootElement(doc, r);
     if (gz)
         xmlSetDocCompressMode(doc, 1);
@@ -377,8 +370,8 @@ inline std::string text_of(char *m, struct pdesc *table)
     return text;
 }
 
-// One case: its block, its table, and the floor of the same document. Made
-// on first use, so that a filtered run builds only what it measures.
+// One case: its block, its table, and the floor of the same document, made
+// on first use (a filtered run builds only what it measures).
 struct Case {
     std::string name;
     int items;              // values per call (0: not counted), the size a make may take
@@ -390,19 +383,6 @@ struct Case {
     struct pdesc *table = nullptr;  // rows, or a table of its own
     xmlNode *doc = nullptr;         // written once, for the readers
     std::string text = {};          // and as text, for the checks
-
-    void ready()
-    {
-        if (doc)
-            return;
-        make(*this);
-        table = table ? table : rows;
-        doc = xmlNewNode(nullptr, BAD_CAST "root");
-        param2xml(mem.data(), doc, table);
-        // Written once more, as text: the heap grows by a tree that is then
-        // freed, so that no timed call pays the kernel for fresh pages.
-        text = text_of(mem.data(), table);
-    }
 };
 
 // The case's block: n zeroed T.
@@ -420,7 +400,15 @@ T *block(Case &c, size_t n = 1)
 // released outside the timed part; the first call must give the document.
 inline void time_case(benchmark::State &st, Case *c, bool read, bool floor, bool manual)
 {
-    c->ready();
+    if (!c->doc) {
+        c->make(*c);
+        c->table = c->table ? c->table : c->rows;
+        c->doc = xmlNewNode(nullptr, BAD_CAST "root");
+        param2xml(c->mem.data(), c->doc, c->table);
+        // Written once more, as text: the heap grows by a tree that is then
+        // freed, so that no timed call pays the kernel for fresh pages.
+        c->text = text_of(c->mem.data(), c->table);
+    }
     std::vector<char> out(c->mem.size());
     char *m = read ? out.data() : c->mem.data();
     bool ok = true, first = true;
@@ -475,19 +463,17 @@ inline void time_case(benchmark::State &st, Case *c, bool read, bool floor, bool
 // for byte.
 namespace device {
 
-using Port = dev_port;
-using Label = dev_label;
 using Device = dev_block;
 
 inline struct enume modes[] = {PX_ENUME("off", 0), PX_ENUME("auto", 1), PX_ENUME("manual", 2),
                                PX_ENUME("test", 3), PX_ENUME_END(0)};
 inline struct pdesc port_rows[] = {
-    PX_SINT(Port, id, "id"),        PX_UINT(Port, vlan, "vlan"),
-    PX_UINT_ARR_HEX(Port, mac, "mac"), PX_FLOT(Port, gain, "gain"),
-    PX_STRI(Port, name, "name"),    PX_ENUM(Port, mode, "mode", modes),
-    PX_UINT_HEXU(Port, flags, "flags"), PX_END,
+    PX_SINT(dev_port, id, "id"),         PX_UINT(dev_port, vlan, "vlan"),
+    PX_UINT_ARR_HEX(dev_port, mac, "mac"), PX_FLOT(dev_port, gain, "gain"),
+    PX_STRI(dev_port, name, "name"),     PX_ENUM(dev_port, mode, "mode", modes),
+    PX_UINT_HEXU(dev_port, flags, "flags"), PX_END,
 };
-inline struct pdesc label_rows[] = {PX_STRI(Label, text, "line"), PX_END};
+inline struct pdesc label_rows[] = {PX_STRI(dev_label, text, "line"), PX_END};
 inline struct pdesc table[] = {
     PX_UINT_ARR(Device, u8, "u8"),     PX_UINT_ARR(Device, u16, "u16"),
     PX_SINT_ARR(Device, s32, "s32"),   PX_UINT_ARR_HEX(Device, u32, "u32"),
@@ -505,8 +491,9 @@ inline void floor(bench::Io &io, Device &d)
     io.rows<16>("u32", d.u32, DEV_U32);
     io.rows("s64", d.s64, DEV_S64);
     io.rows("dbl", d.dbl, DEV_DBL);
-    io.structs("label", d.labels, DEV_LABELS, [](bench::Io &f, Label &l) { f.str("line", l.text); });
-    io.structs("port", d.ports, DEV_PORTS, [](bench::Io &f, Port &p) {
+    io.structs("label", d.labels, DEV_LABELS,
+               [](bench::Io &f, dev_label &l) { f.str("line", l.text); });
+    io.structs("port", d.ports, DEV_PORTS, [](bench::Io &f, dev_port &p) {
         f.num("id", &p.id);
         f.num("vlan", &p.vlan);
         f.num<16>("mac", p.mac, 6);
@@ -535,7 +522,7 @@ inline Device *make(bool blank = false)
         snprintf(d->labels[i].text, sizeof d->labels[i].text, "label %d %s %s", i, parts[i % 6],
                  parts[(i / 6) % 6]);
     for (int i = 0; i < DEV_PORTS; i++) {
-        Port &p = d->ports[i];
+        dev_port &p = d->ports[i];
         p.id = static_cast<int32_t>(bench::next_random()) / 3;
         p.vlan = static_cast<uint16_t>(bench::next_random() % 4095);
         bench::fill_random(p.mac, sizeof p.mac);
@@ -545,11 +532,6 @@ inline Device *make(bool blank = false)
         p.flags = static_cast<uint32_t>(bench::next_random());
     }
     return d;
-}
-
-inline bool same(const Device *a, const Device *b)
-{
-    return memcmp(a, b, sizeof(Device)) == 0;
 }
 
 // The block saved to the file "<path>" and loaded from it by kavor
@@ -614,7 +596,7 @@ inline void register_save_load(const std::string &save_name, const std::string &
         for (auto _ : st)
             if (!load(path, out, gz))
                 st.SkipWithError("load failed");
-        if (!same(out, block))
+        if (memcmp(out, block, sizeof(Device)) != 0)
             st.SkipWithError("read back another block");
         free(out);
     })->Unit(benchmark::kMicrosecond);

@@ -1,14 +1,11 @@
 // memory_bench.cpp - peak resident memory of a load and of a save of the
 // device block, kavor beside the floor (libxml2 alone, same document).
-//
-// Invariant: each figure starts cold, in a fresh child process (this
-// program again, with --measure=<what>), so that no heap left by another
-// figure hides growth: the child makes the block (and the file, for a
-// load), gives freed memory back to the system, resets the kernel's peak
-// mark, takes the resident size, runs the operation once and reports the
-// growth of the peak in KiB.
-// Names: memory/<save|load>_<plain|gzip>/<kavor|floor> with the growth in
-// "value".
+// Invariant: each figure starts cold, in a fresh child process (this program
+// again, with --measure=<what>), so that no heap left by another figure
+// hides growth: the child makes the block (and the file, for a load), gives
+// freed memory back, resets the kernel's peak mark, takes the resident size,
+// runs the operation once and reports the growth of the peak in KiB.
+// Names: memory/<save|load>_<plain|gzip>/<kavor|floor>, the growth in "value".
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -48,12 +45,10 @@ bool reset_peak()
 // The child's side: prints the peak growth in KiB, or -1.
 int measure(const std::string &what)
 {
-    const bool save = what.find("save") != std::string::npos;
-    const bool gz = what.find("gzip") != std::string::npos;
+    const bool save = what.find("save") == 0, gz = what.find("gzip") != std::string::npos;
     const bool floor = what.find("floor") != std::string::npos;
     bench::Scratch dir;
-    // kavor adds ".xml" or ".xml.gz" to the path it is given, the floor doesn't.
-    std::string file = dir / "device";
+    std::string file = dir / "device";  // kavor adds ".xml" or ".xml.gz", the floor doesn't
     std::string path = floor ? file + (gz ? ".xml.gz" : ".xml") : file;
     device::Device *d = device::make(), *out = device::make(true);
     xmlInitParser();
@@ -65,7 +60,7 @@ int measure(const std::string &what)
         ok = ok && (floor ? device::floor_save : device::kavor_save)(d, path, gz);
     else
         ok = ok && (floor ? device::floor_load : device::kavor_load)(path, out, gz) &&
-             device::same(out, d);
+             memcmp(out, d, sizeof *d) == 0;
     long peak = status_kib("VmHWM:");
     printf("%ld\n", ok ? peak - base : -1L);
     return ok ? 0 : 1;

@@ -1,12 +1,10 @@
 // peers_bench.cpp - the device block saved to a file and loaded back by
-// kavor (kavor_param2file / kavor_file2param, plain and gzip, no sync) and,
-// side by side in the same run, by the serialisers an application would
-// otherwise pick: Boost.Serialization's XML archives, cereal's XML archives
-// and libcyaml. Each peer writes its own format with the same values and
-// reads them back; every load is compared byte for byte with the block.
-// A peer whose package was not found at configure time is reported as
-// skipped.
-//
+// kavor (kavor_param2file / kavor_file2param, plain and gzip) and, side by
+// side in the same run, by the serialisers an application would otherwise
+// pick: Boost.Serialization's and cereal's XML archives, and libcyaml. Each
+// peer writes its own format with the same values and reads them back.
+// Invariant: every load is compared byte for byte with the block; a peer
+// not found at configure time is reported as skipped.
 // Names: peer/<save|load>/<kavor_plain|kavor_gzip|boost|cereal|cyaml>.
 #include <fstream>
 #include <string>
@@ -30,19 +28,13 @@ extern "C" int peer_cyaml_save(const struct dev_block *d, const char *path);
 extern "C" int peer_cyaml_load(const char *path, struct dev_block *out);
 #endif
 
-#if KAVOR_PEER_BOOST || KAVOR_PEER_CEREAL
-namespace {
-
 // Copies text into a string field, cut to fit, the rest left as it was.
-void copy_into(char *dst, size_t cap, const std::string &s)
+inline void copy_into(char *dst, size_t cap, const std::string &s)
 {
     size_t n = s.size() < cap ? s.size() : cap - 1;
     memcpy(dst, s.data(), n);
     dst[n] = '\0';
 }
-
-}  // namespace
-#endif
 
 // ---- Boost.Serialization: strings as text, everything else as it stands ----
 

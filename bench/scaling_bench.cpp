@@ -1,13 +1,11 @@
 // scaling_bench.cpp - time per value of the codec as the data grows: arrays
 // of 200 to 500,000 values, structure arrays of 10 to 100,000 elements, lists
-// of 10 to 100,000 nodes, both directions. Linear code keeps the time per
-// value at the largest size near the time per value at 10,000.
-//
+// of 10 to 100,000 nodes, both directions, and the floor writing the same
+// elements (what the allocator and the caches make of the size whatever the
+// walk). Invariant: linear code keeps the time per value at the largest size
+// near the time per value at 10,000.
 // Names: scale/<array|struct|list>_<write|read|write_floor>/<n>; the time is
-// per call (manual timing around param2xml or xml2param alone), items are
-// values. The heap is kept between calls (bench::run): otherwise each
-// call at the large sizes may grow the heap again from the kernel, and on a
-// virtual machine those page faults cost more than the walk itself.
+// per call (manual timing around the call alone), items are values.
 #include <deque>
 
 #include "fixture.h"
@@ -15,6 +13,7 @@
 namespace {
 
 using bench::Case;
+using bench::Io;
 
 void make_array(Case &c)
 {
@@ -31,8 +30,8 @@ struct Elem {
 
 void make_structs(Case &c)
 {
-    static struct pdesc rows[] = {PX_SINT(Elem, a, "a"), PX_UINT(Elem, b, "b"),
-                                  PX_STRI(Elem, tag, "tag"), PX_END};
+    static struct pdesc rows[] = {PX_SINT(Elem, a, "a"), PX_UINT(Elem, b, "b"), PX_STRI(Elem, tag, "tag"),
+                                  PX_END};
     Elem *e = bench::block<Elem>(c, static_cast<size_t>(c.items));
     for (int i = 0; i < c.items; i++) {
         e[i].a = static_cast<int32_t>(bench::next_random());
@@ -54,24 +53,21 @@ void make_list(Case &c)
     c.rows[0] = {0, 0, 1, PT_LIST, 0, 0, 0, sizeof(bench::ListNode), "l", bench::list_node_rows, 0};
 }
 
-// Each kind with its sizes: the block, its table and the floor (libxml2
-// alone building the same elements, for the same sizes: what the allocator
-// and the caches make of the size whatever the walk).
+// The case of a kind (0 array, 1 structures, 2 list) and a size.
 Case kind_case(int kind, int n)
 {
     if (kind == 0)
-        return {"array", n, make_array, [n](bench::Io &io, char *m) {
-            io.rows("v", reinterpret_cast<uint32_t *>(m), n);
-        }};
+        return {"array", n, make_array,
+                [n](Io &io, char *m) { io.rows("v", reinterpret_cast<uint32_t *>(m), n); }};
     if (kind == 1)
-        return {"struct", n, make_structs, [n](bench::Io &io, char *m) {
-            io.structs("e", reinterpret_cast<Elem *>(m), n, [](bench::Io &f, Elem &e) {
+        return {"struct", n, make_structs, [n](Io &io, char *m) {
+            io.structs("e", reinterpret_cast<Elem *>(m), n, [](Io &f, Elem &e) {
                 f.num("a", &e.a);
                 f.num("b", &e.b);
                 f.str("tag", e.tag);
             });
         }};
-    return {"list", n, make_list, [](bench::Io &io, char *m) {
+    return {"list", n, make_list, [](Io &io, char *m) {
         io.list("l", *reinterpret_cast<zhead_t *>(m), bench::list_node, bench::new_list_node);
     }, [](char *m) { bench::free_nodes(reinterpret_cast<zhead_t *>(m)); }};
 }
@@ -81,16 +77,14 @@ Case kind_case(int kind, int n)
 int main(int argc, char **argv)
 {
     static std::deque<Case> cases;
-    const std::vector<std::vector<int>> sizes = {
-        {200, 10000, 100000, 500000}, {10, 10000, 100000}, {10, 10000, 100000}};
+    const std::vector<int> sizes[] = {{200, 10000, 100000, 500000}, {10, 10000, 100000}, {10, 10000, 100000}};
+    const char *ops[] = {"_write", "_read", "_write_floor"};
     for (int kind = 0; kind < 3; kind++) {
         for (int n : sizes[kind]) {
             Case *c = &cases.emplace_back(kind_case(kind, n));
-            std::string base = "scale/" + c->name, at = "/" + std::to_string(n);
             for (int op = 0; op < 3; op++)  // write, read, write_floor
-                benchmark::RegisterBenchmark(
-                    (base + (op == 1 ? "_read" : op == 2 ? "_write_floor" : "_write") + at).c_str(),
-                    bench::time_case, c, op == 1, op == 2, true)
+                benchmark::RegisterBenchmark(("scale/" + c->name + ops[op] + "/" + std::to_string(n)).c_str(),
+                                             bench::time_case, c, op == 1, op == 2, true)
                     ->Arg(n)->UseManualTime()->Unit(benchmark::kMicrosecond);
         }
     }
