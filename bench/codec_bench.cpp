@@ -196,26 +196,16 @@ void cob_release(char *m)
 
 // ---- lists: one outer element, one inner element per node, of one layout or two ---
 
-struct Lists {
-    zhead_t head;
-};
-
 void make_list(Case &c)
 {
-    static struct pdesc t[] = {PX_LIST(Lists, head, bench::ListNode, "l", bench::list_node_rows), PX_END};
-    zhead_t *head = &block<Lists>(c)->head;
+    zhead_t *head = block<zhead_t>(c);
     for (int i = 0; i < kKindItems; i++) {
         auto *n = static_cast<bench::ListNode *>(calloc(1, sizeof(bench::ListNode)));
         n->v = static_cast<int32_t>(bench::next_random());
         n->w = static_cast<uint32_t>(bench::next_random());
         zlst_push(head, n);
     }
-    c.table = t;
-}
-
-void free_list(char *m)
-{
-    bench::free_nodes(&reinterpret_cast<Lists *>(m)->head);
+    c.rows[0] = {0, 0, 1, PT_LIST, 0, 0, 0, sizeof(bench::ListNode), "l", bench::list_node_rows, 0};
 }
 
 // A variant list's nodes: each inner element with its "typ".
@@ -237,8 +227,7 @@ void make_vlst(Case &c)
     static struct pdesc b_rows[] = {PX_UINT_ARR(ListB, b, "b"), PX_STRI(ListB, s, "s"), PX_END};
     static struct adesc alts[] = {PX_ADESC(ListB, b_rows, kTypB), PX_ADESC(ListA, a_rows, kTypA),
                                   PX_ADESC_END};
-    static struct pdesc t[] = {PX_VLST(Lists, head, "x", alts), PX_END};
-    zhead_t *head = &block<Lists>(c)->head;
+    zhead_t *head = block<zhead_t>(c);
     for (int i = 0; i < kKindItems; i++) {
         ListB *n = static_cast<ListB *>(calloc(1, sizeof(ListB)));  // room for either layout
         if (i % 2) {
@@ -250,7 +239,8 @@ void make_vlst(Case &c)
         zlst_set_name(n, i % 2 ? kTypA : kTypB);
         zlst_push(head, n);
     }
-    c.table = t;
+    c.rows[0] = {0, 0, 1, PT_VLST, 0, 0, 0, sizeof(zhead_t), "x", nullptr,
+                 reinterpret_cast<intptr_t>(alts)};
 }
 
 // The fields of a node of either layout, by its type name.
@@ -293,11 +283,11 @@ std::vector<Case> all_cases()
     c.push_back({"enum", 0, make_enums, enums_floor});
     c.push_back({"counted_u32", 0, make_cob, cob_floor, cob_release});
     c.push_back({"list", 0, make_list, [](Io &io, char *m) {
-        io.list("l", reinterpret_cast<Lists *>(m)->head, bench::list_node, bench::new_list_node);
-    }, free_list});
+        io.list("l", *reinterpret_cast<zhead_t *>(m), bench::list_node, bench::new_list_node);
+    }, bench::free_list});
     c.push_back({"variant_list", 0, make_vlst, [](Io &io, char *m) {
-        io.list("x", reinterpret_cast<Lists *>(m)->head, vlst_node, new_vlst_node);
-    }, free_list});
+        io.list("x", *reinterpret_cast<zhead_t *>(m), vlst_node, new_vlst_node);
+    }, bench::free_list});
     return c;
 }
 

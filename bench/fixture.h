@@ -304,7 +304,7 @@ struct Io {
 };
 
 // The plain list node of the codec and scaling figures: its rows, its
-// floor, a new node for a read, and the release of a list of them.
+// floor, and a new node for a read.
 struct ListNode {
     struct znode node;
     int32_t v;
@@ -324,9 +324,10 @@ inline struct znode *new_list_node(xmlNode *)
     return static_cast<struct znode *>(calloc(1, sizeof(ListNode)));
 }
 
-inline void free_nodes(zhead_t *head)
+// Frees the nodes of the list whose head starts the block.
+inline void free_list(char *mem)
 {
-    while (void *n = zlst_pop(head))
+    while (void *n = zlst_pop(reinterpret_cast<zhead_t *>(mem)))
         free(n);
 }
 

@@ -1,20 +1,17 @@
 // kavor_bench.cpp - the file manager's speed beside its floor.
-//
 // Save: the time from the start of a sweep to the new file in place, for a
 // document of about 1 MiB, on the plain road (plain and gzip file) and on the
-// virtual-file road (plain virtual file, then the outside gzip); beside it
-// the floor: the same tree built with libxml2 alone, one xmlSaveFormatFileEnc
-// and the renames (wall time on both sides: the virtual road runs gzip in
-// another process). The sync calls come after the file is in place and are
-// left out (made no-ops), and so is the one look at the file name a record
-// makes on its first save.
+// virtual-file road (plain virtual file, then the outside gzip), beside the
+// floor: the same tree built with libxml2 alone, one xmlSaveFormatFileEnc and
+// the renames (wall time on both sides: gzip runs in another process).
 // Load: kavor_load_one of the same file beside xmlParseFile alone.
-// Manager: the share of one core a manager with 1,000 registered files takes
-// while idle for 10 s; the writes a burst of 10,000 save requests causes;
-// the time to register 10,000 files under one manager.
-//
-// Names: road/<figure>/<kavor|floor|xmlparsefile>, manager/<figure>/kavor
-// (the figure in "value").
+// Manager: the share of one core a manager with 1,000 files takes while idle
+// for 10 s; the writes a burst of 10,000 save requests causes; the time to
+// register 10,000 files under one manager.
+// Invariant: only the save itself is timed: the sync calls (after the file
+// is in place) are made no-ops and the first save, which looks at the file
+// name once, runs before the timing. Names: road/<figure>/<kavor|floor|
+// xmlparsefile>, manager/<figure>/kavor (the figure in "value").
 #include <pthread.h>
 
 #include <atomic>
@@ -63,9 +60,8 @@ void on_step(const char *step, const kavor_fcom_t *)
 void no_sync() {}
 
 // The big block's file under a manager record with its lists, locks and
-// semaphore but no task, so that the benchmark runs each sweep itself;
-// saved once (the first save looks at the file name once), with the sync
-// calls left out and on_step called after each step of a save.
+// semaphore but no task, so that the benchmark runs each sweep itself; saved
+// once, with the sync calls left out and on_step after each step of a save.
 struct BigFile {
     bench::Scratch dir;
     kavor_mobj_t *m = static_cast<kavor_mobj_t *>(calloc(1, sizeof(kavor_mobj_t)));
