@@ -22,7 +22,7 @@ using bench::block;
 using bench::Case;
 using bench::Io;
 
-// ---- arrays of numbers: one row of kValues values --------------------------------
+// ---- arrays of numbers: one row of kValues values, in base Base ------------------
 
 template <typename T, unsigned Base, bool Upper>
 void make_array(Case &c)
@@ -41,23 +41,22 @@ void make_array(Case &c)
     c.rows[0] = {0, 0, kValues, type, 0, 0, 0, sizeof(T), "v", nullptr, 0};
 }
 
-// The decimal case of an integer type (a float has one text form, named by
-// its type alone), and for an unsigned one the two hexadecimal ones.
-template <typename T>
-void add_arrays(std::vector<Case> &out, const std::string &tname)
+template <typename T, unsigned Base = 10, bool Upper = false>
+Case array_case(const std::string &name)
 {
-    bool fp = std::is_floating_point<T>::value;
-    out.push_back({fp ? tname : tname + "_dec", kValues, make_array<T, 10, false>, [](Io &io, char *m) {
-        io.rows("v", reinterpret_cast<T *>(m), kValues);
-    }});
+    return {name, kValues, make_array<T, Base, Upper>,
+            [](Io &io, char *m) { io.rows<Base, Upper>("v", reinterpret_cast<T *>(m), kValues); }};
+}
+
+// An integer type's decimal case and, if it is unsigned, its hexadecimal ones.
+template <typename T>
+void add_ints(std::vector<Case> &out, const std::string &tname)
+{
+    out.push_back(array_case<T>(tname + "_dec"));
     if (std::is_signed<T>::value)
         return;
-    out.push_back({tname + "_hexl", kValues, make_array<T, 16, false>, [](Io &io, char *m) {
-        io.rows<16>("v", reinterpret_cast<T *>(m), kValues);
-    }});
-    out.push_back({tname + "_hexu", kValues, make_array<T, 16, true>, [](Io &io, char *m) {
-        io.rows<16, true>("v", reinterpret_cast<T *>(m), kValues);
-    }});
+    out.push_back(array_case<T, 16, false>(tname + "_hexl"));
+    out.push_back(array_case<T, 16, true>(tname + "_hexu"));
 }
 
 // ---- structures, strings and enumerations ------------------------------------------
@@ -74,14 +73,13 @@ struct Port {
     int mode;
 };
 
-struct pdesc kPortRows[] = {
-    PX_SINT(Port, speed, "speed"),     PX_SINT(Port, mtu, "mtu"),
-    PX_UINT_ARR_HEX(Port, mac, "mac"), PX_STRI(Port, name, "name"),
-    PX_UINT_HEXU(Port, flags, "flags"), PX_FLOT_ARR(Port, gain, "gain"),
-    PX_ENUM(Port, mode, "mode", kModes), PX_END};
-
 void make_ports(Case &c)
 {
+    static struct pdesc rows[] = {
+        PX_SINT(Port, speed, "speed"),     PX_SINT(Port, mtu, "mtu"),
+        PX_UINT_ARR_HEX(Port, mac, "mac"), PX_STRI(Port, name, "name"),
+        PX_UINT_HEXU(Port, flags, "flags"), PX_FLOT_ARR(Port, gain, "gain"),
+        PX_ENUM(Port, mode, "mode", kModes), PX_END};
     Port *ports = block<Port>(c, kStructs);
     for (int i = 0; i < kStructs; i++) {
         Port &p = ports[i];
@@ -94,7 +92,7 @@ void make_ports(Case &c)
             p.gain[k] = 0.25f * static_cast<float>(k + i % 100);
         p.mode = i % 3;
     }
-    c.rows[0] = {0, 0, kStructs, PT_STRU, 0, 0, 0, sizeof(Port), "port", kPortRows, 0};
+    c.rows[0] = {0, 0, kStructs, PT_STRU, 0, 0, 0, sizeof(Port), "port", rows, 0};
 }
 
 void ports_floor(Io &io, char *m)
@@ -110,9 +108,7 @@ void ports_floor(Io &io, char *m)
     });
 }
 
-struct Named {
-    char text[32];
-};
+struct Named { char text[32]; };
 
 // An array of structures of one string each, texts that need escaping.
 void make_strings(Case &c)
@@ -122,12 +118,6 @@ void make_strings(Case &c)
     for (int i = 0; i < kKindItems; i++)
         snprintf(n[i].text, sizeof n[i].text, "n<%d> & \"%d\"", i, i % 13);
     c.rows[0] = {0, 0, kKindItems, PT_STRU, 0, 0, 0, sizeof(Named), "n", sub, 0};
-}
-
-void strings_floor(Io &io, char *m)
-{
-    io.structs("n", reinterpret_cast<Named *>(m), kKindItems,
-               [](Io &f, Named &n) { f.str("text_", n.text); });
 }
 
 // One element per value, named by the table.
@@ -140,18 +130,9 @@ void make_enums(Case &c)
                  reinterpret_cast<intptr_t>(kModes)};
 }
 
-void enums_floor(Io &io, char *m)
-{
-    for (int i = 0; i < kKindItems; i++)
-        io.enm("mode", reinterpret_cast<int *>(m)[i], kModes);
-}
-
 // ---- counted buffers: one "cnt" wrapper per buffer around its value elements ---------
 
-struct Cob {
-    uint32_t *buf[kBuffers];
-    int cnt[kBuffers];
-};
+struct Cob { uint32_t *buf[kBuffers]; int cnt[kBuffers]; };
 
 void make_cob(Case &c)
 {
@@ -209,15 +190,8 @@ void make_list(Case &c)
 }
 
 // A variant list's nodes: each inner element with its "typ".
-struct ListA {
-    struct znode node;
-    int32_t a;
-};
-struct ListB {
-    struct znode node;
-    uint16_t b[4];
-    char s[12];
-};
+struct ListA { struct znode node; int32_t a; };
+struct ListB { struct znode node; uint16_t b[4]; char s[12]; };
 const char kTypA[] = "a";
 const char kTypB[] = "b";
 
@@ -268,19 +242,25 @@ struct znode *new_vlst_node(xmlNode *inner)
 std::vector<Case> all_cases()
 {
     std::vector<Case> c;
-    add_arrays<int8_t>(c, "s8");
-    add_arrays<int16_t>(c, "s16");
-    add_arrays<int32_t>(c, "s32");
-    add_arrays<int64_t>(c, "s64");
-    add_arrays<uint8_t>(c, "u8");
-    add_arrays<uint16_t>(c, "u16");
-    add_arrays<uint32_t>(c, "u32");
-    add_arrays<uint64_t>(c, "u64");
-    add_arrays<float>(c, "float");
-    add_arrays<double>(c, "double");
+    add_ints<int8_t>(c, "s8");
+    add_ints<int16_t>(c, "s16");
+    add_ints<int32_t>(c, "s32");
+    add_ints<int64_t>(c, "s64");
+    add_ints<uint8_t>(c, "u8");
+    add_ints<uint16_t>(c, "u16");
+    add_ints<uint32_t>(c, "u32");
+    add_ints<uint64_t>(c, "u64");
+    c.push_back(array_case<float>("float"));
+    c.push_back(array_case<double>("double"));
     c.push_back({"struct", kStructs, make_ports, ports_floor});
-    c.push_back({"string", 0, make_strings, strings_floor});
-    c.push_back({"enum", 0, make_enums, enums_floor});
+    c.push_back({"string", 0, make_strings, [](Io &io, char *m) {
+        io.structs("n", reinterpret_cast<Named *>(m), kKindItems,
+                   [](Io &f, Named &n) { f.str("text_", n.text); });
+    }});
+    c.push_back({"enum", 0, make_enums, [](Io &io, char *m) {
+        for (int i = 0; i < kKindItems; i++)
+            io.enm("mode", reinterpret_cast<int *>(m)[i], kModes);
+    }});
     c.push_back({"counted_u32", 0, make_cob, cob_floor, cob_release});
     c.push_back({"list", 0, make_list, [](Io &io, char *m) {
         io.list("l", *reinterpret_cast<zhead_t *>(m), bench::list_node, bench::new_list_node);

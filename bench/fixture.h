@@ -35,11 +35,7 @@
 namespace bench {
 
 using Clock = std::chrono::steady_clock;
-
-inline double seconds_since(Clock::time_point t0)
-{
-    return std::chrono::duration<double>(Clock::now() - t0).count();
-}
+using Seconds = std::chrono::duration<double>;
 
 inline uint64_t next_random()
 {
@@ -305,11 +301,7 @@ struct Io {
 
 // The plain list node of the codec and scaling figures: its rows, its
 // floor, and a new node for a read.
-struct ListNode {
-    struct znode node;
-    int32_t v;
-    uint32_t w;
-};
+struct ListNode { struct znode node; int32_t v; uint32_t w; };
 
 inline struct pdesc list_node_rows[] = {PX_SINT(ListNode, v, "v"), PX_UINT_HEX(ListNode, w, "w"), PX_END};
 
@@ -395,10 +387,10 @@ T *block(Case &c, size_t n = 1)
 }
 
 // Times the case's document written (into a fresh element) or read (into a
-// zeroed block), by kavor or the floor, once per iteration: with `manual`
-// timing a steady clock measures the call alone, otherwise the benchmark's
-// timer stops around the rest. The element and what a read allocated are
-// released outside the timed part; the first call must give the document.
+// zeroed block), by kavor or the floor, once per iteration; the timer stops
+// around the rest, and with `manual` timing a steady clock times the call
+// alone. The element and what a read allocated are released outside the
+// timed part; the first call must give the document.
 inline void time_case(benchmark::State &st, Case *c, bool read, bool floor, bool manual)
 {
     if (!c->doc) {
@@ -414,13 +406,11 @@ inline void time_case(benchmark::State &st, Case *c, bool read, bool floor, bool
     char *m = read ? out.data() : c->mem.data();
     bool ok = true, first = true;
     for (auto _ : st) {
-        if (!manual)
-            st.PauseTiming();
+        st.PauseTiming();
         xmlNode *at = read ? c->doc : xmlNewNode(nullptr, BAD_CAST "root");
         if (read)
             memset(m, 0, out.size());
-        if (!manual)
-            st.ResumeTiming();
+        st.ResumeTiming();
         auto t0 = Clock::now();
         Io io{read ? at->children : at, read};
         if (floor)
@@ -430,9 +420,8 @@ inline void time_case(benchmark::State &st, Case *c, bool read, bool floor, bool
         else
             param2xml(m, at, c->table);
         if (manual)
-            st.SetIterationTime(seconds_since(t0));
-        else
-            st.PauseTiming();
+            st.SetIterationTime(Seconds(Clock::now() - t0).count());
+        st.PauseTiming();
         ok = ok && (!first || (read ? text_of(m, c->table) : dump(at)) == c->text);
         first = false;
         if (!read)
@@ -441,8 +430,7 @@ inline void time_case(benchmark::State &st, Case *c, bool read, bool floor, bool
             param_xml_free(m, c->table);
         else if (c->floor_release)
             c->floor_release(m);
-        if (!manual)
-            st.ResumeTiming();
+        st.ResumeTiming();
     }
     if (!ok)
         st.SkipWithError(floor ? read ? "floor read back other values" : "floor wrote another document"
@@ -455,13 +443,10 @@ inline void time_case(benchmark::State &st, Case *c, bool read, bool floor, bool
 }  // namespace bench
 
 // ---- the device block ------------------------------------------------------------
-// About 46 KiB in memory (device_layout.h, shared with the C peer):
-// thousands of integers of several widths, a thousand doubles, strings that
-// need escaping and 256 structures of mixed fields with an enumeration. The
-// doubles are multiples of 1/8 with at most six significant digits, so that
-// every serialiser's text form (kavor's "%.15g", libcyaml's "%g", the
-// archives' full precision) reads back exact and blocks compare equal byte
-// for byte.
+// About 46 KiB (device_layout.h): integers of several widths, doubles,
+// strings that need escaping, structures with an enumeration. The doubles
+// are multiples of 1/8 with at most six significant digits, so that every
+// serialiser's text form reads back exact and blocks compare byte for byte.
 namespace device {
 
 using Device = dev_block;
@@ -556,8 +541,8 @@ inline bool kavor_load(const std::string &path, Device *d, bool gz)
 
 inline bool floor_save(const Device *d, const std::string &path, bool gz)
 {
-    Device &block = *const_cast<Device *>(d);  // only written
-    return bench::floor_save("device", "dev", [&](bench::Io &io) { floor(io, block); }, path, gz);
+    auto write = [d](bench::Io &io) { floor(io, *const_cast<Device *>(d)); };  // only written
+    return bench::floor_save("device", "dev", write, path, gz);
 }
 
 // Parses the file as the load does (no network) and reads the root's first

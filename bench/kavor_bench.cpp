@@ -26,10 +26,7 @@ namespace {
 using bench::Clock;
 
 // About 1 MiB of XML: 8 values of up to ten digits per element.
-struct Big {
-    char name[64];
-    uint32_t vals[75000];
-};
+struct Big { char name[64]; uint32_t vals[75000]; };
 
 struct pdesc kBigRows[] = {PX_STRI(Big, name, "name"), PX_UINT_ARR(Big, vals, "vals"), PX_END};
 
@@ -103,7 +100,7 @@ void BM_Save(benchmark::State &state)
         saving_set(file.f->fcom, 1);
         auto t0 = Clock::now();
         kavor_save_sweep(file.m);
-        state.SetIterationTime(std::chrono::duration<double>(g_in_place - t0).count());
+        state.SetIterationTime(bench::Seconds(g_in_place - t0).count());
         if (saving_get(file.f->fcom) != 0)
             state.SkipWithError("save failed");
     }
@@ -175,9 +172,7 @@ struct Manager {
     double ms;
     Manager(const char *name, int files)
     {
-        struct Tiny {
-            char s[16];
-        };
+        struct Tiny { char s[16]; };
         static struct pdesc table[] = {PX_STRI(Tiny, s, "s"), PX_END};
         static Tiny blocks[10000];
         char path[sizeof(kavor_file_rgst_t::filename)];
@@ -189,7 +184,7 @@ struct Manager {
             f[i] = kavor_register(h, &r);
             ok = ok && f[i] != nullptr;
         }
-        ms = bench::seconds_since(t0) * 1000.0;
+        ms = bench::Seconds(Clock::now() - t0).count() * 1000.0;
     }
     ~Manager() { kavor_destroy(h); }
 };

@@ -22,11 +22,7 @@ void make_array(Case &c)
     c.rows[0] = {0, 0, c.items, PT_UINT, 0, 0, 0, sizeof(uint32_t), "v", nullptr, 0};
 }
 
-struct Elem {
-    int32_t a;
-    uint16_t b;
-    char tag[8];
-};
+struct Elem { int32_t a; uint16_t b; char tag[8]; };
 
 void make_structs(Case &c)
 {
