@@ -1,13 +1,10 @@
-// codec_bench.cpp - the codec's speed beside its floor, per kind: each
-// integer width and text form, float and double, an array of structures,
-// strings, enumerations, counted buffers, lists and variant lists. Four
-// numbers each: param2xml and xml2param ("kavor"), and the floor writing
-// and reading the same elements with libxml2 and the same value formatting
-// and parsing alone. Items are values (or structures); the trace handle
-// stays NULL, as in a quiet application.
-// Invariant: both sides make and read the same document; the first write of
-// each figure must give it and the first read must give it back (checked
-// outside the timed part). Names: codec/<write|read>_<case>/<kavor|floor>.
+// codec_bench.cpp - param2xml and xml2param ("kavor") beside the floor, per
+// kind: each integer width and text form, float, double, structures,
+// strings, enumerations, counted buffers, lists, variant lists. The trace
+// handle stays NULL, as in a quiet application; items are values.
+// Invariant: both sides make and read the same document, which the first
+// write and read of each figure must give (checked outside the timed part).
+// Names: codec/<write|read>_<case>/<kavor|floor>.
 #include "fixture.h"
 
 namespace {
@@ -154,7 +151,7 @@ void cob_floor(Io &io, char *m)
             xmlChar *cnt = xmlGetProp(io.at, BAD_CAST "cnt");
             b->cnt[i] = atoi(reinterpret_cast<char *>(cnt));
             xmlFree(cnt);
-            b->buf[i] = static_cast<uint32_t *>(calloc(static_cast<size_t>(b->cnt[i]), sizeof(uint32_t)));
+            b->buf[i] = static_cast<uint32_t *>(bench::zalloc(sizeof(uint32_t) * b->cnt[i]));
             Io{io.at->children, true}.rows("c", b->buf[i], b->cnt[i]);
             io.at = io.at->next;
         } else {
@@ -164,14 +161,6 @@ void cob_floor(Io &io, char *m)
             xmlNewProp(e, BAD_CAST "cnt", BAD_CAST cnt);
             Io{e, false}.rows("c", b->buf[i], b->cnt[i]);
         }
-    }
-}
-
-void cob_release(char *m)
-{
-    for (uint32_t *&buf : reinterpret_cast<Cob *>(m)->buf) {
-        free(buf);
-        buf = nullptr;
     }
 }
 
@@ -234,7 +223,7 @@ struct znode *new_vlst_node(xmlNode *inner)
     xmlChar *typ = xmlGetProp(inner, BAD_CAST "typ");
     bool a = xmlStrEqual(typ, BAD_CAST kTypA);
     xmlFree(typ);
-    struct znode *z = static_cast<struct znode *>(calloc(1, a ? sizeof(ListA) : sizeof(ListB)));
+    struct znode *z = static_cast<struct znode *>(bench::zalloc(a ? sizeof(ListA) : sizeof(ListB)));
     zlst_set_name(z, a ? kTypA : kTypB);
     return z;
 }
@@ -261,13 +250,13 @@ std::vector<Case> all_cases()
         for (int i = 0; i < kKindItems; i++)
             io.enm("mode", reinterpret_cast<int *>(m)[i], kModes);
     }});
-    c.push_back({"counted_u32", 0, make_cob, cob_floor, cob_release});
+    c.push_back({"counted_u32", 0, make_cob, cob_floor});
     c.push_back({"list", 0, make_list, [](Io &io, char *m) {
         io.list("l", *reinterpret_cast<zhead_t *>(m), bench::list_node, bench::new_list_node);
-    }, bench::free_list});
+    }});
     c.push_back({"variant_list", 0, make_vlst, [](Io &io, char *m) {
         io.list("x", *reinterpret_cast<zhead_t *>(m), vlst_node, new_vlst_node);
-    }, bench::free_list});
+    }});
     return c;
 }
 

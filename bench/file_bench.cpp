@@ -1,10 +1,8 @@
 // file_bench.cpp - whole files of the device block: kavor_param2file and
-// kavor_file2param, plain and gzip, beside the floor that builds, saves,
-// parses and walks the same document with libxml2 and the same per-value
-// formatting and parsing alone.
-//
-// Names: file/<save|load>_<plain|gzip>/<kavor|floor>. Every load is checked
-// against the block it came from, outside the timed part.
+// kavor_file2param, plain and gzip, beside the floor that saves and loads
+// the same document with libxml2 alone. Invariant: every load gives back the
+// block it came from (checked outside the timed part).
+// Names: file/<save|load>_<plain|gzip>/<kavor|floor>.
 #include "fixture.h"
 
 int main(int argc, char **argv)

@@ -2,14 +2,11 @@
 // directory, registration requests, the main function; the floor (kavor's
 // documents made and read by libxml2 alone); the codec's cases with the one
 // timing helper; the device block of the file figures.
-//
 // Invariant: a figure times only the call it is named for (set-up, checks
-// and releases run outside the timed part), and the floor writes exactly
-// the document kavor writes (integers digit by digit, "0x" before
-// hexadecimal, floats with one "%.*g" per value, "idx" on each element of
-// an array but the first) and reads it with xmlNodeGetContent and strto*
-// alone, in the order it knows, so that a ratio against it measures the
-// table walk alone. Each benchmark file holds only its figures.
+// and releases are not timed), and the floor writes exactly the document
+// kavor writes (integers digit by digit, floats with "%.*g") and reads it
+// with xmlNodeGetContent and strto* alone, in the order it knows, so that a
+// ratio against it measures the table walk alone.
 #ifndef KAVOR_BENCH_FIXTURE_H
 #define KAVOR_BENCH_FIXTURE_H
 
@@ -299,6 +296,13 @@ struct Io {
     }
 };
 
+// A zero-filled block from xmlMalloc, as the reader allocates what its
+// release walk (param_xml_free) frees: the floor's reads are freed by it too.
+inline void *zalloc(size_t bytes)
+{
+    return memset(xmlMalloc(bytes), 0, bytes);
+}
+
 // The plain list node of the codec and scaling figures: its rows, its
 // floor, and a new node for a read.
 struct ListNode { struct znode node; int32_t v; uint32_t w; };
@@ -313,14 +317,7 @@ inline void list_node(Io &io, struct znode *z)
 
 inline struct znode *new_list_node(xmlNode *)
 {
-    return static_cast<struct znode *>(calloc(1, sizeof(ListNode)));
-}
-
-// Frees the nodes of the list whose head starts the block.
-inline void free_list(char *mem)
-{
-    while (void *n = zlst_pop(reinterpret_cast<zhead_t *>(mem)))
-        free(n);
+    return static_cast<struct znode *>(zalloc(sizeof(ListNode)));
 }
 
 // Saves, as kavor saves it, a document with the root element `root` and one
@@ -370,7 +367,6 @@ struct Case {
     int items;              // values per call (0: not counted), the size a make may take
     void (*make)(Case &c);  // fills mem, and rows or table
     std::function<void(Io &io, char *mem)> floor;
-    void (*floor_release)(char *mem) = nullptr;  // what a floor read allocated
     std::vector<char> mem = {};
     struct pdesc rows[2] = {};      // the table of a one-row case
     struct pdesc *table = nullptr;  // rows, or a table of its own
@@ -424,12 +420,10 @@ inline void time_case(benchmark::State &st, Case *c, bool read, bool floor, bool
         st.PauseTiming();
         ok = ok && (!first || (read ? text_of(m, c->table) : dump(at)) == c->text);
         first = false;
-        if (!read)
-            xmlFreeNode(at);
-        else if (!floor)
+        if (read)
             param_xml_free(m, c->table);
-        else if (c->floor_release)
-            c->floor_release(m);
+        else
+            xmlFreeNode(at);
         st.ResumeTiming();
     }
     if (!ok)

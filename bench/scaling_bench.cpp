@@ -65,7 +65,7 @@ Case kind_case(int kind, int n)
         }};
     return {"list", n, make_list, [](Io &io, char *m) {
         io.list("l", *reinterpret_cast<zhead_t *>(m), bench::list_node, bench::new_list_node);
-    }, bench::free_list};
+    }};
 }
 
 }  // namespace
