@@ -90,11 +90,10 @@ inline kavor_file_rgst_t request(const char *filename, const char *node, struct 
     return r;
 }
 
-// The main function of every benchmark, after its figures are registered.
-// It keeps freed memory in the heap: with glibc's defaults a call that frees
-// a document may give its pages back to the kernel or not, as the heap's
-// layout falls, and the next call faults them in again (up to 40% of a load
-// on a virtual machine).
+// The main function of every benchmark. It keeps freed memory in the heap:
+// with glibc's defaults a call that frees a document may give its pages back
+// to the kernel, and the next call faults them in again (up to 40% of a load
+// on a virtual machine, moving with the heap's layout, not with the code).
 inline int run(int argc, char **argv)
 {
     mallopt(M_TRIM_THRESHOLD, 1 << 30);
@@ -151,17 +150,13 @@ struct Io {
     bool read;
 
     // n values in base B (16: "0x" and the digits, U: in capitals), `per` to
-    // an element (0: all in one), one blank between two, "idx" on each
-    // element but the first; read from the elements from `at` on that have
-    // its name.
+    // an element (0: all in one), "idx" on each element but the first.
     template <unsigned B = 10, bool U = false, typename T>
     void num(const char *name, T *v, int n = 1, int per = 0)
     {
         using Digits = std::make_unsigned_t<std::conditional_t<std::is_floating_point<T>::value, int, T>>;
-        if (read) {
-            read_values(v, n);
-            return;
-        }
+        if (read)
+            return read_values(v, n);
         per = per ? per : n;
         char text[512], idx[12];  // idx: room for any int, the floor makes no checks
         for (int i = 0; i < n; i += per) {
@@ -194,7 +189,7 @@ struct Io {
         }
     }
     template <typename T>
-    void read_values(T *v, int n)
+    void read_values(T *v, int n)  // from the elements from `at` on that have its name
     {
         int i = 0;
         at = elem(at);
@@ -514,10 +509,9 @@ inline Device *make(bool blank = false)
     return d;
 }
 
-// The block saved to the file "<path>" and loaded from it by kavor
-// (kavor_param2file, kavor_file2param: kavor adds ".xml" or ".xml.gz") and
-// by the floor (root "device", one child "dev" holding the block, the path
-// as it stands); true on success. The peers take the same form.
+// The block saved to the file at `path` and loaded from it, by kavor (which
+// adds ".xml" or ".xml.gz") or by the floor (root "device", one child "dev");
+// true on success. The peers take the same form.
 using SaveFn = bool (*)(const Device *d, const std::string &path, bool gz);
 using LoadFn = bool (*)(const std::string &path, Device *d, bool gz);
 
@@ -554,10 +548,9 @@ inline bool floor_load(const std::string &path, Device *d, bool)
     return child != nullptr;
 }
 
-// Registers "<save_name>", which saves the block to `path` once per
-// iteration ("file_bytes": the size of the file `written`), and
-// "<load_name>", which saves it once, then loads it once per iteration;
-// the block must come back.
+// Registers "<save_name>", a save of the block per iteration ("file_bytes":
+// the size of `written`), and "<load_name>", a load per iteration of what
+// one save wrote, which must give the block back.
 inline void register_save_load(const std::string &save_name, const std::string &load_name,
                                SaveFn save, LoadFn load, const std::string &path, bool gz,
                                const std::string &written)
