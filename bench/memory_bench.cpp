@@ -6,8 +6,7 @@
 // freed memory back, resets the kernel's peak mark, takes the resident size,
 // runs the operation once and reports the growth of the peak in KiB.
 // Names: memory/<save|load>_<plain|gzip>/<kavor|floor>, the growth in "value".
-#include <fcntl.h>
-#include <unistd.h>
+#include <fstream>
 
 #include "fixture.h"
 
@@ -18,28 +17,19 @@ std::string g_self;
 // A field of /proc/self/status in KiB ("VmHWM:", "VmRSS:"); -1 if missing.
 long status_kib(const char *field)
 {
-    FILE *f = fopen("/proc/self/status", "r");
-    if (!f)
-        return -1;
-    char line[256];
-    long v = -1;
-    size_t n = strlen(field);
-    while (v < 0 && fgets(line, sizeof line, f))
-        if (strncmp(line, field, n) == 0)
-            v = strtol(line + n, nullptr, 10);
-    fclose(f);
-    return v;
+    std::ifstream f("/proc/self/status");
+    for (std::string line; std::getline(f, line);)
+        if (line.compare(0, strlen(field), field) == 0)
+            return strtol(line.c_str() + strlen(field), nullptr, 10);
+    return -1;
 }
 
 // Sets the peak resident size back to the current one; false where the
 // kernel doesn't offer it.
 bool reset_peak()
 {
-    int fd = open("/proc/self/clear_refs", O_WRONLY);
-    bool ok = fd >= 0 && write(fd, "5", 1) == 1;
-    if (fd >= 0)
-        close(fd);
-    return ok;
+    std::ofstream f("/proc/self/clear_refs");
+    return static_cast<bool>(f << "5" << std::flush);
 }
 
 // The child's side: prints the peak growth in KiB, or -1.

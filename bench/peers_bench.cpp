@@ -39,8 +39,7 @@ inline void copy_into(char *dst, size_t cap, const std::string &s)
 // ---- Boost.Serialization: strings as text, everything else as it stands ----
 
 #if KAVOR_PEER_BOOST
-namespace boost {
-namespace serialization {
+namespace boost::serialization {
 
 template <class A>
 void save(A &ar, const dev_label &l, unsigned)
@@ -80,8 +79,7 @@ void serialize(A &ar, dev_block &d, unsigned)
         make_nvp("label", d.labels) & make_nvp("port", d.ports);
 }
 
-}  // namespace serialization
-}  // namespace boost
+}  // namespace boost::serialization
 BOOST_SERIALIZATION_SPLIT_FREE(dev_label)
 BOOST_SERIALIZATION_SPLIT_FREE(dev_port)
 #endif
@@ -131,11 +129,11 @@ void serialize(A &ar, dev_block &d)
 
 namespace {
 
+// A peer: the path its save and load take, in the scratch directory, and the
+// file they write (kavor adds its suffix).
 struct Peer {
-    const char *name;
-    const char *file;     // the path given to save and load, in the scratch directory
-    const char *written;  // the file written, where it differs: kavor adds its suffix
-    bool gz;              // for kavor: the gzip file
+    const char *name, *file, *written;
+    bool gz;
     device::SaveFn save;
     device::LoadFn load;
 };
