@@ -20,7 +20,6 @@ using bench::Case;
 using bench::Io;
 
 // ---- arrays of numbers: one row of kValues values, in base Base ------------------
-
 template <typename T, unsigned Base, bool Upper>
 void make_array(Case &c)
 {
@@ -57,7 +56,6 @@ void add_ints(std::vector<Case> &out, const std::string &tname)
 }
 
 // ---- structures, strings and enumerations ------------------------------------------
-
 struct enume kModes[] = {{"off", 0}, {"auto", 1}, {"manual", 2}, {nullptr, 0}};
 
 struct Port {
@@ -128,7 +126,6 @@ void make_enums(Case &c)
 }
 
 // ---- counted buffers: one "cnt" wrapper per buffer around its value elements ---------
-
 struct Cob { uint32_t *buf[kBuffers]; int cnt[kBuffers]; };
 
 void make_cob(Case &c)
@@ -165,7 +162,6 @@ void cob_floor(Io &io, char *m)
 }
 
 // ---- lists: one outer element, one inner element per node, of one layout or two ---
-
 void make_list(Case &c)
 {
     zhead_t *head = block<zhead_t>(c);

@@ -19,6 +19,7 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <type_traits>
@@ -62,9 +63,9 @@ struct Scratch {
     }
     ~Scratch()
     {
-        std::string rm = "rm -rf '" + dir + "'";
-        if (dir != "/tmp" && system(rm.c_str()) != 0)
-            fprintf(stderr, "could not remove %s\n", dir.c_str());
+        std::error_code ec;
+        if (dir != "/tmp")
+            std::filesystem::remove_all(dir, ec);
     }
     std::string operator/(const std::string &name) const { return dir + "/" + name; }
 };
@@ -333,7 +334,6 @@ bool floor_save(const char *root, const char *child, Floor floor, const std::str
 }
 
 // ---- the codec's cases -----------------------------------------------------------
-
 // The children of `root` as text.
 inline std::string dump(const xmlNode *root)
 {
@@ -556,23 +556,20 @@ inline void register_save_load(const std::string &save_name, const std::string &
                                const std::string &written)
 {
     static const Device *block = make();
-    benchmark::RegisterBenchmark(save_name.c_str(), [=](benchmark::State &st) {
-        for (auto _ : st)
-            if (!save(block, path, gz))
+    for (bool loading : {false, true})
+        benchmark::RegisterBenchmark((loading ? load_name : save_name).c_str(), [=](benchmark::State &st) {
+            Device *out = make(true);
+            if (loading && !save(block, path, gz))
                 st.SkipWithError("save failed");
-        st.counters["file_bytes"] = static_cast<double>(bench::file_size(written));
-    })->Unit(benchmark::kMicrosecond);
-    benchmark::RegisterBenchmark(load_name.c_str(), [=](benchmark::State &st) {
-        Device *out = make(true);
-        if (!save(block, path, gz))
-            st.SkipWithError("save failed");
-        for (auto _ : st)
-            if (!load(path, out, gz))
-                st.SkipWithError("load failed");
-        if (memcmp(out, block, sizeof(Device)) != 0)
-            st.SkipWithError("read back another block");
-        free(out);
-    })->Unit(benchmark::kMicrosecond);
+            for (auto _ : st)
+                if (loading ? !load(path, out, gz) : !save(block, path, gz))
+                    st.SkipWithError(loading ? "load failed" : "save failed");
+            if (loading && memcmp(out, block, sizeof(Device)) != 0)
+                st.SkipWithError("read back another block");
+            if (!loading)
+                st.counters["file_bytes"] = static_cast<double>(bench::file_size(written));
+            free(out);
+        })->Unit(benchmark::kMicrosecond);
 }
 
 }  // namespace device

@@ -176,17 +176,6 @@ bool cereal_load(const std::string &path, device::Device *d, bool)
 }
 #endif
 
-#if KAVOR_PEER_CYAML
-bool cyaml_save(const device::Device *d, const std::string &path, bool)
-{
-    return peer_cyaml_save(d, path.c_str()) == 0;
-}
-bool cyaml_load(const std::string &path, device::Device *d, bool)
-{
-    return peer_cyaml_load(path.c_str(), d) == 0;
-}
-#endif
-
 const Peer kPeers[] = {
     {"kavor_plain", "kv_plain", "kv_plain.xml", false, device::kavor_save, device::kavor_load},
     {"kavor_gzip", "kv_gzip", "kv_gzip.xml.gz", true, device::kavor_save, device::kavor_load},
@@ -197,7 +186,9 @@ const Peer kPeers[] = {
     {"cereal", "cereal.xml", "cereal.xml", false, cereal_save, cereal_load},
 #endif
 #if KAVOR_PEER_CYAML
-    {"cyaml", "cyaml.yaml", "cyaml.yaml", false, cyaml_save, cyaml_load},
+    {"cyaml", "cyaml.yaml", "cyaml.yaml", false,
+     [](const device::Device *d, const std::string &p, bool) { return peer_cyaml_save(d, p.c_str()) == 0; },
+     [](const std::string &p, device::Device *d, bool) { return peer_cyaml_load(p.c_str(), d) == 0; }},
 #endif
 };
 
