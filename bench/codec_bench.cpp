@@ -8,7 +8,6 @@
 #include "fixture.h"
 
 namespace {
-
 constexpr int kValues = 100000;    // array cases
 constexpr int kStructs = 20000;    // structure case
 constexpr int kKindItems = 20000;  // strings, enumerations, list nodes
@@ -19,43 +18,18 @@ using bench::block;
 using bench::Case;
 using bench::Io;
 
-// ---- arrays of numbers: one row of kValues values, in base Base ------------------
-template <typename T, unsigned Base, bool Upper>
-void make_array(Case &c)
-{
-    T *v = block<T>(c, kValues);
-    bench::fill_random(v, c.mem.size());
-    if constexpr (std::is_floating_point<T>::value)  // finite values over a wide range
-        for (int i = 0; i < kValues; i++)
-            v[i] = static_cast<T>((static_cast<double>(bench::next_random() >> 11) / 9007199254740992.0 -
-                                   0.5) * (sizeof(T) == 4 ? 6.0e37 : 3.0e300));
-    int type = std::is_floating_point<T>::value ? PT_FLOT
-               : std::is_signed<T>::value       ? PT_SINT
-               : Base == 10                     ? PT_UINT
-               : Upper                          ? PT_UINT | PT_FMT_HEXU
-                                                : PT_UINT | PT_FMT_HEXL;
-    c.rows[0] = {0, 0, kValues, type, 0, 0, 0, sizeof(T), "v", nullptr, 0};
-}
-
-template <typename T, unsigned Base = 10, bool Upper = false>
-Case array_case(const std::string &name)
-{
-    return {name, kValues, make_array<T, Base, Upper>,
-            [](Io &io, char *m) { io.rows<Base, Upper>("v", reinterpret_cast<T *>(m), kValues); }};
-}
-
+// ---- arrays of numbers, structures, strings and enumerations ----------------------
 // An integer type's decimal case and, if it is unsigned, its hexadecimal ones.
 template <typename T>
 void add_ints(std::vector<Case> &out, const std::string &tname)
 {
-    out.push_back(array_case<T>(tname + "_dec"));
+    out.push_back(bench::array_case<T>(tname + "_dec", kValues));
     if (std::is_signed<T>::value)
         return;
-    out.push_back(array_case<T, 16, false>(tname + "_hexl"));
-    out.push_back(array_case<T, 16, true>(tname + "_hexu"));
+    out.push_back(bench::array_case<T, 16, false>(tname + "_hexl", kValues));
+    out.push_back(bench::array_case<T, 16, true>(tname + "_hexu", kValues));
 }
 
-// ---- structures, strings and enumerations ------------------------------------------
 struct enume kModes[] = {{"off", 0}, {"auto", 1}, {"manual", 2}, {nullptr, 0}};
 
 struct Port {
@@ -71,9 +45,8 @@ struct Port {
 void make_ports(Case &c)
 {
     static struct pdesc rows[] = {
-        PX_SINT(Port, speed, "speed"),     PX_SINT(Port, mtu, "mtu"),
-        PX_UINT_ARR_HEX(Port, mac, "mac"), PX_STRI(Port, name, "name"),
-        PX_UINT_HEXU(Port, flags, "flags"), PX_FLOT_ARR(Port, gain, "gain"),
+        PX_SINT(Port, speed, "speed"), PX_SINT(Port, mtu, "mtu"), PX_UINT_ARR_HEX(Port, mac, "mac"),
+        PX_STRI(Port, name, "name"), PX_UINT_HEXU(Port, flags, "flags"), PX_FLOT_ARR(Port, gain, "gain"),
         PX_ENUM(Port, mode, "mode", kModes), PX_END};
     Port *ports = block<Port>(c, kStructs);
     for (int i = 0; i < kStructs; i++) {
@@ -235,8 +208,8 @@ std::vector<Case> all_cases()
     add_ints<uint16_t>(c, "u16");
     add_ints<uint32_t>(c, "u32");
     add_ints<uint64_t>(c, "u64");
-    c.push_back(array_case<float>("float"));
-    c.push_back(array_case<double>("double"));
+    c.push_back(bench::array_case<float>("float", kValues));
+    c.push_back(bench::array_case<double>("double", kValues));
     c.push_back({"struct", kStructs, make_ports, ports_floor});
     c.push_back({"string", 0, make_strings, [](Io &io, char *m) {
         io.structs("n", reinterpret_cast<Named *>(m), kKindItems,
@@ -255,7 +228,6 @@ std::vector<Case> all_cases()
     }});
     return c;
 }
-
 }  // namespace
 
 int main(int argc, char **argv)

@@ -31,7 +31,6 @@
 #include "kavor.h"
 
 namespace bench {
-
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
@@ -377,6 +376,32 @@ T *block(Case &c, size_t n = 1)
     return reinterpret_cast<T *>(c.mem.data());
 }
 
+// An array case: one row of n values of T in base Base, random over T's
+// range (a float's finite, over a wide range).
+template <typename T, unsigned Base, bool Upper>
+void make_array(Case &c)
+{
+    T *v = block<T>(c, static_cast<size_t>(c.items));
+    fill_random(v, c.mem.size());
+    if constexpr (std::is_floating_point<T>::value)
+        for (int i = 0; i < c.items; i++)
+            v[i] = static_cast<T>((static_cast<double>(next_random() >> 11) / 9007199254740992.0 - 0.5) *
+                                  (sizeof(T) == 4 ? 6.0e37 : 3.0e300));
+    int type = std::is_floating_point<T>::value ? PT_FLOT
+               : std::is_signed<T>::value       ? PT_SINT
+               : Base == 10                     ? PT_UINT
+               : Upper                          ? PT_UINT | PT_FMT_HEXU
+                                                : PT_UINT | PT_FMT_HEXL;
+    c.rows[0] = {0, 0, c.items, type, 0, 0, 0, sizeof(T), "v", nullptr, 0};
+}
+
+template <typename T, unsigned Base = 10, bool Upper = false>
+Case array_case(const std::string &name, int n)
+{
+    return {name, n, make_array<T, Base, Upper>,
+            [n](Io &io, char *m) { io.rows<Base, Upper>("v", reinterpret_cast<T *>(m), n); }};
+}
+
 // Times the case's document written (into a fresh element) or read (into a
 // zeroed block), by kavor or the floor, once per iteration; the timer stops
 // around the rest, and with `manual` timing a steady clock times the call
@@ -428,7 +453,6 @@ inline void time_case(benchmark::State &st, Case *c, bool read, bool floor, bool
     if (c->items)
         st.SetItemsProcessed(st.iterations() * c->items);
 }
-
 }  // namespace bench
 
 // ---- the device block ------------------------------------------------------------
@@ -437,25 +461,19 @@ inline void time_case(benchmark::State &st, Case *c, bool read, bool floor, bool
 // are multiples of 1/8 with at most six significant digits, so that every
 // serialiser's text form reads back exact and blocks compare byte for byte.
 namespace device {
-
 using Device = dev_block;
 
 inline struct enume modes[] = {PX_ENUME("off", 0), PX_ENUME("auto", 1), PX_ENUME("manual", 2),
                                PX_ENUME("test", 3), PX_ENUME_END(0)};
 inline struct pdesc port_rows[] = {
-    PX_SINT(dev_port, id, "id"),         PX_UINT(dev_port, vlan, "vlan"),
-    PX_UINT_ARR_HEX(dev_port, mac, "mac"), PX_FLOT(dev_port, gain, "gain"),
-    PX_STRI(dev_port, name, "name"),     PX_ENUM(dev_port, mode, "mode", modes),
-    PX_UINT_HEXU(dev_port, flags, "flags"), PX_END,
-};
+    PX_SINT(dev_port, id, "id"), PX_UINT(dev_port, vlan, "vlan"), PX_UINT_ARR_HEX(dev_port, mac, "mac"),
+    PX_FLOT(dev_port, gain, "gain"), PX_STRI(dev_port, name, "name"), PX_ENUM(dev_port, mode, "mode", modes),
+    PX_UINT_HEXU(dev_port, flags, "flags"), PX_END};
 inline struct pdesc label_rows[] = {PX_STRI(dev_label, text, "line"), PX_END};
 inline struct pdesc table[] = {
-    PX_UINT_ARR(Device, u8, "u8"),     PX_UINT_ARR(Device, u16, "u16"),
-    PX_SINT_ARR(Device, s32, "s32"),   PX_UINT_ARR_HEX(Device, u32, "u32"),
-    PX_SINT_ARR(Device, s64, "s64"),   PX_FLOT_ARR(Device, dbl, "dbl"),
-    PX_STRU_ARR(Device, labels, "label", label_rows),
-    PX_STRU_ARR(Device, ports, "port", port_rows), PX_END,
-};
+    PX_UINT_ARR(Device, u8, "u8"), PX_UINT_ARR(Device, u16, "u16"), PX_SINT_ARR(Device, s32, "s32"),
+    PX_UINT_ARR_HEX(Device, u32, "u32"), PX_SINT_ARR(Device, s64, "s64"), PX_FLOT_ARR(Device, dbl, "dbl"),
+    PX_STRU_ARR(Device, labels, "label", label_rows), PX_STRU_ARR(Device, ports, "port", port_rows), PX_END};
 
 // The block's floor, in the order of its table.
 inline void floor(bench::Io &io, Device &d)
@@ -571,7 +589,6 @@ inline void register_save_load(const std::string &save_name, const std::string &
             free(out);
         })->Unit(benchmark::kMicrosecond);
 }
-
 }  // namespace device
 
 #endif

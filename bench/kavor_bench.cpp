@@ -22,7 +22,6 @@
 #include "kavor_private.h"
 
 namespace {
-
 using bench::Clock;
 
 // About 1 MiB of XML: 8 values of up to ten digits per element.
@@ -54,8 +53,6 @@ void on_step(const char *step, const kavor_fcom_t *)
         g_writes++;
 }
 
-void no_sync() {}
-
 // The big block's file under a manager record with its lists, locks and
 // semaphore but no task, so that the benchmark runs each sweep itself; saved
 // once, with the sync calls left out and on_step after each step of a save.
@@ -73,7 +70,7 @@ struct BigFile {
         std::string v = virt ? dir / "v/net" : "";
         kavor_file_rgst_t r = bench::request((dir / "net").c_str(), "big", kBigRows, big(), ugz, v.c_str());
         f = kavor_register(m, &r);
-        kavor_sys.sync = no_sync;
+        kavor_sys.sync = [] {};
         kavor_sys.step = on_step;
         saving_set(f->fcom, 1);
         kavor_save_sweep(m);
@@ -216,7 +213,7 @@ void BM_Burst(benchmark::State &state)
 {
     const int files = 100, requests = 10000;
     kavor_sys_t saved = kavor_sys;
-    kavor_sys.sync = no_sync;
+    kavor_sys.sync = [] {};
     kavor_sys.step = on_step;
     int writes = 0;
     {
@@ -255,7 +252,6 @@ void BM_Register(benchmark::State &state)
 }
 BENCHMARK(BM_Register)->Name("manager/register_10000_files_ms/kavor")->Iterations(1)
     ->Repetitions(3)->Unit(benchmark::kMillisecond);
-
 }  // namespace
 
 int main(int argc, char **argv)

@@ -11,7 +11,6 @@
 #include "fixture.h"
 
 namespace {
-
 std::string g_self;
 
 // A field of /proc/self/status in KiB ("VmHWM:", "VmRSS:"); -1 if missing.
@@ -71,7 +70,6 @@ void run_child(benchmark::State &st, std::string what)
         st.SkipWithError("measurement failed");
     st.counters["value"] = static_cast<double>(kib);
 }
-
 }  // namespace
 
 int main(int argc, char **argv)

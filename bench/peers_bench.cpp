@@ -78,7 +78,6 @@ void serialize(A &ar, dev_block &d, unsigned)
         make_nvp("u32", d.u32) & make_nvp("s64", d.s64) & make_nvp("dbl", d.dbl) &
         make_nvp("label", d.labels) & make_nvp("port", d.ports);
 }
-
 }  // namespace boost::serialization
 BOOST_SERIALIZATION_SPLIT_FREE(dev_label)
 BOOST_SERIALIZATION_SPLIT_FREE(dev_port)
@@ -128,7 +127,6 @@ void serialize(A &ar, dev_block &d)
 #endif
 
 namespace {
-
 // A peer: the path its save and load take, in the scratch directory, and the
 // file they write (kavor adds its suffix).
 struct Peer {
@@ -191,7 +189,6 @@ const Peer kPeers[] = {
      [](const std::string &p, device::Device *d, bool) { return peer_cyaml_load(p.c_str(), d) == 0; }},
 #endif
 };
-
 }  // namespace
 
 int main(int argc, char **argv)

@@ -11,16 +11,8 @@
 #include "fixture.h"
 
 namespace {
-
 using bench::Case;
 using bench::Io;
-
-void make_array(Case &c)
-{
-    uint32_t *v = bench::block<uint32_t>(c, static_cast<size_t>(c.items));
-    bench::fill_random(v, c.mem.size());
-    c.rows[0] = {0, 0, c.items, PT_UINT, 0, 0, 0, sizeof(uint32_t), "v", nullptr, 0};
-}
 
 struct Elem { int32_t a; uint16_t b; char tag[8]; };
 
@@ -53,8 +45,7 @@ void make_list(Case &c)
 Case kind_case(int kind, int n)
 {
     if (kind == 0)
-        return {"array", n, make_array,
-                [n](Io &io, char *m) { io.rows("v", reinterpret_cast<uint32_t *>(m), n); }};
+        return bench::array_case<uint32_t>("array", n);
     if (kind == 1)
         return {"struct", n, make_structs, [n](Io &io, char *m) {
             io.structs("e", reinterpret_cast<Elem *>(m), n, [](Io &f, Elem &e) {
@@ -67,7 +58,6 @@ Case kind_case(int kind, int n)
         io.list("l", *reinterpret_cast<zhead_t *>(m), bench::list_node, bench::new_list_node);
     }};
 }
-
 }  // namespace
 
 int main(int argc, char **argv)
