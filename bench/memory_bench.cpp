@@ -11,8 +11,6 @@
 #include "fixture.h"
 
 namespace {
-std::string g_self;
-
 // A field of /proc/self/status in KiB ("VmHWM:", "VmRSS:"); -1 if missing.
 long status_kib(const char *field)
 {
@@ -55,11 +53,11 @@ int measure(const std::string &what)
     return ok ? 0 : 1;
 }
 
-void run_child(benchmark::State &st, std::string what)
+// The parent's side: runs the child `cmd` once and takes its figure.
+void run_child(benchmark::State &st, std::string cmd)
 {
     long kib = -1;
     for (auto _ : st) {
-        std::string cmd = "'" + g_self + "' --measure=" + what;
         FILE *p = popen(cmd.c_str(), "r");
         if (!p || fscanf(p, "%ld", &kib) != 1)
             kib = -1;
@@ -74,15 +72,14 @@ void run_child(benchmark::State &st, std::string what)
 
 int main(int argc, char **argv)
 {
-    g_self = argv[0];
     if (argc > 1 && strncmp(argv[1], "--measure=", 10) == 0)
         return measure(argv[1] + 10);
     for (const char *op : {"save", "load"})
         for (const char *form : {"plain", "gzip"})
             for (const char *who : {"kavor", "floor"}) {
                 std::string what = std::string(op) + "_" + form + "/" + who;
-                benchmark::RegisterBenchmark(("memory/" + what).c_str(), run_child, what)
-                    ->Iterations(1)->Repetitions(1);
+                std::string cmd = "'" + std::string(argv[0]) + "' --measure=" + what;
+                benchmark::RegisterBenchmark(("memory/" + what).c_str(), run_child, cmd)->Iterations(1)->Repetitions(1);
             }
     return bench::run(argc, argv);
 }
