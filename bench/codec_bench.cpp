@@ -134,20 +134,7 @@ void cob_floor(Io &io, char *m)
     }
 }
 
-// ---- lists: one outer element, one inner element per node, of one layout or two ---
-void make_list(Case &c)
-{
-    zhead_t *head = block<zhead_t>(c);
-    for (int i = 0; i < kKindItems; i++) {
-        auto *n = static_cast<bench::ListNode *>(calloc(1, sizeof(bench::ListNode)));
-        n->v = static_cast<int32_t>(bench::next_random());
-        n->w = static_cast<uint32_t>(bench::next_random());
-        zlst_push(head, n);
-    }
-    c.rows[0] = {0, 0, 1, PT_LIST, 0, 0, 0, sizeof(bench::ListNode), "l", bench::list_node_rows, 0};
-}
-
-// A variant list's nodes: each inner element with its "typ".
+// ---- variant lists: nodes of two layouts, each inner element with its "typ" --------
 struct ListA { struct znode node; int32_t a; };
 struct ListB { struct znode node; uint16_t b[4]; char s[12]; };
 const char kTypA[] = "a";
@@ -220,9 +207,7 @@ std::vector<Case> all_cases()
             io.enm("mode", reinterpret_cast<int *>(m)[i], kModes);
     }});
     c.push_back({"counted_u32", 0, make_cob, cob_floor});
-    c.push_back({"list", 0, make_list, [](Io &io, char *m) {
-        io.list("l", *reinterpret_cast<zhead_t *>(m), bench::list_node, bench::new_list_node);
-    }});
+    c.push_back(bench::list_case("list", 0, kKindItems, true));
     c.push_back({"variant_list", 0, make_vlst, [](Io &io, char *m) {
         io.list("x", *reinterpret_cast<zhead_t *>(m), vlst_node, new_vlst_node);
     }});

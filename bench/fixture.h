@@ -298,23 +298,6 @@ inline void *zalloc(size_t bytes)
     return memset(xmlMalloc(bytes), 0, bytes);
 }
 
-// The plain list node of the codec and scaling figures: its rows, its
-// floor, and a new node for a read.
-struct ListNode { struct znode node; int32_t v; uint32_t w; };
-
-inline struct pdesc list_node_rows[] = {PX_SINT(ListNode, v, "v"), PX_UINT_HEX(ListNode, w, "w"), PX_END};
-
-inline void list_node(Io &io, struct znode *z)
-{
-    io.num("v", &reinterpret_cast<ListNode *>(z)->v);
-    io.num<16>("w", &reinterpret_cast<ListNode *>(z)->w);
-}
-
-inline struct znode *new_list_node(xmlNode *)
-{
-    return static_cast<struct znode *>(zalloc(sizeof(ListNode)));
-}
-
 // Saves, as kavor saves it, a document with the root element `root` and one
 // child `child` holding what `floor(io)` names; false on failure.
 template <class Floor>
@@ -359,7 +342,7 @@ inline std::string text_of(char *m, struct pdesc *table)
 struct Case {
     std::string name;
     int items;              // values per call (0: not counted), the size a make may take
-    void (*make)(Case &c);  // fills mem, and rows or table
+    std::function<void(Case &c)> make;  // fills mem, and rows or table
     std::function<void(Io &io, char *mem)> floor;
     std::vector<char> mem = {};
     struct pdesc rows[2] = {};      // the table of a one-row case
@@ -400,6 +383,30 @@ Case array_case(const std::string &name, int n)
 {
     return {name, n, make_array<T, Base, Upper>,
             [n](Io &io, char *m) { io.rows<Base, Upper>("v", reinterpret_cast<T *>(m), n); }};
+}
+
+// A list case: n nodes, v random (or counting from 0), w random.
+inline Case list_case(const std::string &name, int items, int n, bool random_v)
+{
+    struct Node { struct znode node; int32_t v; uint32_t w; };
+    static struct pdesc rows[] = {PX_SINT(Node, v, "v"), PX_UINT_HEX(Node, w, "w"), PX_END};
+    auto make = [n, random_v](Case &c) {
+        zhead_t *head = block<zhead_t>(c);
+        for (int i = 0; i < n; i++) {
+            auto *node = static_cast<Node *>(calloc(1, sizeof(Node)));
+            node->v = random_v ? static_cast<int32_t>(next_random()) : i;
+            node->w = static_cast<uint32_t>(next_random());
+            zlst_push(head, node);
+        }
+        c.rows[0] = {0, 0, 1, PT_LIST, 0, 0, 0, sizeof(Node), "l", rows, 0};
+    };
+    auto fields = [](Io &io, struct znode *z) {
+        io.num("v", &reinterpret_cast<Node *>(z)->v);
+        io.num<16>("w", &reinterpret_cast<Node *>(z)->w);
+    };
+    auto new_node = [](xmlNode *) { return static_cast<struct znode *>(zalloc(sizeof(Node))); };
+    return {name, items, make,
+            [=](Io &io, char *m) { io.list("l", *reinterpret_cast<zhead_t *>(m), fields, new_node); }};
 }
 
 // Times the case's document written (into a fresh element) or read (into a
@@ -447,9 +454,7 @@ inline void time_case(benchmark::State &st, Case *c, bool read, bool floor, bool
         st.ResumeTiming();
     }
     if (!ok)
-        st.SkipWithError(floor ? read ? "floor read back other values" : "floor wrote another document"
-                         : read ? "codec read back other values"
-                                : "codec wrote another document");
+        st.SkipWithError(read ? "read back other values" : "wrote another document");
     if (c->items)
         st.SetItemsProcessed(st.iterations() * c->items);
 }

@@ -54,8 +54,7 @@ void on_step(const char *step, const kavor_fcom_t *)
 }
 
 // The big block's file under a manager record with its lists, locks and
-// semaphore but no task, so that the benchmark runs each sweep itself; saved
-// once, with the sync calls left out and on_step after each step of a save.
+// semaphore but no task (the benchmark runs each sweep), saved once.
 struct BigFile {
     bench::Scratch dir;
     kavor_mobj_t *m = static_cast<kavor_mobj_t *>(calloc(1, sizeof(kavor_mobj_t)));
@@ -109,10 +108,9 @@ BENCHMARK(BM_Save)->Name("road/plain_file/kavor")->Arg(0)->UseManualTime()->Unit
 BENCHMARK(BM_Save)->Name("road/gzip_file/kavor")->Arg(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Save)->Name("road/gzip_virtual/kavor")->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 
-// The floor of each road: the same document built with libxml2 alone (the
-// same digits), one xmlSaveFormatFileEnc to a temporary name and the two
-// renames that put it in place; on the virtual road the plain file and the
-// outside gzip instead. road as in BM_Save.
+// The floor of each road (as in BM_Save): the same document saved by libxml2
+// alone to a temporary name (on the virtual road, plain, then through the
+// outside gzip), and the two renames that put it in place.
 void BM_SaveFloor(benchmark::State &state)
 {
     const int road = (int)state.range(0);
@@ -206,9 +204,8 @@ void BM_Idle(benchmark::State &state)
 BENCHMARK(BM_Idle)->Name("manager/idle_1000_files_cpu_pct/kavor")->Iterations(1)
     ->Repetitions(1)->Unit(benchmark::kSecond);
 
-// 10,000 save requests spread over 100 files of a running manager, all
-// within the quiet time; then the writes they caused ("value"; one per file
-// is right), waited for with a generous time-out.
+// 10,000 save requests spread over 100 files of a running manager within the
+// quiet time; the writes they cause ("value"; one per file is right).
 void BM_Burst(benchmark::State &state)
 {
     const int files = 100, requests = 10000;

@@ -29,18 +29,6 @@ void make_structs(Case &c)
     c.rows[0] = {0, 0, c.items, PT_STRU, 0, 0, 0, sizeof(Elem), "e", rows, 0};
 }
 
-void make_list(Case &c)
-{
-    zhead_t *head = bench::block<zhead_t>(c);
-    for (int i = 0; i < c.items; i++) {
-        auto *node = static_cast<bench::ListNode *>(calloc(1, sizeof(bench::ListNode)));
-        node->v = i;
-        node->w = static_cast<uint32_t>(bench::next_random());
-        zlst_push(head, node);
-    }
-    c.rows[0] = {0, 0, 1, PT_LIST, 0, 0, 0, sizeof(bench::ListNode), "l", bench::list_node_rows, 0};
-}
-
 // The case of a kind (0 array, 1 structures, 2 list) and a size.
 Case kind_case(int kind, int n)
 {
@@ -54,9 +42,7 @@ Case kind_case(int kind, int n)
                 f.str("tag", e.tag);
             });
         }};
-    return {"list", n, make_list, [](Io &io, char *m) {
-        io.list("l", *reinterpret_cast<zhead_t *>(m), bench::list_node, bench::new_list_node);
-    }};
+    return bench::list_case("list", n, n, false);
 }
 }  // namespace
 
