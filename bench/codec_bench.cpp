@@ -33,8 +33,7 @@ void add_ints(std::vector<Case> &out, const std::string &tname)
 struct enume kModes[] = {{"off", 0}, {"auto", 1}, {"manual", 2}, {nullptr, 0}};
 
 struct Port {
-    int32_t speed;
-    int32_t mtu;
+    int32_t speed, mtu;
     uint8_t mac[6];
     char name[16];
     uint32_t flags;
@@ -137,8 +136,7 @@ void cob_floor(Io &io, char *m)
 // ---- variant lists: nodes of two layouts, each inner element with its "typ" --------
 struct ListA { struct znode node; int32_t a; };
 struct ListB { struct znode node; uint16_t b[4]; char s[12]; };
-const char kTypA[] = "a";
-const char kTypB[] = "b";
+const char kTypA[] = "a", kTypB[] = "b";
 
 void make_vlst(Case &c)
 {
@@ -184,40 +182,35 @@ struct znode *new_vlst_node(xmlNode *inner)
     return z;
 }
 
-std::vector<Case> all_cases()
-{
-    std::vector<Case> c;
-    add_ints<int8_t>(c, "s8");
-    add_ints<int16_t>(c, "s16");
-    add_ints<int32_t>(c, "s32");
-    add_ints<int64_t>(c, "s64");
-    add_ints<uint8_t>(c, "u8");
-    add_ints<uint16_t>(c, "u16");
-    add_ints<uint32_t>(c, "u32");
-    add_ints<uint64_t>(c, "u64");
-    c.push_back(bench::array_case<float>("float", kValues));
-    c.push_back(bench::array_case<double>("double", kValues));
-    c.push_back({"struct", kStructs, make_ports, ports_floor});
-    c.push_back({"string", 0, make_strings, [](Io &io, char *m) {
-        io.structs("n", reinterpret_cast<Named *>(m), kKindItems,
-                   [](Io &f, Named &n) { f.str("text_", n.text); });
-    }});
-    c.push_back({"enum", 0, make_enums, [](Io &io, char *m) {
-        for (int i = 0; i < kKindItems; i++)
-            io.enm("mode", reinterpret_cast<int *>(m)[i], kModes);
-    }});
-    c.push_back({"counted_u32", 0, make_cob, cob_floor});
-    c.push_back(bench::list_case("list", 0, kKindItems, true));
-    c.push_back({"variant_list", 0, make_vlst, [](Io &io, char *m) {
-        io.list("x", *reinterpret_cast<zhead_t *>(m), vlst_node, new_vlst_node);
-    }});
-    return c;
-}
 }  // namespace
 
 int main(int argc, char **argv)
 {
-    static std::vector<Case> cases = all_cases();
+    static std::vector<Case> cases;
+    add_ints<int8_t>(cases, "s8");
+    add_ints<int16_t>(cases, "s16");
+    add_ints<int32_t>(cases, "s32");
+    add_ints<int64_t>(cases, "s64");
+    add_ints<uint8_t>(cases, "u8");
+    add_ints<uint16_t>(cases, "u16");
+    add_ints<uint32_t>(cases, "u32");
+    add_ints<uint64_t>(cases, "u64");
+    cases.push_back(bench::array_case<float>("float", kValues));
+    cases.push_back(bench::array_case<double>("double", kValues));
+    cases.push_back({"struct", kStructs, make_ports, ports_floor});
+    cases.push_back({"string", 0, make_strings, [](Io &io, char *m) {
+        io.structs("n", reinterpret_cast<Named *>(m), kKindItems,
+                   [](Io &f, Named &n) { f.str("text_", n.text); });
+    }});
+    cases.push_back({"enum", 0, make_enums, [](Io &io, char *m) {
+        for (int i = 0; i < kKindItems; i++)
+            io.enm("mode", reinterpret_cast<int *>(m)[i], kModes);
+    }});
+    cases.push_back({"counted_u32", 0, make_cob, cob_floor});
+    cases.push_back(bench::list_case("list", 0, kKindItems, true));
+    cases.push_back({"variant_list", 0, make_vlst, [](Io &io, char *m) {
+        io.list("x", *reinterpret_cast<zhead_t *>(m), vlst_node, new_vlst_node);
+    }});
     for (Case &c : cases)
         for (bool read : {false, true})
             for (bool floor : {false, true})

@@ -563,10 +563,9 @@ inline bool floor_load(const std::string &path, Device *d, bool)
     xmlDocPtr doc = xmlReadFile(path.c_str(), nullptr, XML_PARSE_NONET);
     xmlNode *root = doc ? xmlDocGetRootElement(doc) : nullptr;
     xmlNode *child = root ? bench::elem(root->children) : nullptr;
-    if (child) {
-        bench::Io io{bench::elem(child->children), true};
+    bench::Io io{child ? bench::elem(child->children) : nullptr, true};
+    if (child)
         floor(io, *d);
-    }
     xmlFreeDoc(doc);
     return child != nullptr;
 }

@@ -21,8 +21,7 @@ long status_kib(const char *field)
     return -1;
 }
 
-// Sets the peak resident size back to the current one; false where the
-// kernel doesn't offer it.
+// Sets the peak resident size back to the current one (false if it can't).
 bool reset_peak()
 {
     std::ofstream f("/proc/self/clear_refs");

@@ -199,11 +199,10 @@ int main(int argc, char **argv)
                                    p.save, p.load, dir / p.file, p.gz, dir / p.written);
     const std::pair<const char *, bool> found[] = {
         {"boost", KAVOR_PEER_BOOST}, {"cereal", KAVOR_PEER_CEREAL}, {"cyaml", KAVOR_PEER_CYAML}};
-    for (const auto &[name, ok] : found) {
-        if (ok)
-            continue;
-        fprintf(stderr, "peer %s: not found at configure time, skipped\n", name);
-        benchmark::AddCustomContext(std::string("peer_missing_") + name, "skipped");
-    }
+    for (const auto &[name, ok] : found)
+        if (!ok) {
+            fprintf(stderr, "peer %s: not found at configure time, skipped\n", name);
+            benchmark::AddCustomContext(std::string("peer_missing_") + name, "skipped");
+        }
     return bench::run(argc, argv);
 }

@@ -6,8 +6,6 @@
 // near the time per value at 10,000.
 // Names: scale/<array|struct|list>_<write|read|write_floor>/<n>; the time is
 // per call (manual timing around the call alone), items are values.
-#include <deque>
-
 #include "fixture.h"
 
 namespace {
@@ -29,36 +27,33 @@ void make_structs(Case &c)
     c.rows[0] = {0, 0, c.items, PT_STRU, 0, 0, 0, sizeof(Elem), "e", rows, 0};
 }
 
-// The case of a kind (0 array, 1 structures, 2 list) and a size.
-Case kind_case(int kind, int n)
+// n structures of three fields.
+Case struct_case(int n)
 {
-    if (kind == 0)
-        return bench::array_case<uint32_t>("array", n);
-    if (kind == 1)
-        return {"struct", n, make_structs, [n](Io &io, char *m) {
-            io.structs("e", reinterpret_cast<Elem *>(m), n, [](Io &f, Elem &e) {
-                f.num("a", &e.a);
-                f.num("b", &e.b);
-                f.str("tag", e.tag);
-            });
-        }};
-    return bench::list_case("list", n, n, false);
+    return {"struct", n, make_structs, [n](Io &io, char *m) {
+        io.structs("e", reinterpret_cast<Elem *>(m), n, [](Io &f, Elem &e) {
+            f.num("a", &e.a);
+            f.num("b", &e.b);
+            f.str("tag", e.tag);
+        });
+    }};
 }
 }  // namespace
 
 int main(int argc, char **argv)
 {
-    static std::deque<Case> cases;
-    const std::vector<int> sizes[] = {{200, 10000, 100000, 500000}, {10, 10000, 100000}, {10, 10000, 100000}};
+    static std::vector<Case> cases;
+    for (int n : {200, 10000, 100000, 500000})
+        cases.push_back(bench::array_case<uint32_t>("array", n));
+    for (int n : {10, 10000, 100000})
+        cases.push_back(struct_case(n));
+    for (int n : {10, 10000, 100000})
+        cases.push_back(bench::list_case("list", n, n, false));
     const char *ops[] = {"_write", "_read", "_write_floor"};
-    for (int kind = 0; kind < 3; kind++) {
-        for (int n : sizes[kind]) {
-            Case *c = &cases.emplace_back(kind_case(kind, n));
-            for (int op = 0; op < 3; op++)  // write, read, write_floor
-                benchmark::RegisterBenchmark(("scale/" + c->name + ops[op] + "/" + std::to_string(n)).c_str(),
-                                             bench::time_case, c, op == 1, op == 2, true)
-                    ->Arg(n)->UseManualTime()->Unit(benchmark::kMicrosecond);
-        }
-    }
+    for (Case &c : cases)
+        for (int op = 0; op < 3; op++)
+            benchmark::RegisterBenchmark(("scale/" + c.name + ops[op] + "/" + std::to_string(c.items)).c_str(),
+                                         bench::time_case, &c, op == 1, op == 2, true)
+                ->Arg(c.items)->UseManualTime()->Unit(benchmark::kMicrosecond);
     return bench::run(argc, argv);
 }

@@ -103,9 +103,8 @@ def main():
 
     scales = sorted({k[1] for k in runs if k[0] == "scale" and not k[1].endswith("_floor")})
     if scales:
-        section("Scaling: time per value, largest size against 10,000",
-                ["figure", "largest (ns/value)", "at 10,000 (ns/value)", "ratio", "target",
-                 "libxml2 alone, same sizes"])
+        section("Scaling: time per value, largest size against 10,000", ["figure", "largest (ns/value)",
+                "at 10,000 (ns/value)", "ratio", "target", "libxml2 alone, same sizes"])
     for fig in scales:
         sizes = sorted(int(k[2]) for k in runs if k[0] == "scale" and k[1] == fig)
         if 10000 not in sizes:
