@@ -81,8 +81,7 @@ struct BigFile {
     }
 };
 
-// road 0: plain file on the plain road; 1: gzip file on the plain road;
-// 2: gzip file on the virtual-file road.
+// road 0: plain file, plain road; 1: gzip file, plain road; 2: gzip file, virtual-file road.
 void BM_Save(benchmark::State &state)
 {
     const int road = (int)state.range(0);
@@ -133,8 +132,7 @@ BENCHMARK(BM_SaveFloor)->Name("road/plain_file/floor")->Arg(0)->UseRealTime()->U
 BENCHMARK(BM_SaveFloor)->Name("road/gzip_file/floor")->Arg(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SaveFloor)->Name("road/gzip_virtual/floor")->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
 
-// kavor_load_one (size test, parse, fill) beside xmlParseFile alone:
-// range(0) 0 plain, 1 gzip; range(1) 0 the library, 1 the floor.
+// kavor_load_one beside xmlParseFile alone; range(0): 1 gzip, range(1): 1 the floor.
 void BM_Load(benchmark::State &state)
 {
     const bool gz = state.range(0) != 0, floor = state.range(1) != 0;
