@@ -25,9 +25,7 @@ struct dev_port {
     uint32_t flags;
 };
 
-struct dev_label {
-    char text[64];
-};
+struct dev_label { char text[64]; };
 
 struct dev_block {
     uint8_t u8[DEV_U8];

@@ -1,27 +1,20 @@
 // file_bench.cpp - whole files of the device block: kavor_param2file and
-// kavor_file2param, plain and gzip, beside the floor that builds, saves,
-// parses and walks the same document with libxml2 and the same per-value
-// formatting and parsing alone.
-//
-// Names: file/<save|load>_<plain|gzip>/<kavor|floor>. Every load is checked
-// against the block it came from, outside the timed part.
+// kavor_file2param, plain and gzip, beside the floor that saves and loads
+// the same document with libxml2 alone. Invariant: every load gives back the
+// block it came from (checked outside the timed part).
+// Names: file/<save|load>_<plain|gzip>/<kavor|floor>.
 #include "fixture.h"
 
 int main(int argc, char **argv)
 {
     static bench::Scratch dir;
-    static const device::Device *block = device::make();
     for (bool gz : {false, true}) {
         std::string form = gz ? "gzip" : "plain", file = dir / "device";
         std::string path = file + (gz ? ".xml.gz" : ".xml"), floor = path + ".floor";
-        device::register_save_load(
-            "file/save_" + form + "/kavor", "file/load_" + form + "/kavor", block,
-            [=](const device::Device *d) { return device::block_to_file(file, d, gz); },
-            [=](device::Device *d) { return device::file_to_block(file, d, gz); }, path);
-        device::register_save_load(
-            "file/save_" + form + "/floor", "file/load_" + form + "/floor", block,
-            [=](const device::Device *d) { return device::floor_save(d, floor.c_str(), gz); },
-            [=](device::Device *d) { return device::floor_load(floor.c_str(), d); }, floor);
+        device::register_save_load("file/save_" + form + "/kavor", "file/load_" + form + "/kavor",
+                                   device::kavor_save, device::kavor_load, file, gz, path);
+        device::register_save_load("file/save_" + form + "/floor", "file/load_" + form + "/floor",
+                                   device::floor_save, device::floor_load, floor, gz, floor);
     }
     return bench::run(argc, argv);
 }

@@ -1,15 +1,12 @@
 // fixture.h - what the benchmarks share: random values, a scratch
-// directory, registration requests, the timing helper and the main
-// function; the floor (kavor's documents made and read by libxml2 alone);
-// and the device block of the file figures, with its table and its floor.
-//
+// directory, registration requests, the main function; the floor (kavor's
+// documents made and read by libxml2 alone); the codec's cases with the one
+// timing helper; the device block of the file figures.
 // Invariant: a figure times only the call it is named for (set-up, checks
-// and releases run outside the timed part), and the floor writes exactly
-// the document kavor writes (integers digit by digit, "0x" before
-// hexadecimal, floats with one "%.*g" per value, "idx" on each element of
-// an array but the first) and reads it with xmlNodeGetContent and strto*
-// alone, in the order it knows, so that a ratio against it measures the
-// table walk alone. Each benchmark file holds only its figures.
+// and releases are not timed), and the floor writes exactly the document
+// kavor writes (integers digit by digit, floats with "%.*g") and reads it
+// with xmlNodeGetContent and strto* alone, in the order it knows, so that a
+// ratio against it measures the table walk alone.
 #ifndef KAVOR_BENCH_FIXTURE_H
 #define KAVOR_BENCH_FIXTURE_H
 
@@ -22,8 +19,11 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <filesystem>
+#include <functional>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include <libxml/parser.h>
 
@@ -31,6 +31,8 @@
 #include "kavor.h"
 
 namespace bench {
+using Clock = std::chrono::steady_clock;
+using Seconds = std::chrono::duration<double>;
 
 inline uint64_t next_random()
 {
@@ -60,9 +62,9 @@ struct Scratch {
     }
     ~Scratch()
     {
-        std::string rm = "rm -rf '" + dir + "'";
-        if (dir != "/tmp" && system(rm.c_str()) != 0)
-            fprintf(stderr, "could not remove %s\n", dir.c_str());
+        std::error_code ec;
+        if (dir != "/tmp")
+            std::filesystem::remove_all(dir, ec);
     }
     std::string operator/(const std::string &name) const { return dir + "/" + name; }
 };
@@ -78,8 +80,7 @@ inline long file_size(const std::string &p)
 inline kavor_file_rgst_t request(const char *filename, const char *node, struct pdesc *table,
                                  void *mem, int32_t ugz, const char *virt = "")
 {
-    kavor_file_rgst_t r;
-    memset(&r, 0, sizeof r);
+    kavor_file_rgst_t r{};
     snprintf(r.filename, sizeof r.filename, "%s", filename);
     snprintf(r.node_name, sizeof r.node_name, "%s", node);
     snprintf(r.virtfile, sizeof r.virtfile, "%s", virt);
@@ -89,46 +90,10 @@ inline kavor_file_rgst_t request(const char *filename, const char *node, struct 
     return r;
 }
 
-// ---- timing ----------------------------------------------------------------------
-
-using Clock = std::chrono::steady_clock;
-
-inline double seconds_since(Clock::time_point t0)
-{
-    return std::chrono::duration<double>(Clock::now() - t0).count();
-}
-
-// Times `call()` once per iteration. `before()` and `after()` (set-up,
-// checks, the release of what the call made) run outside the timed part:
-// with `manual` timing a steady clock measures the call alone, otherwise
-// the benchmark's timer stops around them.
-template <class Before, class Call, class After>
-void time_calls(benchmark::State &st, bool manual, Before before, Call call, After after)
-{
-    for (auto _ : st) {
-        if (!manual)
-            st.PauseTiming();
-        before();
-        if (!manual)
-            st.ResumeTiming();
-        auto t0 = Clock::now();
-        call();
-        if (manual)
-            st.SetIterationTime(seconds_since(t0));
-        else
-            st.PauseTiming();
-        after();
-        if (!manual)
-            st.ResumeTiming();
-    }
-}
-
-// The main function of every benchmark, after its figures are registered.
-// It keeps freed memory in the heap between calls: with glibc's defaults a
-// call that frees a whole document may hand its pages back to the kernel
-// or not, depending on which block happens to lie at the top of the heap,
-// and the next call then faults them in again; on a virtual machine that
-// costs up to 40% of a load and moves with the layout, not with the code.
+// The main function of every benchmark. It keeps freed memory in the heap:
+// with glibc's defaults a call that frees a document may give its pages back
+// to the kernel, and the next call faults them in again (up to 40% of a load
+// on a virtual machine, moving with the heap's layout, not with the code).
 inline int run(int argc, char **argv)
 {
     mallopt(M_TRIM_THRESHOLD, 1 << 30);
@@ -142,6 +107,10 @@ inline int run(int argc, char **argv)
 }
 
 // ---- the floor -------------------------------------------------------------------
+// A block's floor is one function of an Io and the block that names its
+// fields in the document's order (io.num, io.rows, io.str, io.enm,
+// io.structs, io.list): written, their elements are added under `at`; read,
+// they are taken from the element `at` on. No table is walked.
 
 // Digits of v in Base, most significant first; returns the end (not terminated).
 template <typename U, unsigned Base, bool Upper>
@@ -159,34 +128,6 @@ inline char *digits(char *p, U v)
     return p;
 }
 
-// The text of n values as the codec writes it, one blank between two.
-template <typename T, unsigned Base = 10, bool Upper = false>
-inline void put_values(char *p, char *end, const T *v, int n)
-{
-    using U = typename std::make_unsigned<typename std::conditional<
-        std::is_floating_point<T>::value, int, T>::type>::type;
-    for (int k = 0; k < n; k++) {
-        if (k != 0)
-            *p++ = ' ';
-        if (std::is_floating_point<T>::value) {
-            p += snprintf(p, static_cast<size_t>(end - p), "%.*g", sizeof(T) == 4 ? 6 : 15,
-                          static_cast<double>(v[k]));
-            continue;
-        }
-        U m = static_cast<U>(v[k]);
-        if (std::is_signed<T>::value && v[k] < 0) {
-            *p++ = '-';
-            m = static_cast<U>(0u - m);
-        }
-        if (Base == 16) {
-            *p++ = '0';
-            *p++ = 'x';
-        }
-        p = digits<U, Base, Upper>(p, m);
-    }
-    *p = '\0';
-}
-
 inline xmlNode *text_element(xmlNode *parent, const char *name, const char *text)
 {
     xmlNode *e = xmlNewNode(nullptr, BAD_CAST name);
@@ -196,44 +137,7 @@ inline xmlNode *text_element(xmlNode *parent, const char *name, const char *text
     return e;
 }
 
-// One element holding n values.
-template <typename T, unsigned Base = 10, bool Upper = false>
-inline xmlNode *value_element(xmlNode *parent, const char *name, const T *v, int n = 1)
-{
-    char buf[512];
-    put_values<T, Base, Upper>(buf, buf + sizeof buf, v, n);
-    return text_element(parent, name, buf);
-}
-
-// A string field as the codec writes it: cut before its last byte.
-template <size_t N>
-inline void string_element(xmlNode *parent, const char *name, const char (&field)[N])
-{
-    char text[N];
-    memcpy(text, field, N);
-    text[N - 1] = '\0';
-    text_element(parent, name, text);
-}
-
-// The elements of one array row, as many values each as the codec groups.
-template <typename T, unsigned Base = 10, bool Upper = false>
-void floor_write_array(const T *mem, int count, const char *name, xmlNode *parent)
-{
-    const int per = std::is_floating_point<T>::value ? (sizeof(T) == 4 ? 8 : 4)
-                                                     : (sizeof(T) <= 2 ? 16 : sizeof(T) == 4 ? 8 : 4);
-    char idx[12];  // room for any int: the floor makes no checks
-    for (int i = 0; i < count; i += per) {
-        xmlNode *e = value_element<T, Base, Upper>(parent, name, mem + i,
-                                                   count - i > per ? per : count - i);
-        if (i != 0) {
-            snprintf(idx, sizeof idx, "%d", i);
-            xmlNewProp(e, BAD_CAST "idx", BAD_CAST idx);
-        }
-    }
-}
-
-// The first element at or after e (an indented document has blank text
-// between elements).
+// The first element at or after e (an indented document has blanks between).
 inline xmlNode *elem(xmlNode *e)
 {
     while (e && e->type != XML_ELEMENT_NODE)
@@ -241,126 +145,361 @@ inline xmlNode *elem(xmlNode *e)
     return e;
 }
 
-// The values of the element e into mem from *i on, while *i < count;
-// returns the next element.
-template <typename T>
-xmlNode *floor_read_values(xmlNode *e, T *mem, int count, int *i)
-{
-    xmlChar *c = xmlNodeGetContent(e);
-    const char *p = reinterpret_cast<const char *>(c);
-    while (*i < count) {
-        char *endp;
-        T v;
-        if (std::is_floating_point<T>::value)
-            v = static_cast<T>(strtod(p, &endp));
-        else if (std::is_signed<T>::value)
-            v = static_cast<T>(strtoimax(p, &endp, 0));
-        else
-            v = static_cast<T>(strtoumax(p, &endp, 0));
-        if (endp == p)
-            break;
-        mem[(*i)++] = v;
-        p = endp;
+struct Io {
+    xmlNode *at;
+    bool read;
+
+    // n values in base B (16: "0x" and the digits, U: in capitals), `per` to
+    // an element (0: all in one), "idx" on each element but the first.
+    template <unsigned B = 10, bool U = false, typename T>
+    void num(const char *name, T *v, int n = 1, int per = 0)
+    {
+        using Digits = std::make_unsigned_t<std::conditional_t<std::is_floating_point<T>::value, int, T>>;
+        if (read)
+            return read_values(v, n);
+        per = per ? per : n;
+        char text[512], idx[12];  // idx: room for any int, the floor makes no checks
+        for (int i = 0; i < n; i += per) {
+            char *p = text;
+            for (int k = i; k < n && k < i + per; k++) {
+                if (k != i)
+                    *p++ = ' ';
+                if (std::is_floating_point<T>::value) {
+                    p += snprintf(p, static_cast<size_t>(text + sizeof text - p), "%.*g",
+                                  sizeof(T) == 4 ? 6 : 15, static_cast<double>(v[k]));
+                    continue;
+                }
+                Digits m = static_cast<Digits>(v[k]);
+                if (std::is_signed<T>::value && v[k] < 0) {
+                    *p++ = '-';
+                    m = static_cast<Digits>(0u - m);
+                }
+                if (B == 16) {
+                    *p++ = '0';
+                    *p++ = 'x';
+                }
+                p = digits<Digits, B, U>(p, m);
+            }
+            *p = '\0';
+            xmlNode *e = text_element(at, name, text);
+            if (i != 0) {
+                snprintf(idx, sizeof idx, "%d", i);
+                xmlNewProp(e, BAD_CAST "idx", BAD_CAST idx);
+            }
+        }
     }
-    xmlFree(c);
-    return elem(e->next);
+    template <typename T>
+    void read_values(T *v, int n)  // from the elements from `at` on that have its name
+    {
+        int i = 0;
+        at = elem(at);
+        for (const xmlChar *name = at ? at->name : nullptr; at && xmlStrEqual(at->name, name);
+             at = elem(at->next)) {
+            xmlChar *c = xmlNodeGetContent(at);
+            const char *p = reinterpret_cast<const char *>(c);
+            for (char *end; i < n; p = end) {
+                T x;
+                if (std::is_floating_point<T>::value)
+                    x = static_cast<T>(strtod(p, &end));
+                else if (std::is_signed<T>::value)
+                    x = static_cast<T>(strtoimax(p, &end, 0));
+                else
+                    x = static_cast<T>(strtoumax(p, &end, 0));
+                if (end == p)
+                    break;
+                v[i++] = x;
+            }
+            xmlFree(c);
+        }
+    }
+    // An array row, as many values to an element as the codec groups.
+    template <unsigned B = 10, bool U = false, typename T>
+    void rows(const char *name, T *v, int n)
+    {
+        num<B, U>(name, v, n, sizeof(T) <= 2 ? 16 : static_cast<int>(32 / sizeof(T)));
+    }
+    // A string field, written cut before its last byte, read as the reader
+    // stores it (at most the field, with its terminator if it fits).
+    template <size_t N>
+    void str(const char *name, char (&s)[N])
+    {
+        if (!read) {
+            char text[N];
+            memcpy(text, s, N);
+            text[N - 1] = '\0';
+            text_element(at, name, text);
+            return;
+        }
+        xmlChar *c = xmlNodeGetContent(at);
+        size_t len = strlen(reinterpret_cast<char *>(c)) + 1;
+        memcpy(s, c, len < N ? len : N);
+        xmlFree(c);
+        at = elem(at->next);
+    }
+    // An enumeration: written, the key of the value's item (the first item's
+    // when none has it); read, the value of the key's item (the end item's).
+    void enm(const char *name, int &v, const struct enume *items)
+    {
+        const struct enume *it = items;
+        if (!read) {
+            while (it->key && it->value != v)
+                it++;
+            text_element(at, name, it->key ? it->key : items[0].key);
+            return;
+        }
+        xmlChar *c = xmlNodeGetContent(at);
+        while (it->key && !xmlStrEqual(BAD_CAST it->key, c))
+            it++;
+        xmlFree(c);
+        v = it->value;
+        at = elem(at->next);
+    }
+    // n structures, an element each holding what `fields(io, s[i])` names.
+    template <typename S, typename F>
+    void structs(const char *name, S *s, int n, F fields)
+    {
+        for (int i = 0; i < n && at; i++) {
+            Io sub{read ? elem(at->children) : text_element(at, name, nullptr), read};
+            fields(sub, s[i]);
+            if (read)
+                at = elem(at->next);
+        }
+    }
+    // A list: an outer element, an inner element per node (with its "typ"
+    // where the node has a type name) holding what `fields(io, node)` names;
+    // a read pushes each node, made by `make_node(inner element)`, on `head`.
+    template <typename F, typename New>
+    void list(const char *name, zhead_t &head, F fields, New make_node)
+    {
+        if (!read) {
+            xmlNode *outer = text_element(at, name, nullptr);
+            for (struct znode *z = head; z; z = z->next) {
+                Io sub{text_element(outer, name, nullptr), false};
+                if (z->name)
+                    xmlNewProp(sub.at, BAD_CAST "typ", BAD_CAST z->name);
+                fields(sub, z);
+            }
+            return;
+        }
+        for (xmlNode *inner = elem(at->children); inner; inner = elem(inner->next)) {
+            struct znode *z = make_node(inner);
+            Io sub{elem(inner->children), true};
+            fields(sub, z);
+            zlst_push(&head, z);
+        }
+        at = elem(at->next);
+    }
+};
+
+// A zero-filled block from xmlMalloc, as the reader allocates what its
+// release walk (param_xml_free) frees: the floor's reads are freed by it too.
+inline void *zalloc(size_t bytes)
+{
+    return memset(xmlMalloc(bytes), 0, bytes);
 }
 
+// Saves, as kavor saves it, a document with the root element `root` and one
+// child `child` holding what `floor(io)` names; false on failure.
+template <class Floor>
+bool floor_save(const char *root, const char *child, Floor floor, const std::string &path, bool gz)
+{
+    xmlDocPtr doc = xmlNewDoc(BAD_CAST "1.0");
+    xmlNode *r = xmlNewDocNode(doc, nullptr, BAD_CAST root, nullptr);
+    Io io{text_element(r, child, nullptr), false};
+    floor(io);
+    xmlDocSetRootElement(doc, r);
+    if (gz)
+        xmlSetDocCompressMode(doc, 1);
+    int rc = xmlSaveFormatFileEnc(path.c_str(), doc, "utf-8", gz ? 1 : 0);
+    xmlFreeDoc(doc);
+    return rc >= 0;
+}
+
+// ---- the codec's cases -----------------------------------------------------------
+// The children of `root` as text.
+inline std::string dump(const xmlNode *root)
+{
+    xmlBufferPtr buf = xmlBufferCreate();
+    for (xmlNode *c = root->children; c; c = c->next)
+        xmlNodeDump(buf, nullptr, c, 0, 0);
+    std::string text(reinterpret_cast<const char *>(xmlBufferContent(buf)));
+    xmlBufferFree(buf);
+    return text;
+}
+
+// The document kavor writes for the block m, as text.
+inline std::string text_of(char *m, struct pdesc *table)
+{
+    xmlNode *root = xmlNewNode(nullptr, BAD_CAST "root");
+    param2xml(m, root, table);
+    std::string text = dump(root);
+    xmlFreeNode(root);
+    return text;
+}
+
+// One case: its block, its table, and the floor of the same document, made
+// on first use (a filtered run builds only what it measures).
+struct Case {
+    std::string name;
+    int items;              // values per call (0: not counted), the size a make may take
+    std::function<void(Case &c)> make;  // fills mem, and rows or table
+    std::function<void(Io &io, char *mem)> floor;
+    std::vector<char> mem = {};
+    struct pdesc rows[2] = {};      // the table of a one-row case
+    struct pdesc *table = nullptr;  // rows, or a table of its own
+    xmlNode *doc = nullptr;         // written once, for the readers
+    std::string text = {};          // and as text, for the checks
+};
+
+// The case's block: n zeroed T.
 template <typename T>
-xmlNode *floor_read_value(xmlNode *e, T *v, int n = 1)
+T *block(Case &c, size_t n = 1)
 {
-    int i = 0;
-    return floor_read_values(e, v, n, &i);
+    c.mem.assign(sizeof(T) * n, 0);
+    return reinterpret_cast<T *>(c.mem.data());
 }
 
-// The elements of one array row, from e on while they have e's name;
-// returns the first other element.
-template <typename T>
-xmlNode *floor_read_array(xmlNode *e, T *mem, int count)
+// An array case: one row of n values of T in base Base, random over T's
+// range (a float's finite, over a wide range).
+template <typename T, unsigned Base, bool Upper>
+void make_array(Case &c)
 {
-    int i = 0;
-    e = elem(e);
-    const xmlChar *name = e ? e->name : nullptr;
-    while (e && xmlStrEqual(e->name, name))
-        e = floor_read_values(e, mem, count, &i);
-    return e;
+    T *v = block<T>(c, static_cast<size_t>(c.items));
+    fill_random(v, c.mem.size());
+    if constexpr (std::is_floating_point<T>::value)
+        for (int i = 0; i < c.items; i++)
+            v[i] = static_cast<T>((static_cast<double>(next_random() >> 11) / 9007199254740992.0 - 0.5) *
+                                  (sizeof(T) == 4 ? 6.0e37 : 3.0e300));
+    int type = std::is_floating_point<T>::value ? PT_FLOT
+               : std::is_signed<T>::value       ? PT_SINT
+               : Base == 10                     ? PT_UINT
+               : Upper                          ? PT_UINT | PT_FMT_HEXU
+                                                : PT_UINT | PT_FMT_HEXL;
+    c.rows[0] = {0, 0, c.items, type, 0, 0, 0, sizeof(T), "v", nullptr, 0};
 }
 
-// The text of e into a string field as the reader stores it (at most the
-// field, with its terminator if it fits); returns the next element.
-template <size_t N>
-xmlNode *floor_read_string(xmlNode *e, char (&field)[N])
+template <typename T, unsigned Base = 10, bool Upper = false>
+Case array_case(const std::string &name, int n)
 {
-    xmlChar *c = xmlNodeGetContent(e);
-    size_t len = strlen(reinterpret_cast<char *>(c)) + 1;
-    memcpy(field, c, len < N ? len : N);
-    xmlFree(c);
-    return elem(e->next);
+    return {name, n, make_array<T, Base, Upper>,
+            [n](Io &io, char *m) { io.rows<Base, Upper>("v", reinterpret_cast<T *>(m), n); }};
 }
 
-// The value of the enumeration item whose key is the text of e (the end
-// item's when none is); *next is the following element.
-inline int floor_read_enum(xmlNode *e, const struct enume *items, xmlNode **next = nullptr)
+// A list case: n nodes, v random (or counting from 0), w random.
+inline Case list_case(const std::string &name, int items, int n, bool random_v)
 {
-    xmlChar *c = xmlNodeGetContent(e);
-    const struct enume *it = items;
-    while (it->key && !xmlStrEqual(BAD_CAST it->key, c))
-        it++;
-    xmlFree(c);
-    if (next)
-        *next = elem(e->next);
-    return it->value;
+    struct Node { struct znode node; int32_t v; uint32_t w; };
+    static struct pdesc rows[] = {PX_SINT(Node, v, "v"), PX_UINT_HEX(Node, w, "w"), PX_END};
+    auto make = [n, random_v](Case &c) {
+        zhead_t *head = block<zhead_t>(c);
+        for (int i = 0; i < n; i++) {
+            auto *node = static_cast<Node *>(calloc(1, sizeof(Node)));
+            node->v = random_v ? static_cast<int32_t>(next_random()) : i;
+            node->w = static_cast<uint32_t>(next_random());
+            zlst_push(head, node);
+        }
+        c.rows[0] = {0, 0, 1, PT_LIST, 0, 0, 0, sizeof(Node), "l", rows, 0};
+    };
+    auto fields = [](Io &io, struct znode *z) {
+        io.num("v", &reinterpret_cast<Node *>(z)->v);
+        io.num<16>("w", &reinterpret_cast<Node *>(z)->w);
+    };
+    auto new_node = [](xmlNode *) { return static_cast<struct znode *>(zalloc(sizeof(Node))); };
+    return {name, items, make,
+            [=](Io &io, char *m) { io.list("l", *reinterpret_cast<zhead_t *>(m), fields, new_node); }};
 }
 
-// The key of the enumeration item whose value is v (the first when none is).
-inline const char *enum_key(const struct enume *items, int v)
+// Times the case's document written (into a fresh element) or read (into a
+// zeroed block), by kavor or the floor, once per iteration; the timer stops
+// around the rest, and with `manual` timing a steady clock times the call
+// alone. The element and what a read allocated are released outside the
+// timed part; the first call must give the document.
+inline void time_case(benchmark::State &st, Case *c, bool read, bool floor, bool manual)
 {
-    const struct enume *it = items;
-    while (it->key && it->value != v)
-        it++;
-    return it->key ? it->key : items[0].key;
+    if (!c->doc) {
+        c->make(*c);
+        c->table = c->table ? c->table : c->rows;
+        c->doc = xmlNewNode(nullptr, BAD_CAST "root");
+        param2xml(c->mem.data(), c->doc, c->table);
+        // Written once more, as text: the heap grows by a tree that is then
+        // freed, so that no timed call pays the kernel for fresh pages.
+        c->text = text_of(c->mem.data(), c->table);
+    }
+    std::vector<char> out(c->mem.size());
+    char *m = read ? out.data() : c->mem.data();
+    bool ok = true, first = true;
+    for (auto _ : st) {
+        st.PauseTiming();
+        xmlNode *at = read ? c->doc : xmlNewNode(nullptr, BAD_CAST "root");
+        if (read)
+            memset(m, 0, out.size());
+        st.ResumeTiming();
+        auto t0 = Clock::now();
+        Io io{read ? at->children : at, read};
+        if (floor)
+            c->floor(io, m);
+        else if (read)
+            xml2param(m, at, c->table);
+        else
+            param2xml(m, at, c->table);
+        if (manual)
+            st.SetIterationTime(Seconds(Clock::now() - t0).count());
+        st.PauseTiming();
+        ok = ok && (!first || (read ? text_of(m, c->table) : dump(at)) == c->text);
+        first = false;
+        if (read)
+            param_xml_free(m, c->table);
+        else
+            xmlFreeNode(at);
+        st.ResumeTiming();
+    }
+    if (!ok)
+        st.SkipWithError(read ? "read back other values" : "wrote another document");
+    if (c->items)
+        st.SetItemsProcessed(st.iterations() * c->items);
 }
-
 }  // namespace bench
 
 // ---- the device block ------------------------------------------------------------
-// About 46 KiB in memory (device_layout.h, shared with the C peer):
-// thousands of integers of several widths, a thousand doubles, strings that
-// need escaping and 256 structures of mixed fields with an enumeration. The
-// doubles are multiples of 1/8 with at most six significant digits, so that
-// every serialiser's text form (kavor's "%.15g", libcyaml's "%g", the
-// archives' full precision) reads back exact and blocks compare equal byte
-// for byte.
+// About 46 KiB (device_layout.h): integers of several widths, doubles,
+// strings that need escaping, structures with an enumeration. The doubles
+// are multiples of 1/8 with at most six significant digits, so that every
+// serialiser's text form reads back exact and blocks compare byte for byte.
 namespace device {
-
-using Port = dev_port;
-using Label = dev_label;
 using Device = dev_block;
 
-inline struct enume *modes()
-{
-    static struct enume t[] = {PX_ENUME("off", 0), PX_ENUME("auto", 1), PX_ENUME("manual", 2),
+inline struct enume modes[] = {PX_ENUME("off", 0), PX_ENUME("auto", 1), PX_ENUME("manual", 2),
                                PX_ENUME("test", 3), PX_ENUME_END(0)};
-    return t;
-}
+inline struct pdesc port_rows[] = {
+    PX_SINT(dev_port, id, "id"), PX_UINT(dev_port, vlan, "vlan"), PX_UINT_ARR_HEX(dev_port, mac, "mac"),
+    PX_FLOT(dev_port, gain, "gain"), PX_STRI(dev_port, name, "name"), PX_ENUM(dev_port, mode, "mode", modes),
+    PX_UINT_HEXU(dev_port, flags, "flags"), PX_END};
+inline struct pdesc label_rows[] = {PX_STRI(dev_label, text, "line"), PX_END};
+inline struct pdesc table[] = {
+    PX_UINT_ARR(Device, u8, "u8"), PX_UINT_ARR(Device, u16, "u16"), PX_SINT_ARR(Device, s32, "s32"),
+    PX_UINT_ARR_HEX(Device, u32, "u32"), PX_SINT_ARR(Device, s64, "s64"), PX_FLOT_ARR(Device, dbl, "dbl"),
+    PX_STRU_ARR(Device, labels, "label", label_rows), PX_STRU_ARR(Device, ports, "port", port_rows), PX_END};
 
-inline struct pdesc *table()
+// The block's floor, in the order of its table.
+inline void floor(bench::Io &io, Device &d)
 {
-    static struct pdesc port_rows[] = {
-        PX_SINT(Port, id, "id"),        PX_UINT(Port, vlan, "vlan"),
-        PX_UINT_ARR_HEX(Port, mac, "mac"), PX_FLOT(Port, gain, "gain"),
-        PX_STRI(Port, name, "name"),    PX_ENUM(Port, mode, "mode", modes()),
-        PX_UINT_HEXU(Port, flags, "flags"), PX_END,
-    };
-    static struct pdesc label_rows[] = {PX_STRI(Label, text, "line"), PX_END};
-    static struct pdesc rows[] = {
-        PX_UINT_ARR(Device, u8, "u8"),     PX_UINT_ARR(Device, u16, "u16"),
-        PX_SINT_ARR(Device, s32, "s32"),   PX_UINT_ARR_HEX(Device, u32, "u32"),
-        PX_SINT_ARR(Device, s64, "s64"),   PX_FLOT_ARR(Device, dbl, "dbl"),
-        PX_STRU_ARR(Device, labels, "label", label_rows),
-        PX_STRU_ARR(Device, ports, "port", port_rows), PX_END,
-    };
-    return rows;
+    io.rows("u8", d.u8, DEV_U8);
+    io.rows("u16", d.u16, DEV_U16);
+    io.rows("s32", d.s32, DEV_S32);
+    io.rows<16>("u32", d.u32, DEV_U32);
+    io.rows("s64", d.s64, DEV_S64);
+    io.rows("dbl", d.dbl, DEV_DBL);
+    io.structs("label", d.labels, DEV_LABELS,
+               [](bench::Io &f, dev_label &l) { f.str("line", l.text); });
+    io.structs("port", d.ports, DEV_PORTS, [](bench::Io &f, dev_port &p) {
+        f.num("id", &p.id);
+        f.num("vlan", &p.vlan);
+        f.num<16>("mac", p.mac, 6);
+        f.num("gain", &p.gain);
+        f.str("name", p.name);
+        f.enm("mode", p.mode, modes);
+        f.num<16, true>("flags", &p.flags);
+    });
 }
 
 // A zeroed block (free() it), with the benchmark's values unless `blank`.
@@ -381,7 +520,7 @@ inline Device *make(bool blank = false)
         snprintf(d->labels[i].text, sizeof d->labels[i].text, "label %d %s %s", i, parts[i % 6],
                  parts[(i / 6) % 6]);
     for (int i = 0; i < DEV_PORTS; i++) {
-        Port &p = d->ports[i];
+        dev_port &p = d->ports[i];
         p.id = static_cast<int32_t>(bench::next_random()) / 3;
         p.vlan = static_cast<uint16_t>(bench::next_random() % 4095);
         bench::fill_random(p.mac, sizeof p.mac);
@@ -393,129 +532,67 @@ inline Device *make(bool blank = false)
     return d;
 }
 
-inline bool same(const Device *a, const Device *b)
-{
-    return memcmp(a, b, sizeof(Device)) == 0;
-}
+// The block saved to the file at `path` and loaded from it, by kavor (which
+// adds ".xml" or ".xml.gz") or by the floor (root "device", one child "dev");
+// true on success. The peers take the same form.
+using SaveFn = bool (*)(const Device *d, const std::string &path, bool gz);
+using LoadFn = bool (*)(const std::string &path, Device *d, bool gz);
 
-// kavor_param2file and kavor_file2param of the device block and its file
-// "<path>" (kavor adds ".xml" or ".xml.gz"); true on success.
-inline bool block_to_file(const std::string &path, const Device *d, bool gz)
+inline bool kavor_save(const Device *d, const std::string &path, bool gz)
 {
-    kavor_file_rgst_t r = bench::request(path.c_str(), "dev", table(), const_cast<Device *>(d), !gz);
+    kavor_file_rgst_t r = bench::request(path.c_str(), "dev", table, const_cast<Device *>(d), !gz);
     return kavor_param2file(&r) == 0;
 }
-inline bool file_to_block(const std::string &path, Device *d, bool gz)
+
+inline bool kavor_load(const std::string &path, Device *d, bool gz)
 {
-    kavor_file_rgst_t r = bench::request(path.c_str(), "dev", table(), d, !gz);
+    kavor_file_rgst_t r = bench::request(path.c_str(), "dev", table, d, !gz);
     return kavor_file2param(&r) == 0;
 }
 
-// Registers "<save_name>", which saves the block with `save(block)` once per
-// iteration ("file_bytes": the size of the file `written`), and
-// "<load_name>", which saves it once, then loads it with `load(out)` once
-// per iteration; the block must come back.
-template <class Save, class Load>
-void register_save_load(const std::string &save_name, const std::string &load_name,
-                        const Device *block, Save save, Load load, const std::string &written)
+inline bool floor_save(const Device *d, const std::string &path, bool gz)
 {
-    benchmark::RegisterBenchmark(save_name.c_str(), [=](benchmark::State &st) {
-        for (auto _ : st)
-            if (!save(block))
+    auto write = [d](bench::Io &io) { floor(io, *const_cast<Device *>(d)); };  // only written
+    return bench::floor_save("device", "dev", write, path, gz);
+}
+
+// Parses the file as the load does (no network) and reads the root's first
+// child; false when the file has none.
+inline bool floor_load(const std::string &path, Device *d, bool)
+{
+    xmlDocPtr doc = xmlReadFile(path.c_str(), nullptr, XML_PARSE_NONET);
+    xmlNode *root = doc ? xmlDocGetRootElement(doc) : nullptr;
+    xmlNode *child = root ? bench::elem(root->children) : nullptr;
+    bench::Io io{child ? bench::elem(child->children) : nullptr, true};
+    if (child)
+        floor(io, *d);
+    xmlFreeDoc(doc);
+    return child != nullptr;
+}
+
+// Registers "<save_name>", a save of the block per iteration ("file_bytes":
+// the size of `written`), and "<load_name>", a load per iteration of what
+// one save wrote, which must give the block back.
+inline void register_save_load(const std::string &save_name, const std::string &load_name,
+                               SaveFn save, LoadFn load, const std::string &path, bool gz,
+                               const std::string &written)
+{
+    static const Device *block = make();
+    for (bool loading : {false, true})
+        benchmark::RegisterBenchmark((loading ? load_name : save_name).c_str(), [=](benchmark::State &st) {
+            Device *out = make(true);
+            if (loading && !save(block, path, gz))
                 st.SkipWithError("save failed");
-        st.counters["file_bytes"] = static_cast<double>(bench::file_size(written));
-    })->Unit(benchmark::kMicrosecond);
-    benchmark::RegisterBenchmark(load_name.c_str(), [=](benchmark::State &st) {
-        Device *out = make(true);
-        if (!save(block))
-            st.SkipWithError("save failed");
-        for (auto _ : st)
-            if (!load(out))
-                st.SkipWithError("load failed");
-        if (!same(out, block))
-            st.SkipWithError("read back another block");
-        free(out);
-    })->Unit(benchmark::kMicrosecond);
+            for (auto _ : st)
+                if (loading ? !load(path, out, gz) : !save(block, path, gz))
+                    st.SkipWithError(loading ? "load failed" : "save failed");
+            if (loading && memcmp(out, block, sizeof(Device)) != 0)
+                st.SkipWithError("read back another block");
+            if (!loading)
+                st.counters["file_bytes"] = static_cast<double>(bench::file_size(written));
+            free(out);
+        })->Unit(benchmark::kMicrosecond);
 }
-
-// ---- the device block's floor ----------------------------------------------------
-
-inline void floor_write(const Device *d, xmlNode *node)
-{
-    bench::floor_write_array<uint8_t>(d->u8, DEV_U8, "u8", node);
-    bench::floor_write_array<uint16_t>(d->u16, DEV_U16, "u16", node);
-    bench::floor_write_array<int32_t>(d->s32, DEV_S32, "s32", node);
-    bench::floor_write_array<uint32_t, 16, false>(d->u32, DEV_U32, "u32", node);
-    bench::floor_write_array<int64_t>(d->s64, DEV_S64, "s64", node);
-    bench::floor_write_array<double>(d->dbl, DEV_DBL, "dbl", node);
-    for (const Label &l : d->labels)
-        bench::string_element(bench::text_element(node, "label", nullptr), "line", l.text);
-    for (const Port &p : d->ports) {
-        xmlNode *e = bench::text_element(node, "port", nullptr);
-        bench::value_element(e, "id", &p.id);
-        bench::value_element(e, "vlan", &p.vlan);
-        bench::value_element<uint8_t, 16, false>(e, "mac", p.mac, 6);
-        bench::value_element(e, "gain", &p.gain);
-        bench::string_element(e, "name", p.name);
-        bench::text_element(e, "mode", bench::enum_key(modes(), p.mode));
-        bench::value_element<uint32_t, 16, true>(e, "flags", &p.flags);
-    }
-}
-
-// Walks the node's children in their known order.
-inline void floor_read(Device *d, xmlNode *node)
-{
-    xmlNode *e = node->children;
-    e = bench::floor_read_array<uint8_t>(e, d->u8, DEV_U8);
-    e = bench::floor_read_array<uint16_t>(e, d->u16, DEV_U16);
-    e = bench::floor_read_array<int32_t>(e, d->s32, DEV_S32);
-    e = bench::floor_read_array<uint32_t>(e, d->u32, DEV_U32);
-    e = bench::floor_read_array<int64_t>(e, d->s64, DEV_S64);
-    e = bench::floor_read_array<double>(e, d->dbl, DEV_DBL);
-    for (int i = 0; i < DEV_LABELS && e; i++, e = bench::elem(e->next))
-        bench::floor_read_string(bench::elem(e->children), d->labels[i].text);
-    for (int i = 0; i < DEV_PORTS && e; i++, e = bench::elem(e->next)) {
-        Port &p = d->ports[i];
-        xmlNode *f = bench::floor_read_value(bench::elem(e->children), &p.id);
-        f = bench::floor_read_value(f, &p.vlan);
-        f = bench::floor_read_value(f, p.mac, 6);
-        f = bench::floor_read_value(f, &p.gain);
-        f = bench::floor_read_string(f, p.name);
-        p.mode = bench::floor_read_enum(f, modes(), &f);
-        bench::floor_read_value(f, &p.flags);
-    }
-}
-
-// Parses the file as the load does (no network) and walks it; false when
-// the file gives no document of that shape.
-inline bool floor_load(const char *path, Device *d)
-{
-    xmlDocPtr doc = xmlReadFile(path, nullptr, XML_PARSE_NONET);
-    if (!doc)
-        return false;
-    xmlNode *root = xmlDocGetRootElement(doc);
-    bool ok = root && bench::elem(root->children);
-    if (ok)
-        floor_read(d, bench::elem(root->children));
-    xmlFreeDoc(doc);
-    return ok;
-}
-
-// The file's document (root "device", one child "dev" holding the block),
-// saved as kavor saves it.
-inline bool floor_save(const Device *d, const char *path, bool gz)
-{
-    xmlDocPtr doc = xmlNewDoc(BAD_CAST "1.0");
-    xmlNode *root = xmlNewDocNode(doc, nullptr, BAD_CAST "device", nullptr);
-    floor_write(d, bench::text_element(root, "dev", nullptr));
-    xmlDocSetRootElement(doc, root);
-    if (gz)
-        xmlSetDocCompressMode(doc, 1);
-    int rc = xmlSaveFormatFileEnc(path, doc, "utf-8", gz ? 1 : 0);
-    xmlFreeDoc(doc);
-    return rc >= 0;
-}
-
 }  // namespace device
 
 #endif

@@ -1,66 +1,79 @@
 // kavor_bench.cpp - the file manager's speed beside its floor.
-//
 // Save: the time from the start of a sweep to the new file in place, for a
 // document of about 1 MiB, on the plain road (plain and gzip file) and on the
-// virtual-file road (plain virtual file, then the outside gzip); beside it
-// the floor: the same tree built with libxml2 alone, one xmlSaveFormatFileEnc
-// and the renames (wall time on both sides: the virtual road runs gzip in
-// another process). The sync calls come after the file is in place and are
-// left out (made no-ops), and so is the one look at the file name a record
-// makes on its first save.
+// virtual-file road (plain virtual file, then the outside gzip), beside the
+// floor: the same tree built with libxml2 alone, one xmlSaveFormatFileEnc and
+// the renames (wall time on both sides: gzip runs in another process).
 // Load: kavor_load_one of the same file beside xmlParseFile alone.
-// Manager: the share of one core a manager with 1,000 registered files takes
-// while idle for 10 s; the writes a burst of 10,000 save requests causes;
-// the time to register 10,000 files under one manager.
-//
-// Names: road/<figure>/<kavor|floor|xmlparsefile>, manager/<figure>/kavor
-// (the figure in "value").
+// Manager: the share of one core a manager with 1,000 files takes while idle
+// for 10 s; the writes a burst of 10,000 save requests causes; the time to
+// register 10,000 files under one manager.
+// Invariant: only the save itself is timed: the sync calls (after the file
+// is in place) are made no-ops and the first save, which looks at the file
+// name once, runs before the timing. Names: road/<figure>/<kavor|floor|
+// xmlparsefile>, manager/<figure>/kavor (the figure in "value").
 #include <pthread.h>
 
 #include <atomic>
+#include <ctime>
 #include <thread>
 
 #include "fixture.h"
 #include "kavor_private.h"
 
 namespace {
-
 using bench::Clock;
 
 // About 1 MiB of XML: 8 values of up to ten digits per element.
-struct Big {
-    char name[64];
-    uint32_t vals[75000];
-};
-
+struct Big { char name[64]; uint32_t vals[75000]; };
 struct pdesc kBigRows[] = {PX_STRI(Big, name, "name"), PX_UINT_ARR(Big, vals, "vals"), PX_END};
 
-Big *new_big()
+// The one block (its values set again, the same, on each call).
+Big *big()
 {
-    Big *b = static_cast<Big *>(calloc(1, sizeof(Big)));
-    snprintf(b->name, sizeof(b->name), "device");
-    for (size_t i = 0; i < sizeof(b->vals) / sizeof(b->vals[0]); i++)
-        b->vals[i] = 4000000000u - (uint32_t)i * 7919u;
-    return b;
+    static Big b = {"device", {}};
+    for (uint32_t i = 0; i < 75000; i++)
+        b.vals[i] = 4000000000u - i * 7919u;
+    return &b;
 }
 
-// A manager record with its lists, locks and semaphore but no task, so that
-// the benchmark runs each sweep itself.
-struct Taskless {
-    kavor_mobj_t *m;
-    Taskless()
+Clock::time_point g_in_place;                // when the last save put its file in place
+const char *g_in_place_step = "rename_tmp";  // the step that does it
+std::atomic<int> g_writes{0};                // files written (renamed in place)
+
+void on_step(const char *step, const kavor_fcom_t *)
+{
+    if (strcmp(step, g_in_place_step) == 0)
+        g_in_place = Clock::now();
+    if (strcmp(step, "rename_tmp") == 0)
+        g_writes++;
+}
+
+// The big block's file under a manager record with its lists, locks and
+// semaphore but no task (the benchmark runs each sweep), saved once.
+struct BigFile {
+    bench::Scratch dir;
+    kavor_mobj_t *m = static_cast<kavor_mobj_t *>(calloc(1, sizeof(kavor_mobj_t)));
+    xml_file_hdl f;
+    kavor_sys_t saved = kavor_sys;
+    BigFile(int32_t ugz, bool virt)
     {
-        m = static_cast<kavor_mobj_t *>(calloc(1, sizeof(kavor_mobj_t)));
         m->mtx_ld_valid = vn_mutex_init(&m->mtx_ld) == 0;
         m->fcom_rwlock_valid = pthread_rwlock_init(&m->fcom_rwlock, nullptr) == 0;
         m->sem_sav = vn_semb_create("bench", 0);
         m->sem_sav_valid = m->sem_sav != nullptr;
+        std::string v = virt ? dir / "v/net" : "";
+        kavor_file_rgst_t r = bench::request((dir / "net").c_str(), "big", kBigRows, big(), ugz, v.c_str());
+        f = kavor_register(m, &r);
+        kavor_sys.sync = [] {};
+        kavor_sys.step = on_step;
+        saving_set(f->fcom, 1);
+        kavor_save_sweep(m);
     }
-    ~Taskless()
+    ~BigFile()
     {
-        while (m->fcom_lst != nullptr)
-            kavor_unregister(reinterpret_cast<kavor_file_t *>(
-                reinterpret_cast<kavor_fcom_t *>(m->fcom_lst)->file_lst));
+        kavor_sys = saved;
+        kavor_unregister(f);
         vn_sem_delete(m->sem_sav);
         vn_mutex_destroy(&m->mtx_ld);
         pthread_rwlock_destroy(&m->fcom_rwlock);
@@ -68,65 +81,21 @@ struct Taskless {
     }
 };
 
-xml_file_hdl register_big(kavor_hdl h, const std::string &path, Big *b, int32_t ugz,
-                          const std::string &virt)
-{
-    kavor_file_rgst_t r = bench::request(path.c_str(), "big", kBigRows, b, ugz, virt.c_str());
-    return kavor_register(h, &r);
-}
-
-Clock::time_point g_in_place;
-const char *g_in_place_step = "rename_tmp";
-
-void note_step(const char *step, const kavor_fcom_t *)
-{
-    if (strcmp(step, g_in_place_step) == 0)
-        g_in_place = Clock::now();
-}
-
-void no_sync() {}
-
-// One file of the big block, registered with a task-less manager and saved
-// once (the first save looks at the file name once), with the sync calls
-// left out and `step` called after each step of a save.
-struct BigFile {
-    bench::Scratch dir;
-    Big *b = new_big();
-    Taskless mgr;
-    xml_file_hdl f;
-    kavor_sys_t saved = kavor_sys;
-    BigFile(int32_t ugz, bool virt, void (*step)(const char *, const kavor_fcom_t *))
-    {
-        f = register_big(mgr.m, dir / "net", b, ugz, virt ? dir / "v/net" : "");
-        kavor_sys.sync = no_sync;
-        kavor_sys.step = step;
-        saving_set(f->fcom, 1);
-        kavor_save_sweep(mgr.m);
-    }
-    ~BigFile()
-    {
-        kavor_sys = saved;
-        kavor_unregister(f);
-        free(b);
-    }
-};
-
-// road 0: plain file on the plain road; 1: gzip file on the plain road;
-// 2: gzip file on the virtual-file road.
+// road 0: plain file, plain road; 1: gzip file, plain road; 2: gzip file, virtual-file road.
 void BM_Save(benchmark::State &state)
 {
     const int road = (int)state.range(0);
     g_in_place_step = road == 2 ? "gzip" : "rename_tmp";
-    BigFile big(road == 0 ? 1 : 0, road == 2, note_step);
+    BigFile file(road == 0 ? 1 : 0, road == 2);
     for (auto _ : state) {
-        saving_set(big.f->fcom, 1);
+        saving_set(file.f->fcom, 1);
         auto t0 = Clock::now();
-        kavor_save_sweep(big.mgr.m);
-        state.SetIterationTime(std::chrono::duration<double>(g_in_place - t0).count());
-        if (saving_get(big.f->fcom) != 0)
+        kavor_save_sweep(file.m);
+        state.SetIterationTime(bench::Seconds(g_in_place - t0).count());
+        if (saving_get(file.f->fcom) != 0)
             state.SkipWithError("save failed");
     }
-    long bytes = bench::file_size(big.f->fcom->filename);
+    long bytes = bench::file_size(file.f->fcom->filename);
     state.counters["file_bytes"] = (double)bytes;
     state.SetBytesProcessed((int64_t)state.iterations() * bytes);
 }
@@ -134,63 +103,46 @@ BENCHMARK(BM_Save)->Name("road/plain_file/kavor")->Arg(0)->UseManualTime()->Unit
 BENCHMARK(BM_Save)->Name("road/gzip_file/kavor")->Arg(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Save)->Name("road/gzip_virtual/kavor")->Arg(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 
-// The floor of each road: the same document built with libxml2 alone (the
-// same digits), one xmlSaveFormatFileEnc to a temporary name and the two
-// renames that put it in place; on the virtual road the plain file and the
-// outside gzip instead. road as in BM_Save.
+// The floor of each road (as in BM_Save): the same document saved by libxml2
+// alone to a temporary name (on the virtual road, plain, then through the
+// outside gzip), and the two renames that put it in place.
 void BM_SaveFloor(benchmark::State &state)
 {
     const int road = (int)state.range(0);
     const bool gz = road != 0;
     bench::Scratch dir;
-    Big *b = new_big();
-    std::string path = dir / (gz ? "net.xml.gz" : "net.xml");
-    std::string tmp = path + ".tmp", bak = dir / (gz ? "net.xml.bak.gz" : "net.xml.bak");
-    std::string virt = dir / "net_v.xml";
+    std::string path = dir / (gz ? "net.xml.gz" : "net.xml"), tmp = path + ".tmp";
+    std::string bak = dir / (gz ? "net.xml.bak.gz" : "net.xml.bak"), virt = dir / "net_v.xml";
     std::string gzip = "gzip -c " + virt + " > " + tmp;
+    auto floor = [b = big()](bench::Io &io) {
+        io.str("name", b->name);
+        io.rows("vals", b->vals, 75000);
+    };
     for (auto _ : state) {
-        xmlDocPtr doc = xmlNewDoc(BAD_CAST "1.0");
-        xmlNodePtr root = xmlNewDocNode(doc, nullptr, BAD_CAST "net", nullptr);
-        xmlNodePtr child = bench::text_element(root, "big", nullptr);
-        bench::text_element(child, "name", b->name);
-        bench::floor_write_array<uint32_t>(b->vals, 75000, "vals", child);
-        xmlDocSetRootElement(doc, root);
-        if (road == 1)
-            xmlSetDocCompressMode(doc, 1);
-        bool ok;
-        if (road == 2)
-            ok = xmlSaveFormatFileEnc(virt.c_str(), doc, "utf-8", 0) >= 0 && system(gzip.c_str()) == 0;
-        else
-            ok = xmlSaveFormatFileEnc(tmp.c_str(), doc, "utf-8", gz ? 1 : 0) >= 0;
+        bool ok = road == 2 ? bench::floor_save("net", "big", floor, virt, false) &&
+                                  system(gzip.c_str()) == 0
+                            : bench::floor_save("net", "big", floor, tmp, gz);
         rename(path.c_str(), bak.c_str());
-        ok = ok && rename(tmp.c_str(), path.c_str()) == 0;
-        if (!ok)
+        if (!ok || rename(tmp.c_str(), path.c_str()) != 0)
             state.SkipWithError("write failed");
-        xmlFreeDoc(doc);
     }
     state.counters["file_bytes"] = (double)bench::file_size(path);
-    free(b);
 }
 BENCHMARK(BM_SaveFloor)->Name("road/plain_file/floor")->Arg(0)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SaveFloor)->Name("road/gzip_file/floor")->Arg(1)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SaveFloor)->Name("road/gzip_virtual/floor")->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
 
-// kavor_load_one (size test, parse, fill) beside xmlParseFile alone:
-// range(0) 0 plain, 1 gzip; range(1) 0 the library, 1 the floor.
+// kavor_load_one beside xmlParseFile alone; range(0): 1 gzip, range(1): 1 the floor.
 void BM_Load(benchmark::State &state)
 {
     const bool gz = state.range(0) != 0, floor = state.range(1) != 0;
-    BigFile big(gz ? 0 : 1, false, nullptr);
-    std::string path = big.f->fcom->filename;
+    BigFile file(gz ? 0 : 1, false);
+    std::string path = file.f->fcom->filename;
     for (auto _ : state) {
-        if (floor) {
-            xmlDocPtr doc = xmlParseFile(path.c_str());
-            if (doc == nullptr)
-                state.SkipWithError("parse failed");
-            xmlFreeDoc(doc);
-        } else if (kavor_load_one(big.f) != 0) {
-            state.SkipWithError("load failed");
-        }
+        xmlDocPtr doc = floor ? xmlParseFile(path.c_str()) : nullptr;
+        if (floor ? doc == nullptr : kavor_load_one(file.f) != 0)
+            state.SkipWithError(floor ? "parse failed" : "load failed");
+        xmlFreeDoc(doc);
     }
     state.counters["file_bytes"] = (double)bench::file_size(path);
 }
@@ -199,91 +151,80 @@ BENCHMARK(BM_Load)->Name("road/load_one_plain/xmlparsefile")->Args({0, 1})->Unit
 BENCHMARK(BM_Load)->Name("road/load_one_gzip/kavor")->Args({1, 0})->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Load)->Name("road/load_one_gzip/xmlparsefile")->Args({1, 1})->Unit(benchmark::kMillisecond);
 
-struct Tiny {
-    char s[16];
-};
-
-double cpu_seconds()
-{
-    struct timespec ts;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-    return (double)ts.tv_sec + (double)ts.tv_nsec / 1e9;
-}
-
-// `files` tiny files "f<i>" in dir registered with h; their handles in f.
-void register_tiny(kavor_hdl h, const bench::Scratch &dir, int files, Tiny *blocks,
-                   xml_file_hdl *f = nullptr, benchmark::State *state = nullptr)
-{
-    static struct pdesc table[] = {PX_STRI(Tiny, s, "s"), PX_END};
-    char name[sizeof(kavor_file_rgst_t::filename)];
-    for (int i = 0; i < files; i++) {
-        snprintf(name, sizeof name, "%s/f%d", dir.dir.c_str(), i);
-        kavor_file_rgst_t r = bench::request(name, "n", table, &blocks[i], 1);
-        xml_file_hdl one = kavor_register(h, &r);
-        if (f)
-            f[i] = one;
-        if (state && one == nullptr)
-            state->SkipWithError("register failed");
+// A running manager (with the sync calls left out and on_step after each
+// step of a save, if `hooked`) and `files` tiny files "f<i>" registered with
+// it, the registration alone timed (`ms`); the figure fails if one isn't.
+struct Manager {
+    kavor_sys_t saved = kavor_sys;
+    bench::Scratch dir;
+    kavor_hdl h;
+    xml_file_hdl f[10000];
+    double ms;
+    Manager(benchmark::State &st, const char *name, int files, bool hooked = false)
+    {
+        struct Tiny { char s[16]; };
+        static struct pdesc table[] = {PX_STRI(Tiny, s, "s"), PX_END};
+        static Tiny blocks[10000];
+        char path[sizeof(kavor_file_rgst_t::filename)];
+        if (hooked) {
+            kavor_sys.sync = [] {};
+            kavor_sys.step = on_step;
+        }
+        h = kavor_create_v2(name, 1000);
+        bool ok = true;
+        auto t0 = Clock::now();
+        for (int i = 0; i < files; i++) {
+            snprintf(path, sizeof path, "%s/f%d", dir.dir.c_str(), i);
+            kavor_file_rgst_t r = bench::request(path, "n", table, &blocks[i], 1);
+            f[i] = kavor_register(h, &r);
+            ok = ok && f[i] != nullptr;
+        }
+        ms = bench::Seconds(Clock::now() - t0).count() * 1000.0;
+        if (!ok)
+            st.SkipWithError("register failed");
     }
-}
+    ~Manager()
+    {
+        kavor_destroy(h);
+        kavor_sys = saved;
+    }
+};
 
 // A running manager with 1,000 registered files and nothing to save: the
 // share of one core its task takes over 10 s ("value", in percent).
 void BM_Idle(benchmark::State &state)
 {
-    const int files = 1000;
-    bench::Scratch dir;
-    kavor_hdl h = kavor_create_v2("idle", 1000);
-    static Tiny blocks[files];
-    register_tiny(h, dir, files, blocks);
-    std::this_thread::sleep_for(std::chrono::seconds(2));   // the first, empty sweep
+    Manager mgr(state, "idle", 1000);
+    std::this_thread::sleep_for(std::chrono::seconds(2));  // the first, empty sweep
     double cpu = 0;
     for (auto _ : state) {
-        double c0 = cpu_seconds();
+        std::clock_t c0 = std::clock();  // the process's CPU time
         std::this_thread::sleep_for(std::chrono::seconds(10));
-        cpu += cpu_seconds() - c0;
+        cpu += (double)(std::clock() - c0) / CLOCKS_PER_SEC;
     }
     state.counters["value"] = cpu * 100.0 / (10.0 * (double)state.iterations());
-    state.counters["files"] = (double)kavor_count_all_filename(h);
-    kavor_destroy(h);
+    state.counters["files"] = (double)kavor_count_all_filename(mgr.h);
 }
 BENCHMARK(BM_Idle)->Name("manager/idle_1000_files_cpu_pct/kavor")->Iterations(1)
     ->Repetitions(1)->Unit(benchmark::kSecond);
 
-std::atomic<int> g_writes{0};
-void count_write(const char *step, const kavor_fcom_t *)
-{
-    if (strcmp(step, "rename_tmp") == 0)
-        g_writes++;
-}
-
-// 10,000 save requests spread over 100 files of a running manager, all
-// within the quiet time; then the writes they caused ("value"; one per file
-// is right), waited for with a generous time-out.
+// 10,000 save requests spread over 100 files of a running manager within the
+// quiet time; the writes they cause ("value"; one per file is right).
 void BM_Burst(benchmark::State &state)
 {
     const int files = 100, requests = 10000;
-    bench::Scratch dir;
-    kavor_sys_t saved = kavor_sys;
-    kavor_sys.sync = no_sync;
-    kavor_sys.step = count_write;
-    kavor_hdl h = kavor_create_v2("burst", 1000);
-    static Tiny blocks[files];
-    xml_file_hdl f[files];
-    register_tiny(h, dir, files, blocks, f);
+    Manager mgr(state, "burst", files, true);
     int writes = 0;
     for (auto _ : state) {
         g_writes = 0;
         for (int i = 0; i < requests; i++)
-            kavor_save_one(f[i % files]);
+            kavor_save_one(mgr.f[i % files]);
         auto limit = Clock::now() + std::chrono::seconds(30);
-        while ((kavor_any_on_saving(h) != nullptr || g_writes < files) && Clock::now() < limit)
+        while ((kavor_any_on_saving(mgr.h) != nullptr || g_writes < files) && Clock::now() < limit)
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         std::this_thread::sleep_for(std::chrono::milliseconds(1500));  // room for a stray write
         writes = g_writes;
     }
-    kavor_destroy(h);
-    kavor_sys = saved;
     state.counters["value"] = (double)writes;
     state.counters["files"] = files;
 }
@@ -293,22 +234,13 @@ BENCHMARK(BM_Burst)->Name("manager/burst_10000_requests_100_files_writes/kavor")
 // Registering 10,000 files under one manager ("value": milliseconds).
 void BM_Register(benchmark::State &state)
 {
-    const int files = 10000;
-    bench::Scratch dir;
-    static Tiny blocks[files];
     double ms = 0;
-    for (auto _ : state) {
-        kavor_hdl h = kavor_create_v2("reg", 1000);
-        auto t0 = Clock::now();
-        register_tiny(h, dir, files, blocks, nullptr, &state);
-        ms = bench::seconds_since(t0) * 1000.0;
-        kavor_destroy(h);
-    }
+    for (auto _ : state)
+        ms = Manager(state, "reg", 10000).ms;
     state.counters["value"] = ms;
 }
 BENCHMARK(BM_Register)->Name("manager/register_10000_files_ms/kavor")->Iterations(1)
     ->Repetitions(3)->Unit(benchmark::kMillisecond);
-
 }  // namespace
 
 int main(int argc, char **argv)

@@ -1,85 +1,62 @@
 // memory_bench.cpp - peak resident memory of a load and of a save of the
 // device block, kavor beside the floor (libxml2 alone, same document).
-//
-// Invariant: each figure starts cold, in a fresh child process (this
-// program again, with --measure=<what>), so that no heap left by another
-// figure hides growth: the child makes the block (and the file, for a
-// load), gives freed memory back to the system, resets the kernel's peak
-// mark, takes the resident size, runs the operation once and reports the
-// growth of the peak in KiB.
-// Names: memory/<save|load>_<plain|gzip>/<kavor|floor> with the growth in
-// "value".
-#include <fcntl.h>
-#include <unistd.h>
+// Invariant: each figure starts cold, in a fresh child process (this program
+// again, with --measure=<what>), so that no heap left by another figure
+// hides growth: the child makes the block (and the file, for a load), gives
+// freed memory back, resets the kernel's peak mark, takes the resident size,
+// runs the operation once and reports the growth of the peak in KiB.
+// Names: memory/<save|load>_<plain|gzip>/<kavor|floor>, the growth in "value".
+#include <fstream>
 
 #include "fixture.h"
 
 namespace {
-
-std::string g_self;
-
 // A field of /proc/self/status in KiB ("VmHWM:", "VmRSS:"); -1 if missing.
 long status_kib(const char *field)
 {
-    FILE *f = fopen("/proc/self/status", "r");
-    if (!f)
-        return -1;
-    char line[256];
-    long v = -1;
-    size_t n = strlen(field);
-    while (v < 0 && fgets(line, sizeof line, f))
-        if (strncmp(line, field, n) == 0)
-            v = strtol(line + n, nullptr, 10);
-    fclose(f);
-    return v;
+    std::ifstream f("/proc/self/status");
+    for (std::string line; std::getline(f, line);)
+        if (line.compare(0, strlen(field), field) == 0)
+            return strtol(line.c_str() + strlen(field), nullptr, 10);
+    return -1;
 }
 
-// Sets the peak resident size back to the current one; false where the
-// kernel doesn't offer it.
+// Sets the peak resident size back to the current one (false if it can't).
 bool reset_peak()
 {
-    int fd = open("/proc/self/clear_refs", O_WRONLY);
-    bool ok = fd >= 0 && write(fd, "5", 1) == 1;
-    if (fd >= 0)
-        close(fd);
-    return ok;
+    std::ofstream f("/proc/self/clear_refs");
+    return static_cast<bool>(f << "5" << std::flush);
 }
 
 // The child's side: prints the peak growth in KiB, or -1.
 int measure(const std::string &what)
 {
-    const bool save = what.find("save") != std::string::npos;
-    const bool gz = what.find("gzip") != std::string::npos;
+    const bool save = what.find("save") == 0, gz = what.find("gzip") != std::string::npos;
     const bool floor = what.find("floor") != std::string::npos;
     bench::Scratch dir;
-    std::string path = dir / (gz ? "device.xml.gz" : "device.xml");
-    device::Device *d = device::make();
-    device::Device *out = device::make(true);
-    std::string file = dir / "device";
+    std::string file = dir / "device";  // kavor adds ".xml" or ".xml.gz", the floor doesn't
+    std::string path = floor ? file + (gz ? ".xml.gz" : ".xml") : file;
+    device::Device *d = device::make(), *out = device::make(true);
     xmlInitParser();
-    bool ok = save || device::block_to_file(file, d, gz);  // the file a load reads
+    bool ok = save || device::kavor_save(d, file, gz);  // the file a load reads
     malloc_trim(0);  // give back what that write freed, so the figure starts cold
-    if (!reset_peak())
-        ok = false;
+    ok = reset_peak() && ok;
     long base = status_kib("VmRSS:");
     if (save)
-        ok = ok && (floor ? device::floor_save(d, path.c_str(), gz)
-                          : device::block_to_file(file, d, gz));
+        ok = ok && (floor ? device::floor_save : device::kavor_save)(d, path, gz);
     else
-        ok = ok && (floor ? device::floor_load(path.c_str(), out)
-                          : device::file_to_block(file, out, gz));
+        ok = ok && (floor ? device::floor_load : device::kavor_load)(path, out, gz) &&
+             memcmp(out, d, sizeof *d) == 0;
     long peak = status_kib("VmHWM:");
-    if (!save && !device::same(out, d))
-        ok = false;
     printf("%ld\n", ok ? peak - base : -1L);
     return ok ? 0 : 1;
 }
 
-void run_child(benchmark::State &st, std::string what)
+// The parent's side: runs the child `cmd` once and takes its figure.
+void run_child(benchmark::State &st, std::string cmd)
 {
     long kib = -1;
     for (auto _ : st) {
-        std::string cmd = "'" + g_self + "' --measure=" + what;
         FILE *p = popen(cmd.c_str(), "r");
         if (!p || fscanf(p, "%ld", &kib) != 1)
             kib = -1;
@@ -90,20 +67,18 @@ void run_child(benchmark::State &st, std::string what)
         st.SkipWithError("measurement failed");
     st.counters["value"] = static_cast<double>(kib);
 }
-
 }  // namespace
 
 int main(int argc, char **argv)
 {
-    g_self = argv[0];
     if (argc > 1 && strncmp(argv[1], "--measure=", 10) == 0)
         return measure(argv[1] + 10);
     for (const char *op : {"save", "load"})
         for (const char *form : {"plain", "gzip"})
             for (const char *who : {"kavor", "floor"}) {
                 std::string what = std::string(op) + "_" + form + "/" + who;
-                benchmark::RegisterBenchmark(("memory/" + what).c_str(), run_child, what)
-                    ->Iterations(1)->Repetitions(1);
+                std::string cmd = "'" + std::string(argv[0]) + "' --measure=" + what;
+                benchmark::RegisterBenchmark(("memory/" + what).c_str(), run_child, cmd)->Iterations(1)->Repetitions(1);
             }
     return bench::run(argc, argv);
 }

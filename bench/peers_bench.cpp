@@ -1,12 +1,10 @@
 // peers_bench.cpp - the device block saved to a file and loaded back by
-// kavor (kavor_param2file / kavor_file2param, plain and gzip, no sync) and,
-// side by side in the same run, by the serialisers an application would
-// otherwise pick: Boost.Serialization's XML archives, cereal's XML archives
-// and libcyaml. Each peer writes its own format with the same values and
-// reads them back; every load is compared byte for byte with the block.
-// A peer whose package was not found at configure time is reported as
-// skipped.
-//
+// kavor (kavor_param2file / kavor_file2param, plain and gzip) and, side by
+// side in the same run, by the serialisers an application would otherwise
+// pick: Boost.Serialization's and cereal's XML archives, and libcyaml. Each
+// peer writes its own format with the same values and reads them back.
+// Invariant: every load is compared byte for byte with the block; a peer
+// not found at configure time is reported as skipped.
 // Names: peer/<save|load>/<kavor_plain|kavor_gzip|boost|cereal|cyaml>.
 #include <fstream>
 #include <string>
@@ -30,25 +28,18 @@ extern "C" int peer_cyaml_save(const struct dev_block *d, const char *path);
 extern "C" int peer_cyaml_load(const char *path, struct dev_block *out);
 #endif
 
-#if KAVOR_PEER_BOOST || KAVOR_PEER_CEREAL
-namespace {
-
 // Copies text into a string field, cut to fit, the rest left as it was.
-void copy_into(char *dst, size_t cap, const std::string &s)
+inline void copy_into(char *dst, size_t cap, const std::string &s)
 {
     size_t n = s.size() < cap ? s.size() : cap - 1;
     memcpy(dst, s.data(), n);
     dst[n] = '\0';
 }
 
-}  // namespace
-#endif
-
 // ---- Boost.Serialization: strings as text, everything else as it stands ----
 
 #if KAVOR_PEER_BOOST
-namespace boost {
-namespace serialization {
+namespace boost::serialization {
 
 template <class A>
 void save(A &ar, const dev_label &l, unsigned)
@@ -87,9 +78,7 @@ void serialize(A &ar, dev_block &d, unsigned)
         make_nvp("u32", d.u32) & make_nvp("s64", d.s64) & make_nvp("dbl", d.dbl) &
         make_nvp("label", d.labels) & make_nvp("port", d.ports);
 }
-
-}  // namespace serialization
-}  // namespace boost
+}  // namespace boost::serialization
 BOOST_SERIALIZATION_SPLIT_FREE(dev_label)
 BOOST_SERIALIZATION_SPLIT_FREE(dev_port)
 #endif
@@ -138,28 +127,17 @@ void serialize(A &ar, dev_block &d)
 #endif
 
 namespace {
-
+// A peer: the path its save and load take, in the scratch directory, and the
+// file they write (kavor adds its suffix).
 struct Peer {
-    const char *name;
-    const char *file;     // the path given to save and load, in the scratch directory
-    const char *written;  // the file written, where it differs: kavor adds its suffix
-    bool (*save)(const device::Device *d, const std::string &path);
-    bool (*load)(const std::string &path, device::Device *d);
+    const char *name, *file, *written;
+    bool gz;
+    device::SaveFn save;
+    device::LoadFn load;
 };
 
-template <bool Gz>
-bool kavor_save(const device::Device *d, const std::string &path)
-{
-    return device::block_to_file(path, d, Gz);
-}
-template <bool Gz>
-bool kavor_load(const std::string &path, device::Device *d)
-{
-    return device::file_to_block(path, d, Gz);
-}
-
 #if KAVOR_PEER_BOOST
-bool boost_save(const device::Device *d, const std::string &path)
+bool boost_save(const device::Device *d, const std::string &path, bool)
 {
     std::ofstream os(path);
     {
@@ -168,7 +146,7 @@ bool boost_save(const device::Device *d, const std::string &path)
     }
     return static_cast<bool>(os);
 }
-bool boost_load(const std::string &path, device::Device *d)
+bool boost_load(const std::string &path, device::Device *d, bool)
 {
     std::ifstream is(path);
     boost::archive::xml_iarchive ia(is);
@@ -178,7 +156,7 @@ bool boost_load(const std::string &path, device::Device *d)
 #endif
 
 #if KAVOR_PEER_CEREAL
-bool cereal_save(const device::Device *d, const std::string &path)
+bool cereal_save(const device::Device *d, const std::string &path, bool)
 {
     std::ofstream os(path);
     {
@@ -187,7 +165,7 @@ bool cereal_save(const device::Device *d, const std::string &path)
     }
     return static_cast<bool>(os);
 }
-bool cereal_load(const std::string &path, device::Device *d)
+bool cereal_load(const std::string &path, device::Device *d, bool)
 {
     std::ifstream is(path);
     cereal::XMLInputArchive ia(is);
@@ -196,58 +174,35 @@ bool cereal_load(const std::string &path, device::Device *d)
 }
 #endif
 
-#if KAVOR_PEER_CYAML
-bool cyaml_save(const device::Device *d, const std::string &path)
-{
-    return peer_cyaml_save(d, path.c_str()) == 0;
-}
-bool cyaml_load(const std::string &path, device::Device *d)
-{
-    return peer_cyaml_load(path.c_str(), d) == 0;
-}
-#endif
-
 const Peer kPeers[] = {
-    {"kavor_plain", "kv_plain", "kv_plain.xml", kavor_save<false>, kavor_load<false>},
-    {"kavor_gzip", "kv_gzip", "kv_gzip.xml.gz", kavor_save<true>, kavor_load<true>},
+    {"kavor_plain", "kv_plain", "kv_plain.xml", false, device::kavor_save, device::kavor_load},
+    {"kavor_gzip", "kv_gzip", "kv_gzip.xml.gz", true, device::kavor_save, device::kavor_load},
 #if KAVOR_PEER_BOOST
-    {"boost", "boost.xml", "boost.xml", boost_save, boost_load},
+    {"boost", "boost.xml", "boost.xml", false, boost_save, boost_load},
 #endif
 #if KAVOR_PEER_CEREAL
-    {"cereal", "cereal.xml", "cereal.xml", cereal_save, cereal_load},
+    {"cereal", "cereal.xml", "cereal.xml", false, cereal_save, cereal_load},
 #endif
 #if KAVOR_PEER_CYAML
-    {"cyaml", "cyaml.yaml", "cyaml.yaml", cyaml_save, cyaml_load},
+    {"cyaml", "cyaml.yaml", "cyaml.yaml", false,
+     [](const device::Device *d, const std::string &p, bool) { return peer_cyaml_save(d, p.c_str()) == 0; },
+     [](const std::string &p, device::Device *d, bool) { return peer_cyaml_load(p.c_str(), d) == 0; }},
 #endif
 };
-
 }  // namespace
 
 int main(int argc, char **argv)
 {
     static bench::Scratch dir;
-    static const device::Device *block = device::make();
-    for (const Peer &p : kPeers) {
-        std::string path = dir / p.file;
-        device::register_save_load(
-            std::string("peer/save/") + p.name, std::string("peer/load/") + p.name, block,
-            [&p, path](const device::Device *d) { return p.save(d, path); },
-            [&p, path](device::Device *d) { return p.load(path, d); }, dir / p.written);
-    }
-    const char *missing[] = {
-#if !KAVOR_PEER_BOOST
-        "boost",
-#endif
-#if !KAVOR_PEER_CEREAL
-        "cereal",
-#endif
-#if !KAVOR_PEER_CYAML
-        "cyaml",
-#endif
-        nullptr};
-    for (const char **m = missing; *m; m++) {
-        fprintf(stderr, "peer %s: not found at configure time, skipped\n", *m);
-        benchmark::AddCustomContext(std::string("peer_missing_") + *m, "skipped");
-    }
+    for (const Peer &p : kPeers)
+        device::register_save_load(std::string("peer/save/") + p.name, std::string("peer/load/") + p.name,
+                                   p.save, p.load, dir / p.file, p.gz, dir / p.written);
+    const std::pair<const char *, bool> found[] = {
+        {"boost", KAVOR_PEER_BOOST}, {"cereal", KAVOR_PEER_CEREAL}, {"cyaml", KAVOR_PEER_CYAML}};
+    for (const auto &[name, ok] : found)
+        if (!ok) {
+            fprintf(stderr, "peer %s: not found at configure time, skipped\n", name);
+            benchmark::AddCustomContext(std::string("peer_missing_") + name, "skipped");
+        }
     return bench::run(argc, argv);
 }
