@@ -15,14 +15,15 @@ namespace fuzz {
 
 struct RichBlock {
     struct fx_all all;
-    struct fx_item pitems[4];
+    struct fx_item pitems[4], pitemc[4];
 };
 
-/// Empties `b` and points its pointer row at its own array.
+/// Empties `b` and points its pointer rows at its own arrays.
 inline void reset(RichBlock *b)
 {
     memset(b, 0, sizeof *b);
     b->all.pitems = b->pitems;
+    b->all.pitemc = b->pitemc;
 }
 
 }  // namespace fuzz

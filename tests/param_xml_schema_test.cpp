@@ -74,8 +74,8 @@ void fill_rich(fuzz::RichBlock &b)
     static int32_t sb[3] = {1, -2, 3};
     static uint16_t ub[2] = {65535, 0};
     static float fb[1] = {2.5f};
-    static fx_item ib[2] = {{1, "a"}, {2, "b"}};
-    static fx_node n1 = {{}, 5}, n2 = {{}, -6}, n3 = {{}, 9};
+    static fx_item ib[2] = {{1, "a", {nullptr}, {0}}, {2, "b", {nullptr}, {0}}};
+    static fx_node n1 = {{}, 5, {}}, n2 = {{}, -6, {}}, n3 = {{}, 9, {}};
     static fx_other o1 = {{}, UINT64_MAX};
     fuzz::reset(&b);
     fx_all &a = b.all;

@@ -2,7 +2,9 @@
  * macro, the table the macros make of it, and the same table written out
  * by hand with offsetof and sizeof. The C and the C++ test compare the two
  * row by row, so that a macro that mixes up a field, a flag or a size is
- * caught in both languages. */
+ * caught in both languages. Its items and list nodes reach a third level
+ * (a buffer in an item, an item in a node), so the same block serves the
+ * codec's round trips, the resource sweeps and the fuzz targets. */
 #ifndef PARAM_XML_TABLE_FIXTURE_H
 #define PARAM_XML_TABLE_FIXTURE_H
 
@@ -13,11 +15,14 @@ enum fx_mode { FX_OFF = 0, FX_ON = 1, FX_AUTO = 2 };
 struct fx_item {
     int32_t id;
     char tag[6];
+    int32_t *buf[1];
+    int buf_n[1];
 };
 
 struct fx_node {
     struct znode z;
     int16_t weight;
+    struct fx_item item;
 };
 
 struct fx_other {
@@ -25,21 +30,21 @@ struct fx_other {
     uint64_t stamp;
 };
 
-struct fx_all {
+struct fx_all { /* no two rows share a field */
     int8_t s8;
-    int64_t s64a[5];
+    int64_t s64a[5], s64b[5];
     int16_t s16c[4];
     int s16c_n;
-    int32_t *sbuf[3];
-    int sbuf_n[3];
+    int32_t *sbuf[3], *sbufc[3];
+    int sbuf_n[3], sbufc_n[3];
     int sbuf_cia;
-    uint32_t u32;
-    uint8_t hex_bytes[20];
+    uint32_t u32, u32x;
+    uint8_t hex_bytes[20], hexu_bytes[20];
     uint16_t hexu;
     uint64_t u64c[2];
     int u64c_n;
-    uint16_t *ubuf[2];
-    int ubuf_n[2];
+    uint16_t *ubuf[2], *ubufx[2];
+    int ubuf_n[2], ubufx_n[2];
     float f;
     double da[9];
     float *fbuf[2];
@@ -49,17 +54,18 @@ struct fx_all {
     int mode;
     enum fx_mode modes[3];
     struct fx_item one;
-    struct fx_item items[4];
+    struct fx_item items[4], itemc[4];
     int items_n;
-    struct fx_item *pitems;
+    struct fx_item *pitems, *pitemc;
     int pitems_n;
-    struct fx_item *ibuf[2];
-    int ibuf_n[2];
+    struct fx_item *ibuf[2], *ibufm[2];
+    int ibuf_n[2], ibufm_n[2];
     zhead_t chain;
-    zhead_t chains[3];
+    zhead_t chains[3], chainc[3];
     int chains_n;
     zhead_t mixed;
-    zhead_t mixeds[2];
+    zhead_t mixeds[2], mixedc[2];
+    int mixed_n;
 };
 
 #define FX_ROWS 34
@@ -77,8 +83,10 @@ extern struct pdesc fx_expected[];
     struct enume fx_modes[] = { PX_ENUME("off", FX_OFF), PX_ENUME("on", FX_ON),          \
                                 PX_ENUME("auto", FX_AUTO), PX_ENUME_END(FX_OFF) };       \
     struct pdesc fx_item_table[] = { PX_SINT(struct fx_item, id, "id"),                 \
-                                     PX_STRI(struct fx_item, tag, "tag"), PX_END };     \
-    struct pdesc fx_node_table[] = { PX_SINT(struct fx_node, weight, "weight"), PX_END }; \
+                                     PX_STRI(struct fx_item, tag, "tag"),               \
+                                     PX_SINT_COB(struct fx_item, buf, buf_n, "buf"), PX_END }; \
+    struct pdesc fx_node_table[] = { PX_SINT(struct fx_node, weight, "weight"),         \
+                                     PX_STRU(struct fx_node, item, "item", fx_item_table), PX_END }; \
     struct pdesc fx_other_table[] = { PX_UINT(struct fx_other, stamp, "stamp"), PX_END }; \
     struct adesc fx_kinds[] = { PX_ADESC(struct fx_node, fx_node_table, "node"),         \
                                 PX_ADESC(struct fx_other, fx_other_table, "other"),      \
@@ -86,18 +94,18 @@ extern struct pdesc fx_expected[];
     struct pdesc fx_table[] = {                                                          \
         PX_SINT(struct fx_all, s8, "s8"),                                                \
         PX_SINT_ARR(struct fx_all, s64a, "s64a"),                                        \
-        PX_SINT_ARR_N(struct fx_all, s64a, 2, "s64n"),                                   \
+        PX_SINT_ARR_N(struct fx_all, s64b, 2, "s64n"),                                   \
         PX_SINT_CIA(struct fx_all, s16c, s16c_n, "s16c"),                                \
         PX_SINT_COB(struct fx_all, sbuf, sbuf_n, "sbuf"),                                \
-        PX_SINT_COB_CIA(struct fx_all, sbuf, sbuf_n, sbuf_cia, "sbufc"),                 \
+        PX_SINT_COB_CIA(struct fx_all, sbufc, sbufc_n, sbuf_cia, "sbufc"),                 \
         PX_UINT(struct fx_all, u32, "u32"),                                              \
-        PX_UINT_HEX(struct fx_all, u32, "u32x"),                                         \
+        PX_UINT_HEX(struct fx_all, u32x, "u32x"),                                         \
         PX_UINT_HEXU(struct fx_all, hexu, "hexu"),                                       \
         PX_UINT_ARR_HEX(struct fx_all, hex_bytes, "bytes"),                              \
-        PX_UINT_ARR_HEXU(struct fx_all, hex_bytes, "bytesu"),                            \
+        PX_UINT_ARR_HEXU(struct fx_all, hexu_bytes, "bytesu"),                            \
         PX_UINT_CIA_HEX(struct fx_all, u64c, u64c_n, "u64c"),                            \
         PX_UINT_COB(struct fx_all, ubuf, ubuf_n, "ubuf"),                                \
-        PX_UINT_COB_HEXU(struct fx_all, ubuf, ubuf_n, "ubufx"),                          \
+        PX_UINT_COB_HEXU(struct fx_all, ubufx, ubufx_n, "ubufx"),                          \
         PX_FLOT(struct fx_all, f, "f"),                                                  \
         PX_FLOT_ARR(struct fx_all, da, "da"),                                            \
         PX_FLOT_COB(struct fx_all, fbuf, fbuf_n, "fbuf"),                                \
@@ -107,17 +115,17 @@ extern struct pdesc fx_expected[];
         PX_ENUM_ARR(struct fx_all, modes, "modes", fx_modes),                            \
         PX_STRU(struct fx_all, one, "one", fx_item_table),                               \
         PX_STRU_ARR(struct fx_all, items, "items", fx_item_table),                       \
-        PX_STRU_CIA(struct fx_all, items, items_n, "itemc", fx_item_table),              \
+        PX_STRU_CIA(struct fx_all, itemc, items_n, "itemc", fx_item_table),              \
         PX_STRU_COB(struct fx_all, ibuf, ibuf_n, "ibuf", fx_item_table),                 \
         PX_STRUM(struct fx_all, pitems, 4, "pitems", fx_item_table),                     \
-        PX_STRUM_CIA(struct fx_all, pitems, 4, pitems_n, "pitemc", fx_item_table),       \
-        PX_STRUM_COB(struct fx_all, ibuf, ibuf_n, "ibufm", fx_item_table),               \
+        PX_STRUM_CIA(struct fx_all, pitemc, 4, pitems_n, "pitemc", fx_item_table),       \
+        PX_STRUM_COB(struct fx_all, ibufm, ibufm_n, "ibufm", fx_item_table),               \
         PX_LIST(struct fx_all, chain, struct fx_node, "chain", fx_node_table),           \
         PX_LIST_ARR(struct fx_all, chains, struct fx_node, "chains", fx_node_table),     \
-        PX_LIST_CIA(struct fx_all, chains, chains_n, struct fx_node, "chainc", fx_node_table), \
+        PX_LIST_CIA(struct fx_all, chainc, chains_n, struct fx_node, "chainc", fx_node_table), \
         PX_VLST(struct fx_all, mixed, "mixed", fx_kinds),                                \
         PX_VLST_ARR(struct fx_all, mixeds, "mixeds", fx_kinds),                          \
-        PX_VLST_CIA(struct fx_all, mixeds, chains_n, "mixedc", fx_kinds),                \
+        PX_VLST_CIA(struct fx_all, mixedc, mixed_n, "mixedc", fx_kinds),                \
         PX_END,                                                                          \
     };
 
@@ -131,19 +139,19 @@ extern struct pdesc fx_expected[];
     struct pdesc fx_expected[] = {                                                          \
         FX_R(1, PT_SINT, FX_O(s8), 0, 0, 1, "s8", 0, 0),                                    \
         FX_R(5, PT_SINT, FX_O(s64a), 0, 0, 8, "s64a", 0, 0),                                \
-        FX_R(2, PT_SINT, FX_O(s64a), 0, 0, 8, "s64n", 0, 0),                                \
+        FX_R(2, PT_SINT, FX_O(s64b), 0, 0, 8, "s64n", 0, 0),                                \
         FX_R(4, PT_SINT | PT_F_CIA, FX_O(s16c), 0, FX_O(s16c_n), 2, "s16c", 0, 0),          \
         FX_R(3, PT_SINT | PT_F_COB, FX_O(sbuf), FX_O(sbuf_n), 0, 4, "sbuf", 0, 0),          \
-        FX_R(3, PT_SINT | PT_F_COB | PT_F_CIA, FX_O(sbuf), FX_O(sbuf_n), FX_O(sbuf_cia), 4, \
+        FX_R(3, PT_SINT | PT_F_COB | PT_F_CIA, FX_O(sbufc), FX_O(sbufc_n), FX_O(sbuf_cia), 4, \
              "sbufc", 0, 0),                                                                \
         FX_R(1, PT_UINT, FX_O(u32), 0, 0, 4, "u32", 0, 0),                                  \
-        FX_R(1, PT_UINT | PT_FMT_HEXL, FX_O(u32), 0, 0, 4, "u32x", 0, 0),                   \
+        FX_R(1, PT_UINT | PT_FMT_HEXL, FX_O(u32x), 0, 0, 4, "u32x", 0, 0),                   \
         FX_R(1, PT_UINT | PT_FMT_HEXU, FX_O(hexu), 0, 0, 2, "hexu", 0, 0),                  \
         FX_R(20, PT_UINT | PT_FMT_HEXL, FX_O(hex_bytes), 0, 0, 1, "bytes", 0, 0),           \
-        FX_R(20, PT_UINT | PT_FMT_HEXU, FX_O(hex_bytes), 0, 0, 1, "bytesu", 0, 0),          \
+        FX_R(20, PT_UINT | PT_FMT_HEXU, FX_O(hexu_bytes), 0, 0, 1, "bytesu", 0, 0),          \
         FX_R(2, PT_UINT | PT_FMT_HEXL | PT_F_CIA, FX_O(u64c), 0, FX_O(u64c_n), 8, "u64c", 0, 0), \
         FX_R(2, PT_UINT | PT_F_COB, FX_O(ubuf), FX_O(ubuf_n), 0, 2, "ubuf", 0, 0),          \
-        FX_R(2, PT_UINT | PT_FMT_HEXU | PT_F_COB, FX_O(ubuf), FX_O(ubuf_n), 0, 2, "ubufx", 0, 0), \
+        FX_R(2, PT_UINT | PT_FMT_HEXU | PT_F_COB, FX_O(ubufx), FX_O(ubufx_n), 0, 2, "ubufx", 0, 0), \
         FX_R(1, PT_FLOT, FX_O(f), 0, 0, 4, "f", 0, 0),                                      \
         FX_R(9, PT_FLOT, FX_O(da), 0, 0, 8, "da", 0, 0),                                    \
         FX_R(2, PT_FLOT | PT_F_COB, FX_O(fbuf), FX_O(fbuf_n), 0, 4, "fbuf", 0, 0),          \
@@ -153,22 +161,22 @@ extern struct pdesc fx_expected[];
         FX_R(3, PT_ENUM, FX_O(modes), 0, 0, sizeof(enum fx_mode), "modes", 0, fx_modes),    \
         FX_R(1, PT_STRU, FX_O(one), 0, 0, sizeof(struct fx_item), "one", fx_item_table, 0), \
         FX_R(4, PT_STRU, FX_O(items), 0, 0, sizeof(struct fx_item), "items", fx_item_table, 0), \
-        FX_R(4, PT_STRU | PT_F_CIA, FX_O(items), 0, FX_O(items_n), sizeof(struct fx_item),  \
+        FX_R(4, PT_STRU | PT_F_CIA, FX_O(itemc), 0, FX_O(items_n), sizeof(struct fx_item),  \
              "itemc", fx_item_table, 0),                                                    \
         FX_R(2, PT_STRU | PT_F_COB, FX_O(ibuf), FX_O(ibuf_n), 0, sizeof(struct fx_item),    \
              "ibuf", fx_item_table, 0),                                                     \
         FX_R(4, PT_STRUM, FX_O(pitems), 0, 0, sizeof(struct fx_item), "pitems", fx_item_table, 0), \
-        FX_R(4, PT_STRUM | PT_F_CIA, FX_O(pitems), 0, FX_O(pitems_n), sizeof(struct fx_item), \
+        FX_R(4, PT_STRUM | PT_F_CIA, FX_O(pitemc), 0, FX_O(pitems_n), sizeof(struct fx_item), \
              "pitemc", fx_item_table, 0),                                                   \
-        FX_R(2, PT_STRUM | PT_F_COB, FX_O(ibuf), FX_O(ibuf_n), 0, sizeof(struct fx_item),   \
+        FX_R(2, PT_STRUM | PT_F_COB, FX_O(ibufm), FX_O(ibufm_n), 0, sizeof(struct fx_item), \
              "ibufm", fx_item_table, 0),                                                    \
         FX_R(1, PT_LIST, FX_O(chain), 0, 0, sizeof(struct fx_node), "chain", fx_node_table, 0), \
         FX_R(3, PT_LIST, FX_O(chains), 0, 0, sizeof(struct fx_node), "chains", fx_node_table, 0), \
-        FX_R(3, PT_LIST | PT_F_CIA, FX_O(chains), 0, FX_O(chains_n), sizeof(struct fx_node), \
+        FX_R(3, PT_LIST | PT_F_CIA, FX_O(chainc), 0, FX_O(chains_n), sizeof(struct fx_node), \
              "chainc", fx_node_table, 0),                                                   \
         FX_R(1, PT_VLST, FX_O(mixed), 0, 0, sizeof(zhead_t), "mixed", 0, fx_kinds),         \
         FX_R(2, PT_VLST, FX_O(mixeds), 0, 0, sizeof(zhead_t), "mixeds", 0, fx_kinds),       \
-        FX_R(2, PT_VLST | PT_F_CIA, FX_O(mixeds), 0, FX_O(chains_n), sizeof(zhead_t),       \
+        FX_R(2, PT_VLST | PT_F_CIA, FX_O(mixedc), 0, FX_O(mixed_n), sizeof(zhead_t),       \
              "mixedc", 0, fx_kinds),                                                        \
         FX_R(0, 0, 0, 0, 0, 0, 0, 0, 0),                                                    \
     };

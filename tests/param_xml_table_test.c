@@ -1,8 +1,9 @@
-/* param_xml_table_test.c - the table macros compiled as C11 with
- * -Wall -Wextra -Werror: every macro's row equals the row written out by
- * hand, the companion tables end where they should, and the table check
- * finds nothing wrong with what the macros made. Run by CTest; exits 1 on
- * the first difference, after printing it. */
+/* param_xml_table_test.c - the table macros compiled as C11 and as C++17
+ * with -Wall -Wextra -Werror: every macro's row equals the row written out
+ * by hand, the companion tables end where they should, a table of a type
+ * local to a function compiles, and the table check finds nothing wrong
+ * with what the macros made. Run by CTest; exits 1 after printing every
+ * difference. */
 #include <stdio.h>
 #include <string.h>
 
@@ -59,10 +60,30 @@ static void companion_tables(void)
     EXPECT_EQ_U(0, "adesc[2].size", fx_kinds[2].size, 0);
 }
 
+static void local_table(void)
+{
+    struct local {
+        uint16_t a[3];
+        int n;
+        char s[4];
+    };
+    static struct pdesc t[] = {
+        PX_UINT_CIA_HEXU(struct local, a, n, "a"),
+        PX_STRI_N(struct local, s, 3, "s"),
+        PX_END,
+    };
+    EXPECT_EQ_U(0, "local count", t[0].count, 3);
+    EXPECT_EQ_U(0, "local type", t[0].type, PT_UINT | PT_F_CIA | PT_FMT_HEXU);
+    EXPECT_EQ_U(0, "local aoffset", t[0].aoffset, offsetof(struct local, n));
+    EXPECT_EQ_U(1, "local size", t[1].size, 3);
+    EXPECT_EQ_U(0, "local check", param_xml_check(t), 0);
+}
+
 int main(void)
 {
     compare_rows();
     companion_tables();
+    local_table();
     EXPECT_EQ_U(0, "param_xml_check", param_xml_check(fx_table), 0);
     if (failures == 0)
         printf("all rows as written by hand\n");

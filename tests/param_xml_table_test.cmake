@@ -1,11 +1,17 @@
-# The table macros as C11: a program that compares every macro's row with
-# the row written by hand, and rows that must not compile, in C11 and in
-# C++17, each expected to stop the build with its own "kavor table:" message.
+# The table macros in C11 and in C++17: one program that compares every
+# macro's row with the row written by hand, built in both languages, and
+# rows that must not compile, each expected to stop the build with its own
+# "kavor table:" message.
+configure_file(param_xml_table_test.c ${CMAKE_CURRENT_BINARY_DIR}/param_xml_table_test_cxx.cpp COPYONLY)
 add_executable(param_xml_table_c_test param_xml_table_test.c)
+add_executable(param_xml_table_cxx_test ${CMAKE_CURRENT_BINARY_DIR}/param_xml_table_test_cxx.cpp)
 set_target_properties(param_xml_table_c_test PROPERTIES C_STANDARD 11 C_EXTENSIONS OFF)
-target_link_libraries(param_xml_table_c_test PRIVATE kavor_internal)
-kavor_warnings(param_xml_table_c_test)
-add_test(NAME param_xml_table_c.rows_equal_hand_written COMMAND param_xml_table_c_test)
+foreach(lang c cxx)
+  target_include_directories(param_xml_table_${lang}_test PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+  target_link_libraries(param_xml_table_${lang}_test PRIVATE kavor_internal)
+  kavor_warnings(param_xml_table_${lang}_test)
+  add_test(NAME param_xml_table_${lang}.rows_equal_hand_written COMMAND param_xml_table_${lang}_test)
+endforeach()
 
 set(PX_MISUSE_SRC ${CMAKE_CURRENT_SOURCE_DIR}/param_xml_table_misuse.c)
 set(PX_MISUSE_FLAGS -Wall -Wextra -Werror -fsyntax-only)

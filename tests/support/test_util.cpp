@@ -1,12 +1,10 @@
 #include "test_util.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <sys/stat.h>
-
-#include <libxml/xmlsave.h>
+#include <zlib.h>
 
 TempDir::TempDir()
 {
@@ -18,12 +16,9 @@ TempDir::TempDir()
 
 TempDir::~TempDir()
 {
-    if (!path_.empty()) {
-        std::string cmd = "rm -rf '" + path_ + "'";
-        if (std::system(cmd.c_str()) != 0) {
-            // Nothing to do: a leftover temporary directory harms no test.
-        }
-    }
+    // A leftover temporary directory harms no test.
+    if (!path_.empty() && std::system(("rm -rf '" + path_ + "'").c_str()) != 0)
+        path_.clear();
 }
 
 std::string read_file(const std::string &path)
@@ -34,8 +29,26 @@ std::string read_file(const std::string &path)
     return out.str();
 }
 
-bool write_file(const std::string &path, const std::string &content)
+std::string gunzip(const std::string &path)
 {
+    gzFile gz = gzopen(path.c_str(), "rb");
+    std::string out;
+    char buf[4096];
+    int n;
+    while (gz != nullptr && (n = gzread(gz, buf, sizeof buf)) > 0)
+        out.append(buf, static_cast<size_t>(n));
+    if (gz != nullptr)
+        gzclose(gz);
+    return out;
+}
+
+bool write_file(const std::string &path, const std::string &content, bool gz)
+{
+    if (gz) {
+        gzFile f = gzopen(path.c_str(), "wb");
+        int n = f != nullptr ? gzwrite(f, content.data(), static_cast<unsigned>(content.size())) : -1;
+        return f != nullptr && gzclose(f) == Z_OK && n == static_cast<int>(content.size());
+    }
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out << content;
     return static_cast<bool>(out);
@@ -47,20 +60,22 @@ bool file_exists(const std::string &path)
     return lstat(path.c_str(), &st) == 0;
 }
 
-std::string dump_node(xmlNode *node)
+std::string dump_children(xmlNode *node)
 {
     xmlBuffer *buf = xmlBufferCreate();
-    xmlNodeDump(buf, node->doc, node, 0, 0);
+    for (xmlNode *c = node->children; c; c = c->next)
+        xmlNodeDump(buf, c->doc, c, 0, 0);
     std::string out(reinterpret_cast<const char *>(xmlBufferContent(buf)),
                     static_cast<size_t>(xmlBufferLength(buf)));
     xmlBufferFree(buf);
     return out;
 }
 
-std::string dump_children(xmlNode *node)
+std::string repeat(const std::string &s, size_t n)
 {
     std::string out;
-    for (xmlNode *c = node->children; c; c = c->next)
-        out += dump_node(c);
+    out.reserve(s.size() * n);
+    for (size_t i = 0; i < n; i++)
+        out += s;
     return out;
 }

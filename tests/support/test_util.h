@@ -1,5 +1,6 @@
 // test_util.h - small helpers shared by the tests: a temporary directory that
-// removes itself, whole-file reads, and a serialisation of an element tree.
+// removes itself, whole-file reads and writes (plain or gzip), and the XML
+// text of an element tree.
 #ifndef KAVOR_TEST_UTIL_H
 #define KAVOR_TEST_UTIL_H
 
@@ -24,13 +25,15 @@ private:
 
 /// The whole content of a file; empty if it can't be read.
 std::string read_file(const std::string &path);
-/// Writes `content` to `path`, replacing it. Returns false on failure.
-bool write_file(const std::string &path, const std::string &content);
-/// True if `path` exists (any type).
+/// The content of a file, uncompressed if it is gzip data.
+std::string gunzip(const std::string &path);
+/// Writes `content` to `path`, replacing it, plain or as gzip data.
+bool write_file(const std::string &path, const std::string &content, bool gz = false);
+/// True if `path` exists (any type, links not followed).
 bool file_exists(const std::string &path);
-/// The element and its subtree as XML text, unindented.
-std::string dump_node(xmlNode *node);
 /// The children of `node` as XML text, one after another, unindented.
 std::string dump_children(xmlNode *node);
+/// `s` repeated `n` times.
+std::string repeat(const std::string &s, size_t n);
 
 #endif

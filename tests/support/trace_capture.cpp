@@ -1,5 +1,6 @@
 #include "trace_capture.h"
 
+#include <cstdlib>
 #include <mutex>
 
 #include "xml_trace.h"
@@ -48,22 +49,12 @@ std::vector<std::string> TraceCapture::records() const
     return g_records;
 }
 
-std::vector<std::string> TraceCapture::at_level(int level) const
-{
-    std::string prefix = std::to_string(level) + " ";
-    std::vector<std::string> out;
-    for (const auto &r : records())
-        if (r.compare(0, prefix.size(), prefix) == 0)
-            out.push_back(r);
-    return out;
-}
-
 size_t TraceCapture::count(int level, const std::string &func, const std::string &msg) const
 {
     std::string want = std::to_string(level) + " " + func + ": " + msg;
     size_t n = 0;
     for (const auto &r : records())
-        n += (r == want);
+        n += r == want;
     return n;
 }
 
@@ -71,7 +62,7 @@ size_t TraceCapture::count_containing(const std::string &text) const
 {
     size_t n = 0;
     for (const auto &r : records())
-        n += (r.find(text) != std::string::npos);
+        n += r.find(text) != std::string::npos;
     return n;
 }
 
@@ -79,7 +70,7 @@ size_t TraceCapture::count_at_most(int level) const
 {
     size_t n = 0;
     for (const auto &r : records())
-        n += (std::atoi(r.c_str()) <= level);
+        n += std::atoi(r.c_str()) <= level;
     return n;
 }
 

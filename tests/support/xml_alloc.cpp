@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <libxml/parser.h>
 #include <libxml/xmlerror.h>
 
 namespace {
@@ -53,6 +54,7 @@ char *do_strdup(const char *s)
 
 XmlAlloc::XmlAlloc()
 {
+    xmlInitParser();   // what libxml2 sets up once for the process is not counted
     xmlResetLastError();  // its texts were allocated outside the count
     xmlSetGenericErrorFunc(nullptr, quiet);
     xmlMemGet(&free_, &malloc_, &realloc_, &strdup_);

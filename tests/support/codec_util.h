@@ -1,0 +1,83 @@
+// codec_util.h - what the codec's tests share: descriptor rows written on
+// one line, a parsed document, one row written or read on its own, and the
+// small structures (a port, a list rule, two variants) of their tables.
+#ifndef KAVOR_TEST_CODEC_UTIL_H
+#define KAVOR_TEST_CODEC_UTIL_H
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include <libxml/parser.h>
+
+#include "param_xml.h"
+#include "test_util.h"
+
+/// A row of kind `type` named `name`: `count` values of `size` bytes each at
+/// `offset` in the block; every other field zero.
+inline struct pdesc row(int type, const char *name, int count, size_t size, size_t offset = 0)
+{
+    struct pdesc r = {};
+    r.type = type, r.name = name, r.count = count, r.size = size, r.offset = offset;
+    return r;
+}
+/// Row modifiers: a count field, a counted mode, a sub-table, an aux table.
+inline struct pdesc cia(struct pdesc r, size_t aoffset) { return r.type |= PT_F_CIA, r.aoffset = aoffset, r; }
+inline struct pdesc cob(struct pdesc r, size_t boffset) { return r.type |= PT_F_COB, r.boffset = boffset, r; }
+inline struct pdesc sub(struct pdesc r, struct pdesc *table) { return r.pdesc = table, r; }
+inline struct pdesc aux(struct pdesc r, const void *table) { return r.aux = reinterpret_cast<intptr_t>(table), r; }
+
+/// A parsed document; "<root>children</root>" when given children only.
+struct Doc {
+    xmlDoc *doc;
+    explicit Doc(const std::string &children, bool whole = false)
+    {
+        std::string text = whole ? children : "<root>" + children + "</root>";
+        doc = xmlReadMemory(text.data(), static_cast<int>(text.size()), "t.xml", nullptr, 0);
+        EXPECT_NE(nullptr, doc) << text;
+    }
+    ~Doc() { xmlFreeDoc(doc); }
+    Doc(const Doc &) = delete;
+    Doc &operator=(const Doc &) = delete;
+    xmlNode *root() const { return xmlDocGetRootElement(doc); }
+};
+
+/// The elements param2xml makes of `table` over `mem`, as text.
+inline std::string write_table(void *mem, struct pdesc *table)
+{
+    xmlNode *root = xmlNewNode(nullptr, BAD_CAST "root");
+    EXPECT_EQ(0, param2xml(mem, root, table));
+    std::string out = dump_children(root);
+    xmlFreeNode(root);
+    return out;
+}
+inline std::string write_row(void *mem, struct pdesc r)
+{
+    struct pdesc table[2] = {r, {}};
+    return write_table(mem, table);
+}
+/// Reads "<root>children</root>" into `mem` through a one-row table.
+inline void read_row(void *mem, struct pdesc r, const std::string &children)
+{
+    struct pdesc table[2] = {r, {}};
+    Doc d(children);
+    if (d.doc != nullptr) {
+        EXPECT_EQ(0, xml2param(mem, d.root(), table));
+    }
+}
+
+struct Port { int32_t speed, mtu; };
+struct Rule { struct znode z; int32_t id, extra; };
+struct Timer { struct znode z; int32_t period; };
+struct Event { struct znode z; int32_t code; };
+inline struct pdesc kPortRows[] = {row(PT_SINT, "speed", 1, 4, offsetof(Port, speed)),
+                                   row(PT_SINT, "mtu", 1, 4, offsetof(Port, mtu)), {}};
+inline struct pdesc kRuleRows[] = {row(PT_SINT, "id", 1, 4, offsetof(Rule, id)), {}};
+inline struct pdesc kTimerRows[] = {row(PT_SINT, "period", 1, 4, offsetof(Timer, period)), {}};
+inline struct pdesc kEventRows[] = {row(PT_SINT, "code", 1, 4, offsetof(Event, code)), {}};
+inline struct adesc kAlts[] = {{sizeof(Timer), kTimerRows, "timer"},
+                               {sizeof(Event), kEventRows, "event"}, {0, nullptr, nullptr}};
+
+#endif
