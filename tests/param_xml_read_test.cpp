@@ -45,17 +45,21 @@ TEST(Reader, Strings)
     xml2param(block, d.root(), two);
     EXPECT_EQ(0, std::memcmp(block, "alpha\0xxbeta\0xxx", 16));   // behind a terminator: as it was
     const struct { const char *doc; size_t size; const char *stored; } cases[] = {
-        {"<s>abcdefgh</s>", 4, "abcd####"},           // overlong: size bytes, no terminator
-        {"<s>longer</s><s>ab</s>", 8, "ab\0ger\0#"},  // the last wins; the earlier tail stays
-        {"<s>a<i>b</i><![CDATA[<c>]]></s>", 8, "ab<c>\0##"},  // the text of every piece
-        {"<s/>", 8, "\0#######"},
-        {"<text>kept</text>\n ", 8, "\n \0t\0###"},   // a row named text takes the text nodes too
+        {"<s>abcdefgh</s>", 4, "abcd############"},             // overlong: size bytes, no terminator
+        {"<s>longer</s><s>ab</s>", 16, "ab\0ger\0#########"},   // the last wins; the earlier tail stays
+        {"<s/>", 16, "\0###############"},
+        {"<text>kept</text>\n ", 16, "\n \0t\0###########"},   // a row named text takes the text nodes too
+        // The text of every piece, in document order, as libxml2 joins it.
+        {"<s>x<b>y<c>z</c></b>w</s>", 16, "xyzw\0###########"},
+        {"<s><![CDATA[<r>]]>t<!-- c --><?pi p?>u</s>", 16, "<r>tu\0##########"},
+        {"<s><b/><b></b>t&amp;&#65;<b>&lt;</b></s>", 16, "t&A<\0###########"},
+        {"<s>\n <b>deep<c><d><e>er</e></d></c></b>\n</s>", 16, "\n deeper\n\0######"},
     };
     for (const auto &c : cases) {
-        char mem[8];
+        char mem[16];
         std::memset(mem, '#', sizeof mem);
-        read_row(mem, row(PT_STRI, std::strstr(c.doc, "<text>") ? "text" : "s", 8, c.size), c.doc);
-        EXPECT_EQ(std::string(c.stored, 8), std::string(mem, 8)) << c.doc;
+        read_row(mem, row(PT_STRI, std::strstr(c.doc, "<text>") ? "text" : "s", 16, c.size), c.doc);
+        EXPECT_EQ(std::string(c.stored, 16), std::string(mem, 16)) << c.doc;
     }
 }
 
