@@ -11,7 +11,7 @@
 #include <set>
 
 #include "kavor_cli.h"
-#include "kavor_save_fixture.h"
+#include "kavor_fixture.h"
 
 using namespace kvtest;
 
@@ -43,7 +43,7 @@ Ran kavor(const std::string &args, const std::string &dir)
 // manager's save road, and the schema of the file in dir/net.xsd.
 void make_files(const TempDir &dir, int32_t ugz = 0)
 {
-    SweepManager mgr;
+    Mgr mgr;
     Blk b;
     xml_file_hdl f = reg(mgr.get(), dir.file("net"), "blk", &b, ugz);
     ASSERT_NE(f, nullptr);
@@ -188,7 +188,7 @@ std::vector<Files> damaged_cases()
     // plain and gzip, and a cut gzip output under the file name.
     for (int32_t ugz : {1, 0}) {
         TempDir d;
-        SweepManager mgr;
+        Mgr mgr;
         Blk b;
         xml_file_hdl f = reg(mgr.get(), d.file("net"), "blk", &b, ugz);
         SysRecorder sys;

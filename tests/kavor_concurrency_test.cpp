@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "kavor_save_fixture.h"
+#include "kavor_fixture.h"
 #include "trace_capture.h"
 #include "vn_mem_hook.h"
 

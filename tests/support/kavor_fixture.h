@@ -1,7 +1,8 @@
 // kavor_fixture.h - what the file manager's tests share:
 // - request(), the one place a registration record is filled by hand;
 // - Blk, a parameter block whose every field follows from one generation
-//   number, so a loaded block is one whole generation or visibly not;
+//   number, so a loaded block is one whole generation or visibly not, and
+//   Pair, a block of two strings whose document reads at a glance;
 // - Mgr, a manager record with its lists, locks and semaphore but no task,
 //   whose sweeps a test runs itself;
 // - Road, the names of one file on each road of a save;
@@ -84,6 +85,16 @@ inline xml_file_hdl reg(kavor_hdl h, const std::string &file, const char *node, 
 {
     kavor_file_rgst_t r = request(file, node, blk_table(), mem, ugz, virt);
     return kavor_register(h, &r);
+}
+
+struct Pair {
+    char label[16];
+    char owner[16];
+};
+inline struct pdesc *pair_table()
+{
+    static struct pdesc table[] = {PX_STRI(Pair, label, "label"), PX_STRI(Pair, owner, "owner"), PX_END};
+    return table;
 }
 
 // ---- a manager without a task -------------------------------------------------
@@ -247,6 +258,10 @@ public:
     /// thread can run a step.
     std::function<void(const std::string &step, const kavor_fcom_t *fcom)> on_step;
     std::atomic<int> gzip_mode{REAL};
+    /// With `nodes` set, documents handed to the writer whose root doesn't
+    /// hold that many elements are counted in `incomplete`.
+    size_t nodes = 0;
+    std::atomic<int> incomplete{0};
 
 private:
     static SysRecorder *&self()
@@ -287,6 +302,10 @@ private:
     static int w_save(const char *p, xmlDocPtr doc, const char *enc, int fmt)
     {
         bool fail = self()->failing(SAVE, std::string("save ") + p);
+        size_t kids = 0;
+        for (xmlNode *c = xmlDocGetRootElement(doc) ? xmlDocGetRootElement(doc)->children : nullptr; c; c = c->next)
+            kids += c->type == XML_ELEMENT_NODE;
+        self()->incomplete += self()->nodes > 0 && kids != self()->nodes;
         int n = self()->saved_.save_doc(p, doc, enc, fmt);
         if (fail && n > 0 && truncate(p, n / 2) != 0)
             return -2;
