@@ -42,7 +42,7 @@ const bool kSanitized = false;
 const long kCpuSeconds = 10;
 const long kRssLimitKb = 256 * 1024;
 const char kSecret[] = "SEKRET77";   // only foreign content holds it
-const std::string kDir = KAVOR_SOURCE_DIR "/tests/data/hostile";
+const std::string kDir = KAVOR_TEST_DATA_DIR "/hostile";
 
 struct Hostile {
     std::string name, body;

@@ -85,70 +85,63 @@ TEST_F(SaveTest, OneRequestWritesEveryNodeOfTheFileAndTwoRequestsWriteOnce)
     EXPECT_EQ(kavor_file_on_saving(fc), 0);
 }
 
-void must(bool ok, const std::string &what) { ASSERT_TRUE(ok) << what << ": " << strerror(errno); }
+// Faults of the outside operations and of the file system, each made
+// before two failed attempts: the file and the backup stay byte for byte,
+// or where the file was moved to the backup name first (gzip) the backup
+// holds the last whole copy; the file stays marked; the task is woken; no
+// temporary is left; no gzip runs over the only copy. Once the cause has
+// gone the next sweep saves.
+enum Cause { WRITER, RENAME, DEV_FULL, V_FILE, V_LOOP, GZIP_FAIL, GZIP_HALF };
 
-// Faults of the outside operations and of the file system. Each failed
-// attempt (two of them) leaves the file and the backup byte for byte, or,
-// where the file was moved to the backup name first (gzip), the last whole
-// copy under the backup name; keeps the file marked; wakes the task; leaves
-// no temporary file; runs no gzip after a failed backup rename. Once the
-// cause has gone the next sweep saves.
+bool cause(Cause c, const Road &r, SysRecorder &sys, bool on)
+{
+    const std::string v = r.dir + "/v";
+    switch (c) {
+    case WRITER: return sys.fail_all(SysRecorder::SAVE, on), true;
+    case RENAME: return sys.fail_all(SysRecorder::RENAME, on), true;
+    case DEV_FULL: return unlink(r.tmp().c_str()), !on || symlink("/dev/full", r.tmp().c_str()) == 0;
+    case V_FILE: case V_LOOP:
+        return system(("rm -rf '" + v + "'").c_str()) == 0 &&
+               (!on || (c == V_FILE ? write_file(v, "a file") : symlink("v", v.c_str()) == 0));
+    default: return sys.gzip_mode = !on ? SysRecorder::REAL : c == GZIP_FAIL ? SysRecorder::FAIL : SysRecorder::HALF, true;
+    }
+}
+
 TEST_F(SaveTest, EveryFaultKeepsTheStoredCopiesAndTheFileIsSavedOnceItHasGone)
 {
-    using Fn = std::function<void(const Road &r, SysRecorder &sys)>;
-    auto clear_dir = [](const std::string &p) { must(system(("rm -rf '" + p + "'").c_str()) == 0, p); };
-    const struct { const char *what; int32_t ugz; bool virt; Fn make, clear; bool moved; int32_t state; } faults[] = {
-        {"writer fails", 0, false, [](const Road &, SysRecorder &s) { s.fail_all(SysRecorder::SAVE, true); },
-         [](const Road &, SysRecorder &s) { s.fail_all(SysRecorder::SAVE, false); }, false, 1},
-        {"virtual writer fails", 0, true, [](const Road &, SysRecorder &s) { s.fail_all(SysRecorder::SAVE, true); },
-         [](const Road &, SysRecorder &s) { s.fail_all(SysRecorder::SAVE, false); }, false, 1},
-        {"virtual backup rename fails", 1, true, [](const Road &, SysRecorder &s) { s.fail_all(SysRecorder::RENAME, true); },
-         [](const Road &, SysRecorder &s) { s.fail_all(SysRecorder::RENAME, false); }, false, 2},
-        {"full device at the temporary name", 1, false,
-         [](const Road &r, SysRecorder &) { unlink(r.tmp().c_str()), must(symlink("/dev/full", r.tmp().c_str()) == 0, r.tmp()); },
-         [](const Road &r, SysRecorder &) { unlink(r.tmp().c_str()); }, false, 1},
-        {"full device at the compressed temporary name", 0, false,
-         [](const Road &r, SysRecorder &) { unlink(r.tmp().c_str()), must(symlink("/dev/full", r.tmp().c_str()) == 0, r.tmp()); },
-         [](const Road &r, SysRecorder &) { unlink(r.tmp().c_str()); }, false, 1},
-        {"virtual file under a regular file", 0, true,
-         [&](const Road &r, SysRecorder &) { clear_dir(r.dir + "/v"), must(write_file(r.dir + "/v", "a file"), "v"); },
-         [](const Road &r, SysRecorder &) { unlink((r.dir + "/v").c_str()); }, false, 1},
-        {"virtual file in a directory that can't be made", 1, true,
-         [&](const Road &r, SysRecorder &) { clear_dir(r.dir + "/v"), must(symlink("v", (r.dir + "/v").c_str()) == 0, "v"); },
-         [](const Road &r, SysRecorder &) { unlink((r.dir + "/v").c_str()); }, false, 1},
-        {"gzip that fails", 0, true, [](const Road &, SysRecorder &s) { s.gzip_mode = SysRecorder::FAIL; },
-         [](const Road &, SysRecorder &s) { s.gzip_mode = SysRecorder::REAL; }, true, 2},
-        {"gzip that writes half", 1, true, [](const Road &, SysRecorder &s) { s.gzip_mode = SysRecorder::HALF; },
-         [](const Road &, SysRecorder &s) { s.gzip_mode = SysRecorder::REAL; }, true, 2},
+    const struct { Cause c; int32_t ugz; bool virt, moved; int32_t state; } faults[] = {
+        {WRITER, 0, false, false, 1}, {WRITER, 0, true, false, 1},      {RENAME, 1, true, false, 2},
+        {DEV_FULL, 1, false, false, 1}, {DEV_FULL, 0, false, false, 1}, {V_FILE, 0, true, false, 1},
+        {V_LOOP, 1, true, false, 1},  {GZIP_FAIL, 0, true, true, 2},    {GZIP_HALF, 1, true, true, 2},
     };
     int round = 0;
-    for (const auto &c : faults) {
-        SCOPED_TRACE(c.what);
-        Road r{dir_.file("r" + std::to_string(round++)), c.ugz, c.virt};
+    for (const auto &f : faults) {
+        SCOPED_TRACE(round);
+        Road r{dir_.file("r" + std::to_string(round++)), f.ugz, f.virt};
         Blk b;
         SysRecorder sys;
-        xml_file_hdl f = third_save_asked(r, b);
+        xml_file_hdl h = third_save_asked(r, b);
         for (int attempt = 0; attempt < 2; attempt++) {
-            c.make(r, sys);
+            ASSERT_TRUE(cause(f.c, r, sys, true));
             size_t gzips = sys.count("system ");
             TraceCapture cap(4);
             mgr_.sweep();
-            EXPECT_EQ(kavor_file_on_saving(f), c.state);
+            EXPECT_EQ(kavor_file_on_saving(h), f.state);
             EXPECT_TRUE(mgr_.given()) << "a failed save wakes the task for a retry";
             EXPECT_GE(cap.count_at_most(4), 1u);
-            EXPECT_EQ(read_file(r.bak()), c.moved ? file_ : bak_) << "the backup holds the last whole copy";
-            EXPECT_TRUE(c.moved || read_file(r.file()) == file_) << "the file, byte for byte";
+            EXPECT_EQ(read_file(r.bak()), f.moved ? file_ : bak_) << "the backup holds the last whole copy";
+            EXPECT_TRUE(f.moved || read_file(r.file()) == file_) << "the file, byte for byte";
             Loaded now = load_as_restart(r.base(), r.ugz);
-            EXPECT_TRUE(now.gen() == 2 || (c.moved && now.ret == 1)) << now.ret;
+            EXPECT_TRUE(now.gen() == 2 || (f.moved && now.ret == 1)) << now.ret;
             EXPECT_FALSE(file_exists(r.tmp()));
-            EXPECT_TRUE(c.state != 2 || c.moved || sys.count("system ") == gzips) << "no gzip over the only copy";
+            EXPECT_TRUE(f.c != RENAME || sys.count("system ") == gzips) << "no gzip over the only copy";
         }
-        c.clear(r, sys);
+        ASSERT_TRUE(cause(f.c, r, sys, false));
         mgr_.sweep();
-        EXPECT_EQ(kavor_file_on_saving(f), 0);
+        EXPECT_EQ(kavor_file_on_saving(h), 0);
         EXPECT_EQ(gen_at(r, r.file()), 3);
         EXPECT_EQ(gen_at(r, r.bak()), 2);
-        kavor_unregister(f);
+        kavor_unregister(h);
     }
 }
 
@@ -158,16 +151,11 @@ TEST_F(SaveTest, EveryFaultKeepsTheStoredCopiesAndTheFileIsSavedOnceItHasGone)
 // the file name keeps the file marked, the backup holding the last copy.
 TEST_F(SaveTest, AFileThatCannotBeCreatedOrRenamedStaysMarkedAndIsSavedLater)
 {
-    const struct { const char *blocker; std::function<void(const std::string &)> make; } cases[] = {
-        {"pfile", [](const std::string &p) { must(write_file(p, "keep me"), p); }},
-        {"ploop", [](const std::string &p) { must(symlink("ploop", p.c_str()) == 0, p); }},
-        {"pdang", [](const std::string &p) { must(symlink("nowhere/at/all", p.c_str()) == 0, p); }},
-    };
-    for (const auto &c : cases) {
+    for (const char *link : {"", "p", "nowhere/at/all"}) {   // the parent: a file, a loop, a dangling link
         for (int32_t ugz : {0, 1}) {
-            SCOPED_TRACE(std::string(c.blocker) + (ugz ? ", plain" : ", compressed"));
-            const std::string blocker = dir_.file(c.blocker);
-            c.make(blocker);
+            SCOPED_TRACE(std::string(link) + (ugz ? ", plain" : ", compressed"));
+            const std::string blocker = dir_.file("p");
+            ASSERT_TRUE(*link ? symlink(link, blocker.c_str()) == 0 : write_file(blocker, "keep me"));
             const std::string before = read_file(blocker);
             Road r{blocker + "/sub", ugz, false};
             Blk b;

@@ -18,7 +18,7 @@
 
 namespace {
 
-const std::string kData = KAVOR_SOURCE_DIR "/tests/data";
+const std::string kData = KAVOR_TEST_DATA_DIR "";
 
 // The block's document, formatted, as the expected file holds it.
 std::string written(fuzz::RichBlock &b)
@@ -65,7 +65,7 @@ TEST(RoundTrip, EveryKindInEveryModeReadsAndWritesTheExpectedDocument)
     static fuzz::RichBlock b;
     {
         XmlAlloc count;
-        read_into(b, read_file(KAVOR_SOURCE_DIR "/fuzz/corpus/fuzz_reader/rich.xml"), "dev");
+        read_into(b, read_file(KAVOR_TEST_DATA_DIR "/../../fuzz/corpus/fuzz_reader/rich.xml"), "dev");
         EXPECT_EQ(expected, written(b));
         param_xml_free(&b.all, fx_table);
         // The document written is read back and written again unchanged.

@@ -18,7 +18,7 @@ using namespace kvtest;
 
 namespace {
 
-const std::string kRich = read_file(KAVOR_SOURCE_DIR "/tests/data/rich_written.xml");
+const std::string kRich = read_file(KAVOR_TEST_DATA_DIR "/rich_written.xml");
 
 // The block of the every-kind document, and its document.
 struct Rich {

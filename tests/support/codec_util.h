@@ -8,12 +8,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include <libxml/parser.h>
 
 #include "param_xml.h"
 #include "test_util.h"
+#include "trace_capture.h"
 
 /// A row of kind `type` named `name`: `count` values of `size` bytes each at
 /// `offset` in the block; every other field zero.
@@ -44,6 +48,14 @@ struct Doc {
     xmlNode *root() const { return xmlDocGetRootElement(doc); }
 };
 
+/// Fills `mem` through `table` from the root element of the document at `path`.
+inline void read_file_into(void *mem, struct pdesc *table, const std::string &path)
+{
+    Doc d(read_file(path), true);
+    if (d.doc != nullptr)
+        xml2param(mem, d.root(), table);
+}
+
 /// The elements param2xml makes of `table` over `mem`, as text.
 inline std::string write_table(void *mem, struct pdesc *table)
 {
@@ -66,6 +78,15 @@ inline void read_row(void *mem, struct pdesc r, const std::string &children)
     if (d.doc != nullptr) {
         EXPECT_EQ(0, xml2param(mem, d.root(), table));
     }
+}
+
+/// Checks that `cap` holds each of `records` ("<level> <func>: <msg>") as
+/// often as the list names it, and nothing else at level 5 or below.
+inline void expect_records(const TraceCapture &cap, const std::vector<std::string> &records, const std::string &what = "")
+{
+    EXPECT_EQ(records.size(), cap.count_at_most(5)) << what << "\n" << cap.dump();
+    for (const std::string &r : records)
+        EXPECT_EQ(static_cast<size_t>(std::count(records.begin(), records.end(), r)), cap.count_containing(r)) << r << "\n" << cap.dump();
 }
 
 struct Port { int32_t speed, mtu; };
