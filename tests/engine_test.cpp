@@ -233,6 +233,45 @@ TEST(VnTrace, OneRecordFormToOneSink)
     vorn_mod_trace_free(cb), vorn_mod_trace_free(file), vorn_mod_trace_free(nullptr);
 }
 
+// Text from a document or a name can't forge a record: control bytes, DEL
+// and the backslash are written escaped, so a record stays one line and
+// reads back unambiguously; other bytes (UTF-8 included) pass as they are.
+// A module that can't be allocated is NULL; a long record whose block can't
+// be had is delivered cut to 1023 bytes, never inside an escape.
+TEST(VnTrace, ControlBytesAreEscapedAndAFailedAllocationCutsARecord)
+{
+    TempDir dir;
+    vorn_trace_handle cb = vorn_mod_trace_init("m", nullptr, 8, collect), file = vorn_mod_trace_init("m", dir.file("t.log").c_str(), 8, nullptr);
+    const struct { std::string text, shown; } rows[] = {
+        {"v(x\n8 node2sint: forged)", "v(x\\n8 node2sint: forged)"}, {"tab\tcr\r", "tab\\tcr\\r"},
+        {"\x01\x1b\x7f", "\\x01\\x1b\\x7f"}, {"a\\n is no line end", "a\\\\n is no line end"},
+        {"utf-8 \xc3\xa9 stays", "utf-8 \xc3\xa9 stays"}, {std::string(2000, '\n'), repeat("\\n", 2000)},
+    };
+    g_seen.clear();
+    std::string lines;
+    for (const auto &r : rows) {
+        vorn_trace_log(cb, __FILE__, "node2sint", __LINE__, 8, "%s", r.text.c_str());
+        vorn_trace_log(file, __FILE__, "node2sint", __LINE__, 8, "%s", r.text.c_str());
+        lines += "8 node2sint: " + r.shown + "\n";
+    }
+    EXPECT_EQ(read_file(dir.file("t.log")), lines);
+    std::string seen;
+    for (const auto &r : g_seen)
+        seen += r + "\n";
+    EXPECT_EQ(seen, lines);
+    vn_mem_fail_nth(1);
+    EXPECT_EQ(vorn_mod_trace_init("m", "x.log", 8, collect), nullptr);
+    for (const auto &r : {std::make_pair(std::string(5000, 'q'), std::string(1018, 'q')),
+                          std::make_pair(std::string(600, '\n'), repeat("\\n", 509))}) {   // only its escaped form is long
+        g_seen.clear();
+        vn_mem_fail_nth(1);
+        vorn_trace_log(cb, __FILE__, "f", __LINE__, 4, "%s", r.first.c_str());
+        vn_mem_fail_nth(0);
+        EXPECT_EQ(g_seen, std::vector<std::string>{"4 f: " + r.second});
+    }
+    vorn_mod_trace_free(cb), vorn_mod_trace_free(file);
+}
+
 bool is_dir(const std::string &p, mode_t mode)
 {
     struct stat st;
@@ -263,6 +302,8 @@ TEST(FileHelpers, SizesAndDirectoriesMade)
     EXPECT_EQ(make_dir_from_filename(nullptr, 777), -1);
     EXPECT_EQ(make_dir_from_filename(dir.file("d/f").c_str(), 778), -1);   // 8 is no octal digit
     EXPECT_EQ(make_dir_from_filename(dir.file("d/f").c_str(), -1), -1);
+    vn_mem_fail_nth(1);   // its copy of the path can't be had
+    EXPECT_EQ(make_dir_from_filename(dir.file("d/f").c_str(), 777), -1);
     EXPECT_FALSE(file_exists(dir.file("d")));
 }
 

@@ -123,7 +123,8 @@ TEST(KavorCrash, AnyOneFailedOperationKeepsAWholeCopyAndTheRetryEndsWithTheNewOn
     int round = 0;
     for (const Road &road : roads(dir.path())) {
         // NOPS stands for gzip writing half its output.
-        for (int op : {SysRecorder::REMOVE, SysRecorder::RENAME, SysRecorder::SYSTEM, SysRecorder::SAVE, SysRecorder::NOPS}) {
+        for (int op : {SysRecorder::REMOVE, SysRecorder::RENAME, SysRecorder::SYSTEM, SysRecorder::SAVE, SysRecorder::CREATE,
+                       SysRecorder::NOPS}) {
             for (long n = 1; n <= 3; n++) {
                 SCOPED_TRACE(road.base() + " op " + std::to_string(op) + " call " + std::to_string(n));
                 Road r{road.dir + std::to_string(round++), road.ugz, road.virt};

@@ -4,6 +4,8 @@
 // kavor_load_all.
 #include <gtest/gtest.h>
 
+#include <libxml/parser.h>
+
 #include "kavor_fixture.h"
 #include "trace_capture.h"
 
@@ -111,6 +113,37 @@ TEST_F(KavorLoad, FallBackToTheBackupWhenTheFileGivesNothingUsable)
     param_xml_trace_h = saved;
     ASSERT_FALSE(g_seen.empty());
     EXPECT_EQ(g_seen, repeat(main_ + "|" + bak_ + "\n", g_seen.size() / (main_.size() + bak_.size() + 2)));
+}
+
+// What libxml2 says of a damaged file (strict and recovery parser) goes into
+// the trace at level 5 with the file and the line, never to standard error;
+// an error handler the application set on the thread gets none of it and is
+// in place afterwards; a thousand faults cost 16 records and a count.
+int g_app_errors;
+void app_errors(void *, xmlErrorPtr) { g_app_errors++; }
+
+TEST_F(KavorLoad, Libxml2sMessagesOnADamagedFileGoToTheTraceNotToStandardError)
+{
+    ASSERT_TRUE(write_file(main_, kHead + ("<net>" + child("a", "partial")) + "<b><x>"));
+    for (bool app_handler : {false, true}) {
+        g_app_errors = 0;
+        xmlSetStructuredErrorFunc(&g_app_errors, app_handler ? app_errors : nullptr);
+        TraceCapture cap(8);
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(kavor_load_one(f_[1]), 1);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+        EXPECT_STREQ(a_.label, "partial");
+        EXPECT_GE(cap.count_containing("5 xmlParseParamFile: libxml2: " + main_ + ":2:"), 2u) << cap.dump();
+        EXPECT_EQ(g_app_errors, 0);
+        xmlFreeDoc(xmlReadMemory("<x>", 3, "app.xml", nullptr, 0));   // the application's own
+        EXPECT_EQ(g_app_errors, app_handler ? 1 : 0);
+        xmlSetStructuredErrorFunc(nullptr, nullptr);
+    }
+    ASSERT_TRUE(write_file(main_, kHead + ("<net>" + repeat("<a></b>", 1000)) + "</net>"));
+    TraceCapture cap(8);
+    kavor_load_one(f_[1]);
+    EXPECT_EQ(cap.count_containing("5 xmlParseParamFile: libxml2: " + main_ + ":"), 16u);
+    EXPECT_EQ(cap.count_containing("more messages on " + main_ + " not shown."), 1u) << cap.dump();
 }
 
 TEST_F(KavorLoad, RefusedHandlesFillNothing)

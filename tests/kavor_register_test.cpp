@@ -5,6 +5,8 @@
 // unregister/register racing on one file.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <string>
 #include <thread>
 #include <vector>
@@ -43,14 +45,27 @@ std::string str(const char *s) { return s != nullptr ? s : "<NULL>"; }
 TEST(KavorRegister, RefusedRequestsSayWhyAndBuildNothing)
 {
     Mgr mgr;
-    kavor_file_rgst_t no_file = req("", "n"), no_node = req("/d/net", "");
-    const struct { kavor_file_rgst_t *rgst; const char *msg; } rows[] = {
-        {nullptr, "xmlParamFile pointer NULL!"}, {&no_file, "xml file name is empty!"}, {&no_node, "xml file name is empty!"}};
+    // Empty names, and names a save would write and a load never find again:
+    // a stem or node name that is no XML name without ':', or a node "text".
+    const std::string no_xml = ") refused: it is no XML name without ':', so its file would never load.";
+    const struct { const char *file, *node; std::string msg; } rows[] = {
+        {"", "n", "xml file name is empty!"}, {"/d/net", "", "xml file name is empty!"},
+        {"/d/2nd.cfg", "n", "file stem (2nd" + no_xml}, {"/d/my net", "n", "file stem (my net" + no_xml},
+        {"/data/-net", "n", "file stem (-net" + no_xml}, {".net.xml", "n", "file stem (.net" + no_xml},
+        {"..", "n", "file stem (." + no_xml}, {"dir/", "n", "file stem (.xml" + no_xml},
+        {"a/b\\c/d.xml", "n", "file stem (c/d" + no_xml}, {"/d/net", "a b", "node name (a b" + no_xml},
+        {"/d/net", "a:b", "node name (a:b" + no_xml},
+        {"/d/net", "text", "node name (text) refused: the text between elements bears that name, so its file would never load."},
+    };
     for (kavor_hdl hdl : {static_cast<kavor_hdl>(nullptr), mgr.get()}) {
+        TraceCapture cap(8);
+        EXPECT_EQ(kavor_register(hdl, nullptr), nullptr);
+        EXPECT_TRUE(cap.has(4, "kavor_register", "xmlParamFile pointer NULL!")) << cap.dump();
         for (const auto &r : rows) {
             long live = vn_mem_live();
+            kavor_file_rgst_t rgst = req(r.file, r.node);
             TraceCapture cap(8);
-            EXPECT_EQ(kavor_register(hdl, r.rgst), nullptr);
+            EXPECT_EQ(kavor_register(hdl, &rgst), nullptr) << r.msg;
             EXPECT_TRUE(cap.has(4, "kavor_register", r.msg)) << cap.dump();
             EXPECT_EQ(vn_mem_live(), live);
         }
@@ -78,11 +93,7 @@ TEST(KavorRegister, APathGivesItsFileItsNames)
         {"/etc/app/net.cfg", -1, "", "/etc/app/net.xml.gz", "/etc/app/net.xml.bak.gz", "net", nullptr},
         {"/mnt/a.b/net", 1, "", "/mnt/a.b/net.xml", "/mnt/a.b/net.xml.bak", "net", nullptr},
         {"./net.xml", 2, "", "./net.xml.gz", "./net.xml.bak.gz", "net", nullptr},
-        {".net.xml", 1, "", ".net.xml", ".net.xml.bak", ".net", nullptr},
-        {"..", 1, "", "..xml", "..xml.bak", ".", nullptr},
         {"a\\b.c/d.xml", 1, "", "a\\b.xml", "a\\b.xml.bak", "b", nullptr},
-        {"a/b\\c/d.xml", 0, "", "a/b\\c/d.xml.gz", "a/b\\c/d.xml.bak.gz", "c/d", nullptr},
-        {"dir/", 1, "", "dir/.xml", "dir/.xml.xml.bak", ".xml", nullptr},
         {"/data/net", 0, "/tmp/net.xml.gz", "/data/net.xml.gz", "/data/net.xml.bak.gz", "net", "/tmp/net.xml"},
         {"/data/net", 1, "/tmp/net", "/data/net.xml", "/data/net.xml.bak", "net", "/tmp/net.xml"},
         {"/d/net.cfg", -3, "/t/net.x.y", "/d/net.xml.gz", "/d/net.xml.bak.gz", "net", "/t/net.xml"},
@@ -96,8 +107,8 @@ TEST(KavorRegister, APathGivesItsFileItsNames)
         {"/data/net", 1, "/data/net", "/data/net.xml", "/data/net.xml.bak", "net", nullptr, true},
         {"/data/net", 0, "/tmp/a b/net", "/data/net.xml.gz", "/data/net.xml.bak.gz", "net", nullptr, true},
         {"/da;ta/net", 0, "/tmp/net", "/da;ta/net.xml.gz", "/da;ta/net.xml.bak.gz", "net", nullptr, true},
-        {"/data/-net", 0, "/tmp/-net", "/data/-net.xml.gz", "/data/-net.xml.bak.gz", "-net", nullptr, true},
-        {"-n", 0, "-n", "-n.xml.gz", "-n.xml.bak.gz", "-n", nullptr, true},
+        {"d/net", 0, "-S/net", "d/net.xml.gz", "d/net.xml.bak.gz", "net", nullptr, true},
+        {"-S/net", 1, "v/net", "-S/net.xml", "-S/net.xml.bak", "net", nullptr, true},
         {a118 + "/net", 0, b118 + "/net", a118 + "/net.xml.gz", a118 + "/net.xml.bak.gz", "net", nullptr, true},
     };
     for (const auto &r : rows) {
@@ -129,10 +140,56 @@ TEST(KavorRegister, APathGivesItsFileItsNames)
         EXPECT_NE(virt_name_refusal("/tmp/net.xml", bad.c_str()), nullptr) << int(*c);
     }
     EXPECT_EQ(virt_name_refusal("/tmp/A-z_0.9+x/net.xml", "/d/net.xml.gz"), nullptr);
-    // "gzip -c V > F" needs 11 + |V| + |F| bytes and its NUL: 244 fit, 245 don't.
-    std::string v(120, 'v'), f(124, 'f');
-    EXPECT_EQ(virt_name_refusal(v.c_str(), f.c_str()), nullptr);
-    EXPECT_NE(virt_name_refusal(v.c_str(), (f + "f").c_str()), nullptr);
+    // "gzip -c V > F" needs 11 + |V| + |F| bytes and its NUL, and 2 more for
+    // each relative name, which gets "./" in front: no name reads as an option.
+    for (std::string lead : {"/", ""}) {
+        std::string v = lead + std::string(119, 'v'), f = lead + std::string((lead.empty() ? 240 : 244) - v.size() - lead.size(), 'f');
+        EXPECT_EQ(virt_name_refusal(v.c_str(), f.c_str()), nullptr) << lead;
+        EXPECT_NE(virt_name_refusal(v.c_str(), (f + "f").c_str()), nullptr) << lead;
+    }
+    const struct { const char *virt, *file, *cmd; } cmds[] = {
+        {"/t/net.xml", "/d/net.xml.gz", "gzip -c /t/net.xml > /d/net.xml.gz"},
+        {"-S/net.xml", "net.xml.gz", "gzip -c ./-S/net.xml > ./net.xml.gz"},
+        {"v/net.xml", "-d/net.xml", "gzip -c ./v/net.xml > ./-d/net.xml"},
+    };
+    for (const auto &c : cmds) {
+        char sh[KAVOR_GZIP_CMD_SIZE];
+        EXPECT_TRUE(gzip_command(c.virt, c.file, sh));
+        EXPECT_STREQ(sh, c.cmd);
+    }
+}
+
+// What the directories on disk say of a virtual name: one that others can
+// write (without the sticky bit) or that another user owns is no place for
+// it, and one that is the file itself under another spelling is not a
+// second file. A directory not there yet tells nothing: the save looks again.
+TEST(KavorRegister, AVirtualNameIsRefusedByWhatItsDirectoryIsOnDisk)
+{
+    TempDir dir;
+    for (auto d : {std::make_pair("world", 0777), {"group", 0770}, {"sticky", 01777}, {"mine", 0755}, {"theirs", 0755}})
+        ASSERT_TRUE(mkdir(dir.file(d.first).c_str(), 0700) == 0 && chmod(dir.file(d.first).c_str(), d.second) == 0);
+    ASSERT_EQ(symlink("mine", dir.file("link").c_str()), 0);
+    const bool given_away = chown(dir.file("theirs").c_str(), 65534, (gid_t)-1) == 0;   // root only
+    const std::string open = "others can write its directory", self = "it is the file name itself";
+    const struct { const char *virt, *file; int32_t ugz; std::string why; } rows[] = {
+        {"world/net", "d/net", 0, open}, {"group/net", "d/net", 0, open}, {"sticky/net", "d/net", 0, ""},
+        {"mine/net", "d/net", 0, ""}, {"theirs/net", "d/net", 0, given_away ? "its directory belongs to another user" : ""},
+        {"missing/net", "d/net", 0, ""}, {"mine//net", "mine/net", 1, self}, {"mine/./net", "mine/net", 1, self},
+        {"link/net", "mine/net", 1, self}, {"link/../mine/net", "mine/net", 1, self},
+        {"link/net", "mine/net", 0, ""},   // the compressed file is net.xml.gz
+        {"missing//net", "missing/net", 1, ""},
+    };
+    for (const auto &r : rows) {
+        const std::string virt = dir.file(r.virt) + ".xml";
+        kavor_file_rgst_t rgst = req(dir.file(r.file), "n", r.ugz, dir.file(r.virt));
+        TraceCapture cap(8);
+        kavor_file_t *f = kavor_register(nullptr, &rgst);
+        ASSERT_NE(f, nullptr);
+        EXPECT_EQ(str(f->fcom->virtfile), r.why.empty() ? virt : "<NULL>") << r.virt << " | " << r.file;
+        EXPECT_TRUE(r.why.empty() ? cap.records().empty() : cap.has(4, "kavor_register", "virtual file (" + virt + ") not used: " + r.why + "."))
+            << cap.dump();
+        kavor_unregister(f);
+    }
 }
 
 TEST(KavorRegister, NodesShareAFileOnlyUnderAManagerAndTheFirstRegistrationNamesIt)

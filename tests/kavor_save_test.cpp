@@ -7,6 +7,8 @@
 // a file without nodes; requests and the state during the sync calls.
 #include <gtest/gtest.h>
 
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "kavor_fixture.h"
@@ -91,15 +93,23 @@ TEST_F(SaveTest, OneRequestWritesEveryNodeOfTheFileAndTwoRequestsWriteOnce)
 // holds the last whole copy; the file stays marked; the task is woken; no
 // temporary is left; no gzip runs over the only copy. Once the cause has
 // gone the next sweep saves.
-enum Cause { WRITER, RENAME, DEV_FULL, V_FILE, V_LOOP, GZIP_FAIL, GZIP_HALF };
+enum Cause { WRITER, TAKEN, RENAME, NO_ROOM, V_OPEN, V_FILE, V_LOOP, GZIP_FAIL, GZIP_HALF };
 
 bool cause(Cause c, const Road &r, SysRecorder &sys, bool on)
 {
     const std::string v = r.dir + "/v";
     switch (c) {
     case WRITER: return sys.fail_all(SysRecorder::SAVE, on), true;
+    case TAKEN: return sys.fail_all(SysRecorder::CREATE, on), true;   // something took the name before its create
     case RENAME: return sys.fail_all(SysRecorder::RENAME, on), true;
-    case DEV_FULL: return unlink(r.tmp().c_str()), !on || symlink("/dev/full", r.tmp().c_str()) == 0;
+    case NO_ROOM: {   // writes past 64 bytes fail, as on a full device
+        struct rlimit rl;
+        getrlimit(RLIMIT_FSIZE, &rl);
+        rl.rlim_cur = on ? 64 : rl.rlim_max;
+        signal(SIGXFSZ, on ? SIG_IGN : SIG_DFL);
+        return setrlimit(RLIMIT_FSIZE, &rl) == 0;
+    }
+    case V_OPEN: return chmod(v.c_str(), on ? 0777 : 0755) == 0;   // others came to be able to write it
     case V_FILE: case V_LOOP:
         return system(("rm -rf '" + v + "'").c_str()) == 0 &&
                (!on || (c == V_FILE ? write_file(v, "a file") : symlink("v", v.c_str()) == 0));
@@ -110,9 +120,10 @@ bool cause(Cause c, const Road &r, SysRecorder &sys, bool on)
 TEST_F(SaveTest, EveryFaultKeepsTheStoredCopiesAndTheFileIsSavedOnceItHasGone)
 {
     const struct { Cause c; int32_t ugz; bool virt, moved; int32_t state; } faults[] = {
-        {WRITER, 0, false, false, 1}, {WRITER, 0, true, false, 1},      {RENAME, 1, true, false, 2},
-        {DEV_FULL, 1, false, false, 1}, {DEV_FULL, 0, false, false, 1}, {V_FILE, 0, true, false, 1},
-        {V_LOOP, 1, true, false, 1},  {GZIP_FAIL, 0, true, true, 2},    {GZIP_HALF, 1, true, true, 2},
+        {WRITER, 0, false, false, 1}, {WRITER, 0, true, false, 1},   {TAKEN, 1, false, false, 1},
+        {RENAME, 1, true, false, 2},  {NO_ROOM, 1, false, false, 1}, {NO_ROOM, 0, false, false, 1},
+        {V_OPEN, 1, true, false, 1},  {V_FILE, 0, true, false, 1},   {V_LOOP, 1, true, false, 1},
+        {GZIP_FAIL, 0, true, true, 2}, {GZIP_HALF, 1, true, true, 2},
     };
     int round = 0;
     for (const auto &f : faults) {
@@ -125,7 +136,9 @@ TEST_F(SaveTest, EveryFaultKeepsTheStoredCopiesAndTheFileIsSavedOnceItHasGone)
             ASSERT_TRUE(cause(f.c, r, sys, true));
             size_t gzips = sys.count("system ");
             TraceCapture cap(4);
+            testing::internal::CaptureStderr();
             mgr_.sweep();
+            EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "libxml2's messages go to the trace";
             EXPECT_EQ(kavor_file_on_saving(h), f.state);
             EXPECT_TRUE(mgr_.given()) << "a failed save wakes the task for a retry";
             EXPECT_GE(cap.count_at_most(4), 1u);
@@ -216,40 +229,76 @@ TEST_F(SaveTest, ABrokenFileNameNeverReplacesTheBackup)
     }
 }
 
-TEST_F(SaveTest, ACommandThatWouldBeCutIsNeverRunAndThePlainRoadSaves)
+// A link planted at the temporary or virtual name, before the save or in the
+// moment between the removal of the name and its create, is never followed:
+// its target stays, and the file becomes a regular file with the new copy.
+// A create that finds the name taken fails the attempt; the retry saves.
+TEST_F(SaveTest, ALinkPlantedAtANameTheSaveWritesIsNeverFollowed)
 {
-    Road r{dir_.path(), 0, true};
-    Blk b;
-    fill(b, 4);
-    xml_file_hdl f = r.reg_in(mgr_.get(), &b);
-    ASSERT_NE(f->fcom->virtfile, nullptr);
-    char *own = f->fcom->virtfile;   // registration refuses such a pair; made by hand
-    f->fcom->virtfile = _string_dup(dir_.file(std::string(230, 'v') + "/net.xml").c_str(), "test");
-    _vn_free(own, "test");
-    SysRecorder sys;
-    TraceCapture cap(4);
-    kavor_save_one(f);
-    mgr_.sweep();
-    EXPECT_EQ(cap.count_at_most(4), 1u) << cap.dump();
-    EXPECT_EQ(sys.count("system"), 0u);
-    EXPECT_EQ(sys.count("save " + r.tmp()), 1u);
-    EXPECT_EQ(kavor_file_on_saving(f), 0);
-    EXPECT_EQ(gen_at(r, r.file()), 4);
+    const struct { int32_t ugz; bool virt, racing; } rows[] = {{0, false, false}, {1, false, false}, {0, false, true}, {0, true, true}};
+    int i = 0;
+    const std::string victim = dir_.file("victim");
+    for (const auto &c : rows) {
+        SCOPED_TRACE(i);
+        Road r{dir_.file("l" + std::to_string(i++)), c.ugz, c.virt};
+        const std::string at = c.virt ? r.virt_file() : r.tmp();
+        ASSERT_TRUE(write_file(victim, "victim"));
+        Blk b;
+        xml_file_hdl f = r.reg_in(mgr_.get(), &b);
+        save_gen(mgr_, f, b, 1);
+        SysRecorder sys;
+        bool planted = false;
+        auto plant = [&] { planted = symlink(victim.c_str(), at.c_str()) == 0; };
+        sys.after_remove = [&](const std::string &p) { planted || !c.racing || p != at ? void() : plant(); };
+        if (!c.racing)
+            plant();
+        fill(b, 2);
+        kavor_save_one(f);
+        mgr_.given();
+        mgr_.sweep();
+        EXPECT_TRUE(planted);
+        EXPECT_EQ(mgr_.given(), c.racing) << "the racing link fails the attempt";
+        mgr_.sweep();
+        EXPECT_EQ(kavor_file_on_saving(f), 0);
+        EXPECT_EQ(read_file(victim), "victim");
+        struct stat st;
+        EXPECT_TRUE(lstat(r.file().c_str(), &st) == 0 && S_ISREG(st.st_mode) && lstat(at.c_str(), &st) != 0);
+        EXPECT_EQ(gen_at(r, r.file()), 2);
+        EXPECT_EQ(gen_at(r, r.bak()), 1);
+        kavor_unregister(f);
+    }
 }
 
-TEST_F(SaveTest, AFileWithoutNodesNeverReplacesTheStoredCopy)
+// A virtual name the road can't use at the time of the save gives way to the
+// plain road, with a level-4 record: a command that would be cut (never run:
+// its target would be another path), or a virtual file that has turned out to
+// be the file itself (its directory came to be a link to the file's own).
+TEST_F(SaveTest, AVirtualNameUnusableAtTheSaveGivesWayToThePlainRoad)
 {
-    Road r{dir_.path(), 0, false};
-    Blk b;
-    kavor_fcom_t *fcom = third_save_asked(r, b)->fcom;
-    zhead_t nodes = fcom->file_lst;   // as a sweep would see a file whose last node is leaving
-    fcom->file_lst = nullptr;
-    mgr_.sweep();
-    fcom->file_lst = nodes;
-    EXPECT_EQ(read_file(r.file()), file_);
-    EXPECT_EQ(read_file(r.bak()), bak_);
-    EXPECT_FALSE(file_exists(r.tmp()));
-    EXPECT_EQ(saving_get(fcom), 1);
+    for (bool alias : {false, true}) {
+        Road r{dir_.file(alias ? "alias/d" : "long/d"), alias ? 1 : 0, false};
+        const std::string sub = dir_.file(alias ? "alias" : "long");
+        Blk b;
+        xml_file_hdl f = reg(mgr_.get(), r.base(), "blk", &b, r.ugz, sub + "/v/net");
+        ASSERT_NE(f->fcom->virtfile, nullptr);
+        if (alias) {
+            ASSERT_TRUE(mkdir(sub.c_str(), 0755) == 0 && mkdir(r.dir.c_str(), 0755) == 0 && symlink("d", (sub + "/v").c_str()) == 0);
+        } else {   // registration refuses such a pair; made by hand
+            char *own = f->fcom->virtfile;
+            f->fcom->virtfile = _string_dup((sub + "/" + std::string(230, 'v') + "/net.xml").c_str(), "test");
+            _vn_free(own, "test");
+        }
+        SysRecorder sys;
+        TraceCapture cap(4);
+        save_gen(mgr_, f, b, 4);
+        save_gen(mgr_, f, b, 5);
+        EXPECT_EQ(cap.count_at_most(4), 2u) << cap.dump();
+        EXPECT_EQ(sys.count("system"), 0u);
+        EXPECT_EQ(sys.count("save " + r.tmp()), 2u);
+        EXPECT_EQ(gen_at(r, r.file()), 5);
+        EXPECT_EQ(gen_at(r, r.bak()), 4);
+        kavor_unregister(f);
+    }
 }
 
 TEST_F(SaveTest, TheStateIsTwoDuringTheSyncCallsAndARequestThenWins)

@@ -41,65 +41,61 @@ kavor_file_rgst_t rich_request(const std::string &base, Rich &r, const char *nod
     return request(base, node, fx_table, &r.b.all, 0);
 }
 
-// What a file holds, read into a fresh block, as a document; "" when it
-// can't be loaded.
-std::string stored_text(const std::string &base, const char *node)
-{
-    Rich got(false);
-    kavor_file_rgst_t r = rich_request(base, got, node);
-    return kavor_file2param(&r) == 0 ? write_table(&got.b.all, fx_table) : "";
-}
-
 class ResourceBounds : public ::testing::TestWithParam<Alloc> {
 protected:
     TempDir dir_;
     std::unique_ptr<Mgr> mgr_{new Mgr};   // made anew after each round, outside its failure
 };
 
+// A managed file of two nodes, its directory there with both copies, or one
+// the save has to make (a new one each round, so the directory maker is
+// swept too, and some refusal of it must fail the save).
 TEST_P(ResourceBounds, AManagedSaveKeepsTheCopiesOrSavesTheWholeDocument)
 {
-    static Rich a(true), b(true);
-    const std::string base = dir_.file("net"), F = base + ".xml.gz", B = base + ".xml.bak.gz";
+    Pair a = {"alpha", "bob"}, b = {"beta", "eve"};
     SysRecorder sys;   // sync does nothing here
     sys.nodes = 2;
-    xml_file_hdl fa = nullptr, fb = nullptr;
-    kavor_file_rgst_t ra = rich_request(base, a, "a"), rb = rich_request(base, b, "b");
-    for (int g = 0; g < 2; g++) {   // a file and a backup on disk
-        fa = kavor_register(mgr_->get(), &ra), kavor_register(mgr_->get(), &rb);
-        kavor_save_one(fa);
-        mgr_->sweep();
+    for (bool new_dir : {false, GetParam() == Alloc::library}) {   // the directory maker allocates from the library
+        SCOPED_TRACE(new_dir ? "a directory to make" : "both copies there");
+        std::string base = dir_.file("net"), F, B, file_before, bak_before, want;
+        auto request_of = [&](Pair &p, const char *node) { return request(base, node, pair_table(), &p, 0); };
+        kavor_file_rgst_t ra = request_of(a, "a"), rb = request_of(b, "b");
+        xml_file_hdl fa = kavor_register(mgr_->get(), &ra), fb = kavor_register(mgr_->get(), &rb);
+        for (int g = 0; g < 2 && !new_dir; g++)   // a file and a backup on disk
+            kavor_save_one(fa), mgr_->sweep();
+        kavor_unregister(fa), kavor_unregister(fb);
+        int round = 0, unmade = 0;
+        TraceCapture cap(4);
+        sweep(GetParam(), [&] {
+            base = new_dir ? dir_.file("new" + std::to_string(round++) + "/net") : base;
+            F = base + ".xml.gz", B = base + ".xml.bak.gz", file_before = read_file(F), bak_before = read_file(B);
+            ra = request_of(a, "a"), rb = request_of(b, "b");
+            cap.clear();
+            fa = kavor_register(mgr_->get(), &ra), fb = kavor_register(mgr_->get(), &rb);
+            if (fa != nullptr && fb != nullptr && kavor_save_one(fb) == 0)
+                mgr_->sweep();
+        }, [&](bool) {
+            if (fa != nullptr && fb != nullptr && kavor_file_on_saving(fa) != 0) {
+                unmade += !file_exists(base.substr(0, base.rfind('/')));
+                EXPECT_EQ(read_file(F), file_before) << "the file, byte for byte";
+                EXPECT_EQ(read_file(B), bak_before) << "the backup, byte for byte";
+                EXPECT_GT(cap.count_at_most(4), 0u);
+                EXPECT_TRUE(mgr_->given()) << "a failed save wakes the task";
+                mgr_->sweep();
+                EXPECT_EQ(kavor_file_on_saving(fa), 0);
+            }
+            // The last copy became the backup, unless the failure made the
+            // file look broken to the save, which then keeps the backup.
+            EXPECT_TRUE(read_file(B) == file_before || read_file(B) == bak_before);
+            if (want.empty())
+                want = gunzip(F);   // round 0, without a failure
+            EXPECT_TRUE(fa == nullptr || fb == nullptr || gunzip(F) == want || cap.count_at_most(4) > 0) << "a row lost without a word";
+            EXPECT_EQ(sys.incomplete.load(), 0) << "an incomplete document was handed to the writer";
+            kavor_unregister(fa), kavor_unregister(fb);
+            mgr_.reset(new Mgr);
+        });
+        EXPECT_TRUE(!new_dir || GetParam() != Alloc::library || unmade > 0) << "no refusal in the directory maker failed the save";
     }
-    kavor_unregister(fa);
-    kavor_unregister(reinterpret_cast<kavor_file_t *>(reinterpret_cast<kavor_fcom_t *>(mgr_->get()->fcom_lst)->file_lst));
-    std::string file_before, bak_before, want;
-    ASSERT_EQ(stored_text(base, "a"), a.text);
-    TraceCapture cap(4);
-    sweep(GetParam(), [&] {
-        file_before = read_file(F), bak_before = read_file(B);
-        cap.clear();
-        fa = kavor_register(mgr_->get(), &ra), fb = kavor_register(mgr_->get(), &rb);
-        if (fa != nullptr && fb != nullptr && kavor_save_one(fb) == 0)
-            mgr_->sweep();
-    }, [&](bool) {
-        if (fa != nullptr && fb != nullptr && kavor_file_on_saving(fa) != 0) {
-            EXPECT_EQ(read_file(F), file_before) << "the file, byte for byte";
-            EXPECT_EQ(read_file(B), bak_before) << "the backup, byte for byte";
-            EXPECT_GT(cap.count_at_most(4), 0u);
-            EXPECT_TRUE(mgr_->given()) << "a failed save wakes the task";
-            mgr_->sweep();
-            EXPECT_EQ(kavor_file_on_saving(fa), 0);
-        }
-        // The last copy became the backup, unless the failure made the file
-        // look broken to the save, which then keeps the backup.
-        EXPECT_TRUE(read_file(B) == file_before || read_file(B) == bak_before);
-        if (want.empty())
-            want = gunzip(F);   // round 0, without a failure
-        EXPECT_TRUE(gunzip(F) == want || cap.count_at_most(4) > 0) << "a row lost without a word";
-        EXPECT_EQ(sys.incomplete.load(), 0) << "an incomplete document was handed to the writer";
-        kavor_unregister(fa);
-        kavor_unregister(fb);
-        mgr_.reset(new Mgr);
-    });
 }
 
 // The one-shot save: -1, or a target that holds the whole document, short

@@ -10,11 +10,13 @@
 
 #include <gtest/gtest.h>
 
+#include <errno.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -172,18 +174,19 @@ inline bool wait_for(const std::function<bool()> &cond, double secs = 20.0)
 }
 
 /// Replaces the kavor_sys table with counting wrappers for its lifetime. A
-/// failing remove or rename does nothing and returns -1; a failing save_doc
+/// failing remove or rename does nothing and returns -1; a failing create
+/// returns -1 with EEXIST (something took the name); a failing save_doc
 /// writes half the document and returns -1; gzip runs, fails without output
 /// or writes half its output and fails, by gzip_mode. sync is counted and
 /// does nothing: a killed process loses nothing of the page cache.
 class SysRecorder {
 public:
-    enum Op { REMOVE, RENAME, SYSTEM, SAVE, SYNC, NOPS };
+    enum Op { REMOVE, RENAME, SYSTEM, SAVE, SYNC, CREATE, NOPS };
     enum Gzip { REAL, FAIL, HALF };
     SysRecorder() : saved_(kavor_sys)
     {
         self() = this;
-        kavor_sys = {w_remove, w_rename, w_system, w_sync, w_save, w_step};
+        kavor_sys = {w_remove, w_rename, w_system, w_sync, w_create, w_save, w_step};
     }
     ~SysRecorder() { kavor_sys = saved_, self() = nullptr; }
     SysRecorder(const SysRecorder &) = delete;
@@ -203,8 +206,10 @@ public:
     void fail_nth(Op op, long n) { fail_at_[op] = calls_[op].load() + n; }   ///< 1: the next call
     void fail_all(Op op, bool on) { fail_all_[op] = on; }
 
-    /// Called on the saving thread after each step; set it before a save runs.
+    /// Called on the saving thread after each step, and after each remove
+    /// with its path; set them before a save runs.
     std::function<void(const std::string &step, const kavor_fcom_t *fcom)> on_step;
+    std::function<void(const std::string &path)> after_remove;
     std::atomic<int> gzip_mode{REAL};
     /// With `nodes` set, documents handed to the writer whose root doesn't
     /// hold that many elements are counted in `incomplete`.
@@ -224,7 +229,22 @@ private:
         long n = ++calls_[op];
         return fail_all_[op].load() || n == fail_at_[op].load();
     }
-    static int w_remove(const char *p) { return self()->failing(REMOVE, std::string("remove ") + p) ? -1 : self()->saved_.remove(p); }
+    static int w_remove(const char *p)
+    {
+        int rc = self()->failing(REMOVE, std::string("remove ") + p) ? -1 : self()->saved_.remove(p);
+        if (self()->after_remove)
+            self()->after_remove(p);
+        return rc;
+    }
+    static int w_create(const char *p)
+    {
+        if (self()->failing(CREATE, std::string("create ") + p))
+            return errno = EEXIST, -1;
+        int fd = self()->saved_.create(p);
+        std::lock_guard<std::mutex> hold(self()->lock_);
+        self()->created_[fd] = p;
+        return fd;
+    }
     static int w_rename(const char *a, const char *b)
     {
         return self()->failing(RENAME, std::string("rename ") + a + " " + b) ? -1 : self()->saved_.rename(a, b);
@@ -240,15 +260,20 @@ private:
         return rc;
     }
     static void w_sync() { self()->failing(SYNC, "sync"); }
-    static int w_save(const char *p, xmlDocPtr doc, const char *enc, int fmt)
+    static int w_save(int fd, xmlDocPtr doc, const char *enc, int fmt)
     {
-        bool fail = self()->failing(SAVE, std::string("save ") + p);
+        std::string p;
+        {
+            std::lock_guard<std::mutex> hold(self()->lock_);
+            p = self()->created_[fd];
+        }
+        bool fail = self()->failing(SAVE, "save " + p);
         size_t kids = 0;
         for (xmlNode *c = xmlDocGetRootElement(doc) ? xmlDocGetRootElement(doc)->children : nullptr; c; c = c->next)
             kids += c->type == XML_ELEMENT_NODE;
         self()->incomplete += self()->nodes > 0 && kids != self()->nodes;
-        int n = self()->saved_.save_doc(p, doc, enc, fmt);
-        return !fail ? n : n > 0 && truncate(p, n / 2) != 0 ? -2 : -1;
+        int n = self()->saved_.save_doc(fd, doc, enc, fmt);
+        return !fail ? n : n > 0 && truncate(p.c_str(), static_cast<off_t>(read_file(p).size() / 2)) != 0 ? -2 : -1;
     }
     static void w_step(const char *name, const kavor_fcom_t *fcom)
     {
@@ -259,6 +284,7 @@ private:
     kavor_sys_t saved_;
     mutable std::mutex lock_;
     std::vector<std::string> log_;
+    std::map<int, std::string> created_;   // descriptor -> path, for its save
     std::atomic<long> calls_[NOPS] = {}, fail_at_[NOPS] = {};
     std::atomic<bool> fail_all_[NOPS] = {};
 };
