@@ -1,13 +1,7 @@
-// Document build and the one-shot conversions: the form of the output
-// (plain and flat, or gzip and indented, by the target's last suffix) with
-// one child per node in list order, the directories made, refused requests,
-// failed writes (also one during which libxml2 raised an error), and the
-// empty node list of a managed file, which is never written.
+// Document build and the one-shot conversions: the form by the target's
+// suffix, nodes in list order, refusals, failed writes, the descriptor
+// writer, and a managed file's empty node list never written.
 #include <gtest/gtest.h>
-
-#include <dirent.h>
-
-#include <set>
 
 #include "kavor_fixture.h"
 #include "trace_capture.h"
@@ -15,18 +9,6 @@
 using namespace kvtest;
 
 namespace {
-
-std::set<std::string> entries(const std::string &dir)
-{
-    std::set<std::string> out;
-    DIR *d = opendir(dir.c_str());
-    while (struct dirent *e = d != nullptr ? readdir(d) : nullptr)
-        if (e->d_name[0] != '.')
-            out.insert(e->d_name);
-    if (d != nullptr)
-        closedir(d);
-    return out;
-}
 
 const char kFlat[] = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<net><n><label>alpha</label><owner>bob</owner></n><e/></net>\n";
 const char kIndented[] = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
@@ -51,7 +33,7 @@ TEST(KavorBuild, TheTargetsLastSuffixDecidesTheFormAndNodesFollowInListOrder)
         EXPECT_EQ(xmlMakeParamFile(f->fcom, &target[0]), 0);
         EXPECT_EQ(read_file(target).substr(0, 2) == "\x1f\x8b", r.gz);
         EXPECT_EQ(gunzip(target), r.gz ? kIndented : kFlat);
-        EXPECT_EQ(entries(dir.path()).size(), 1u) << "the target alone";
+        EXPECT_EQ(files_in(dir.path()).size(), 1u) << "the target alone";
     }
     // The one-shot save writes in place: no backup, no temporary.
     for (int32_t ugz : {1, 0, 7}) {
@@ -59,7 +41,7 @@ TEST(KavorBuild, TheTargetsLastSuffixDecidesTheFormAndNodesFollowInListOrder)
         Pair blk = {"alpha", "bob"};
         kavor_file_rgst_t r = request(dir.file("net.cfg"), "n", pair_table(), &blk, ugz);
         EXPECT_EQ(kavor_param2file(&r), 0);
-        EXPECT_EQ(entries(dir.path()), std::set<std::string>{ugz == 1 ? "net.xml" : "net.xml.gz"});
+        EXPECT_EQ(files_in(dir.path()), std::vector<std::string>{ugz == 1 ? "net.xml" : "net.xml.gz"});
     }
 }
 
@@ -72,6 +54,7 @@ TEST(KavorBuild, OneShotFailuresLeaveTheBlockOrTheTargetAsTheyWere)
         {"", -1, "keep"},   // missing
         {head + "<cfg><n><label>x</label></n></cfg>", -1, "keep"},
         {head + "<net><n><label>part</label></n><n><lab", 1, "part"},
+        {head + "<!DOCTYPE net [<!ENTITY x SYSTEM \"net.xml.bak\">]>\n<net><n><label>&x;</label></n></net>", -1, "keep"},
     };
     for (const auto &r : rows) {
         remove(dir.file("net.xml").c_str());

@@ -1,12 +1,6 @@
-// What a load finds after a save is cut short, on both roads, each with a
-// plain and a compressed file:
-// - at each step of a save (the disk as it is when the step ends), and again
-//   after a restart that cuts its own first save at each step;
-// - when any one outside operation fails, or gzip writes half its output;
-// - when a process that saves in a loop is killed with SIGKILL at random
-//   moments, its gzip children with it.
-// A load must give the last whole copy or the new one, or result 1 while a
-// cut gzip output stands under the file name; never nothing.
+// What a load finds after a save is cut short on each road: after each step,
+// after a restart cut again, after any one failed operation, and after a
+// saving process is killed at random. Always the last whole copy or the new.
 #include <gtest/gtest.h>
 
 #include <errno.h>

@@ -1,9 +1,5 @@
-// The C++ face: requests refuse names that don't fit; one-shot conversions;
-// a refused creation gives an empty manager that does nothing; ownership of
-// managers and registrations across moves, resets in any order and
-// teardown; a second owner of one node refused; the file lock; a save by
-// the task read back and deleted; and the name on saving read while another
-// thread ends that file.
+// The C++ face: requests, one-shot and task saves, an empty manager,
+// ownership across moves and teardown, the file lock, a race on a name.
 #include <gtest/gtest.h>
 
 #include <pthread.h>

@@ -1,7 +1,5 @@
-// Document load: every node of a file filled from one handle, plain or
-// gzip; the recovery parser; the fall-back to the backup (the record keeping
-// its true names meanwhile); refused handles; and the merged result of
-// kavor_load_all.
+// Document load: every node from one handle, the recovery parser, the
+// fall-back to the backup, libxml2's messages, refused handles, load_all.
 #include <gtest/gtest.h>
 
 #include <libxml/parser.h>

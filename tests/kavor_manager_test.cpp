@@ -1,9 +1,5 @@
-// The manager and its save task: creation failing at every allocation (a
-// manager whose task didn't start still answers), teardown that writes
-// nothing, the tick's pacing table driven by hand (the largest delay
-// included), and a running task: a burst ends in one write, a delay of 0
-// writes every request, a request during a sweep leads to another sweep, a
-// failed save is retried until its cause has gone.
+// The manager and its task: creation failing at every allocation, teardown
+// writing nothing, the tick's pacing, and a running task's writes.
 #include <gtest/gtest.h>
 
 #include "kavor_fixture.h"

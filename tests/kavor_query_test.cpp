@@ -1,6 +1,4 @@
-// Queries, deletion and locks: counting and naming a manager's files within
-// a caller's buffer, the name on saving copied whole or not at all, removing
-// a file's copies on disk, and the per-file lock shared by all its nodes.
+// Queries, deletion and the per-file lock.
 #include <gtest/gtest.h>
 
 #include <thread>

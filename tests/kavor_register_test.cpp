@@ -1,7 +1,5 @@
-// Registration: refused requests; the four names a path gives its file
-// (with the virtual name and the names it may not hold); sharing of a file
-// by nodes under a manager; the first registration's names; the end of a
-// file with its last node; every allocation failing in turn; and
+// Registration: refused requests, the names a path gives its file and its
+// virtual name, sharing under a manager, every allocation failing, and
 // unregister/register racing on one file.
 #include <gtest/gtest.h>
 

@@ -1,6 +1,5 @@
-// The table check: every kind of bad row is found, named with its path and
-// reason, and counted once; good, shared, self-reaching and many tables are
-// walked once each; a failed allocation gives -1 and leaks nothing.
+// The table check: every bad row named with its path and reason and counted
+// once; tables walked once however they reach each other; out of memory.
 #include <gtest/gtest.h>
 
 #include <string>

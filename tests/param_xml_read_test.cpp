@@ -1,8 +1,5 @@
-// The reader: what each kind stores from documents the writer makes and from
-// the many it doesn't ("idx" backwards, at the capacity, negative, on
-// wrappers; surplus values; odd counts), the count fields after each
-// element, and the records the refusals leave; and every integer text gives
-// what strtoimax / strtoumax give.
+// The reader: what each kind stores from the documents the writer makes and
+// from many it doesn't, the count fields, and the records of the refusals.
 #include <gtest/gtest.h>
 
 #include <cinttypes>

@@ -6,7 +6,6 @@
 // documents of tests/data/schema are refused at their line.
 #include <gtest/gtest.h>
 
-#include <dirent.h>
 #include <errno.h>
 #include <inttypes.h>
 #include <math.h>
@@ -29,15 +28,7 @@ void collect(void *ctx, int32_t line, const char *message)
 // xmllint's exit code and output for `xml` against `xsd`.
 int xmllint(const std::string &xsd, const std::string &xml, std::string *out)
 {
-    FILE *p = popen(("xmllint --noout --schema '" + xsd + "' '" + xml + "' 2>&1").c_str(), "r");
-    if (p == nullptr)
-        return -1;
-    char buf[512];
-    out->clear();
-    while (fgets(buf, sizeof buf, p) != nullptr)
-        *out += buf;
-    int st = pclose(p);
-    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+    return run("xmllint --noout --schema '" + xsd + "' '" + xml + "'", out);
 }
 
 std::string save(xmlDocPtr doc, const std::string &path)
@@ -225,13 +216,8 @@ TEST(ParamXmlSchema, WrongDocumentsAreRefusedAtTheirLine)
     TempDir dir;
     std::string xsd = save(param_xml_schema("dev", fx_table), dir.file("dev.xsd"));
     const std::string data = KAVOR_TEST_DATA_DIR "/schema/";
-    DIR *d = opendir(data.c_str());
-    ASSERT_NE(d, nullptr);
     int files = 0;
-    while (struct dirent *e = readdir(d)) {
-        std::string name = e->d_name;
-        if (name.size() < 5 || name.compare(name.size() - 4, 4, ".xml") != 0)
-            continue;
+    for (const std::string &name : files_in(data, ".xml")) {
         SCOPED_TRACE(name);
         files++;
         std::string path = data + name, text = read_file(path), problems, out;
@@ -255,7 +241,6 @@ TEST(ParamXmlSchema, WrongDocumentsAreRefusedAtTheirLine)
         EXPECT_NE(rc, 0);
         EXPECT_NE(out.find(name + ":" + std::to_string(lint_line) + ":"), std::string::npos) << out;
     }
-    closedir(d);
     EXPECT_GE(files, 16);
 }
 

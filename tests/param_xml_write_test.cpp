@@ -1,6 +1,5 @@
-// The writer: each kind's document, exact to the byte, and the record that
-// marks what was lost or odd, as one table per kind; the frame's handling of
-// bad rows; and text XML can't carry, written as '?' without a leak.
+// The writer: each kind's document, exact to the byte, with the records that
+// mark what was lost, as one table per kind; bad rows; text XML can't carry.
 #include <gtest/gtest.h>
 
 #include <cfloat>

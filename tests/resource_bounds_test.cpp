@@ -1,11 +1,6 @@
-// Allocation failures over a full save and a full load of the every-kind
-// block: the Nth allocation of the library's allocator and the Nth of
-// libxml2's fail in turn, for every N the operation reaches (the sweep
-// driver proves each refusal and counts the live blocks of both). Each run
-// ends with a documented result: a save writes the whole new document or
-// leaves the stored copies byte for byte, never hands an incomplete
-// document to the writer, and is saved by its retry; a load gives 0, 1 or
-// -1 and touches no block on -1.
+// Every allocation of both allocators failing in turn over a managed save, a
+// one-shot save and a load: the documented result, never an incomplete
+// document handed to the writer, and no leak.
 #include <gtest/gtest.h>
 
 #include "../fuzz/fuzz_table.h"

@@ -1,5 +1,9 @@
 #include "test_util.h"
 
+#include <dirent.h>
+#include <sys/wait.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -78,4 +82,30 @@ std::string repeat(const std::string &s, size_t n)
     for (size_t i = 0; i < n; i++)
         out += s;
     return out;
+}
+
+std::vector<std::string> files_in(const std::string &dir, const std::string &suffix)
+{
+    std::vector<std::string> out;
+    DIR *d = opendir(dir.c_str());
+    while (struct dirent *e = d != nullptr ? readdir(d) : nullptr) {
+        std::string n = e->d_name;
+        if (n != "." && n != ".." && n.size() >= suffix.size() && n.compare(n.size() - suffix.size(), suffix.size(), suffix) == 0)
+            out.push_back(n);
+    }
+    if (d != nullptr)
+        closedir(d);
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+int run(const std::string &cmd, std::string *out)
+{
+    FILE *p = popen((cmd + " 2>&1").c_str(), "r");
+    char buf[4096];
+    out->clear();
+    for (size_t n; p != nullptr && (n = fread(buf, 1, sizeof buf, p)) > 0;)
+        out->append(buf, n);
+    int st = p != nullptr ? pclose(p) : -1;
+    return st != -1 && WIFEXITED(st) ? WEXITSTATUS(st) : -1;
 }

@@ -5,6 +5,7 @@
 #define KAVOR_TEST_UTIL_H
 
 #include <string>
+#include <vector>
 
 #include <libxml/tree.h>
 
@@ -35,5 +36,10 @@ bool file_exists(const std::string &path);
 std::string dump_children(xmlNode *node);
 /// `s` repeated `n` times.
 std::string repeat(const std::string &s, size_t n);
+/// The names of the entries of `dir` that end in `suffix` (not "." or ".."), sorted.
+std::vector<std::string> files_in(const std::string &dir, const std::string &suffix = "");
+/// Runs `cmd` in a shell; its exit code (-1 if it didn't exit) and, in *out,
+/// what it wrote to standard output and error.
+int run(const std::string &cmd, std::string *out);
 
 #endif
