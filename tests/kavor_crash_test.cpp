@@ -126,8 +126,7 @@ TEST(KavorCrash, AnyOneFailedOperationKeepsAWholeCopyAndTheRetryEndsWithTheNewOn
                 Blk b;
                 xml_file_hdl f = r.reg_in(mgr.get(), &b);
                 SysRecorder sys;
-                save_gen(mgr, f, b, 1);
-                save_gen(mgr, f, b, 2);
+                save_gen(mgr, f, b, 1), save_gen(mgr, f, b, 2);
                 fill(b, 3);
                 kavor_save_one(f);
                 if (op == SysRecorder::NOPS)
@@ -195,8 +194,7 @@ void kill_loop(const Road &r, int rounds, int max_pause_ms, unsigned seed)
         Mgr mgr;   // two whole copies to begin with: the file and its backup
         Blk b;
         xml_file_hdl f = r.reg_in(mgr.get(), &b);
-        save_gen(mgr, f, b, 1);
-        save_gen(mgr, f, b, 2);
+        save_gen(mgr, f, b, 1), save_gen(mgr, f, b, 2);
     }
     std::mt19937 rng(seed);
     std::uniform_int_distribution<int> pause_us(500, max_pause_ms * 1000);

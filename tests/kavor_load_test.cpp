@@ -89,8 +89,7 @@ TEST_F(KavorLoad, FallBackToTheBackupWhenTheFileGivesNothingUsable)
     for (const auto &r : rows) {
         SCOPED_TRACE(r.what);
         reset();
-        remove(main_.c_str());
-        remove(bak_.c_str());
+        remove(main_.c_str()), remove(bak_.c_str());
         ASSERT_TRUE(r.main == "-" || write_file(main_, r.main));
         ASSERT_TRUE(r.bak == "-" || write_file(bak_, r.bak));
         TraceCapture cap(8);

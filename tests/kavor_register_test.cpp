@@ -226,8 +226,7 @@ TEST(KavorRegister, NodesShareAFileOnlyUnderAManagerAndTheFirstRegistrationNames
     kavor_file_t *s1 = kavor_register(nullptr, &again), *s2 = kavor_register(nullptr, &again);
     ASSERT_TRUE(s1 && s2);
     EXPECT_NE(s1->fcom, s2->fcom);
-    kavor_unregister(s1);
-    kavor_unregister(s2);
+    kavor_unregister(s1), kavor_unregister(s2);
     // The last node ends its file; a new registration starts afresh.
     for (int i : {0, 1})
         kavor_unregister(nodes[i]);

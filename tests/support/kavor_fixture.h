@@ -160,6 +160,8 @@ inline Loaded parse_exact(const std::string &base, int32_t ugz, const std::strin
     return out;
 }
 inline int32_t gen_at(const Road &r, const std::string &exact) { return parse_exact(r.base(), r.ugz, exact).gen(); }
+/// "<generation of the file>/<generation of the backup>", -1 for none whole.
+inline std::string gens(const Road &r) { return std::to_string(gen_at(r, r.file())) + "/" + std::to_string(gen_at(r, r.bak())); }
 
 /// Polls `cond` every few milliseconds for at most `secs` seconds.
 inline bool wait_for(const std::function<bool()> &cond, double secs = 20.0)

@@ -29,6 +29,14 @@ struct Modules {
             by_level[l] = vorn_mod_trace_init("test", nullptr, l, collect);
     }
 } g_modules;
+
+template <typename F> size_t count_if(const std::vector<std::string> &records, F f)
+{
+    size_t n = 0;
+    for (const auto &r : records)
+        n += f(r);
+    return n;
+}
 }  // namespace
 
 TraceCapture::TraceCapture(uint32_t level)
@@ -38,10 +46,7 @@ TraceCapture::TraceCapture(uint32_t level)
     param_xml_trace_h = mine_;
 }
 
-TraceCapture::~TraceCapture()
-{
-    param_xml_trace_h = previous_;
-}
+TraceCapture::~TraceCapture() { param_xml_trace_h = previous_; }
 
 std::vector<std::string> TraceCapture::records() const
 {
@@ -51,27 +56,18 @@ std::vector<std::string> TraceCapture::records() const
 
 size_t TraceCapture::count(int level, const std::string &func, const std::string &msg) const
 {
-    std::string want = std::to_string(level) + " " + func + ": " + msg;
-    size_t n = 0;
-    for (const auto &r : records())
-        n += r == want;
-    return n;
+    const std::string want = std::to_string(level) + " " + func + ": " + msg;
+    return count_if(records(), [&](const std::string &r) { return r == want; });
 }
 
 size_t TraceCapture::count_containing(const std::string &text) const
 {
-    size_t n = 0;
-    for (const auto &r : records())
-        n += r.find(text) != std::string::npos;
-    return n;
+    return count_if(records(), [&](const std::string &r) { return r.find(text) != std::string::npos; });
 }
 
 size_t TraceCapture::count_at_most(int level) const
 {
-    size_t n = 0;
-    for (const auto &r : records())
-        n += std::atoi(r.c_str()) <= level;
-    return n;
+    return count_if(records(), [&](const std::string &r) { return std::atoi(r.c_str()) <= level; });
 }
 
 void TraceCapture::clear()

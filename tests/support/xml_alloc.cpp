@@ -14,53 +14,37 @@ long g_calls, g_fail_at, g_live;
 
 void quiet(void *, const char *, ...) {}
 
-// Counts a call; true if it is the one to refuse.
-bool refuse() { return ++g_calls == g_fail_at; }
+bool refuse() { return ++g_calls == g_fail_at; }   // counts a call; true for the one to refuse
 
 void *do_malloc(size_t n)
 {
-    if (refuse())
-        return nullptr;
-    void *p = malloc(n);
-    g_live += p != nullptr;
-    return p;
+    void *p = refuse() ? nullptr : malloc(n);
+    return g_live += p != nullptr, p;
 }
 
 void *do_realloc(void *p, size_t n)
 {
-    if (refuse())
-        return nullptr;
-    void *q = realloc(p, n);
-    g_live += p == nullptr && q != nullptr;
-    return q;
+    void *q = refuse() ? nullptr : realloc(p, n);
+    return g_live += p == nullptr && q != nullptr, q;
 }
 
-void do_free(void *p)
-{
-    g_live -= p != nullptr;
-    free(p);
-}
+void do_free(void *p) { g_live -= p != nullptr, free(p); }
 
 char *do_strdup(const char *s)
 {
-    size_t n = strlen(s) + 1;
-    char *p = static_cast<char *>(do_malloc(n));
-    if (p != nullptr)
-        memcpy(p, s, n);
-    return p;
+    char *p = static_cast<char *>(do_malloc(strlen(s) + 1));
+    return p != nullptr ? strcpy(p, s) : nullptr;
 }
 
 }  // namespace
 
 XmlAlloc::XmlAlloc()
 {
-    xmlInitParser();   // what libxml2 sets up once for the process is not counted
+    xmlInitParser();      // what libxml2 sets up once for the process is not counted
     xmlResetLastError();  // its texts were allocated outside the count
     xmlSetGenericErrorFunc(nullptr, quiet);
     xmlMemGet(&free_, &malloc_, &realloc_, &strdup_);
-    g_calls = 0;
-    g_fail_at = 0;
-    g_live = 0;
+    g_calls = g_fail_at = g_live = 0;
     xmlMemSetup(do_free, do_malloc, do_realloc, do_strdup);
 }
 
@@ -72,13 +56,6 @@ XmlAlloc::~XmlAlloc()
 }
 
 void XmlAlloc::fail_nth(long n) { g_fail_at = n > 0 ? g_calls + n : 0; }
-
 bool XmlAlloc::failed() const { return g_fail_at > 0 && g_calls >= g_fail_at; }
-
 long XmlAlloc::calls() const { return g_calls; }
-
-long XmlAlloc::live() const
-{
-    xmlResetLastError();
-    return g_live;
-}
+long XmlAlloc::live() const { return xmlResetLastError(), g_live; }
