@@ -70,42 +70,20 @@ TEST(VnTask, StopWaitsForARunningProcessAndNoneFollows)
     EXPECT_EQ(vn_mem_live(), live);
 }
 
-// Binary: however many gives from however many threads allow one take; a
-// take times out on the monotonic clock and leaves nothing given; a waiting
-// take is woken from another thread. Mutexes refuse a relock by the owner.
-TEST(VnIpc, SemaphoresAreBinaryAndTimedAndMutexesCheckErrors)
+// A semaphore is binary (however many gives, from however many threads,
+// allow one take), and a take times out and leaves nothing given.
+TEST(VnSem, BinaryAndTimed)
 {
-    long live = vn_mem_live();
-    VN_SEM_ID s = vn_semb_create("b", 0), given = vn_semb_create(nullptr, 1);
-    ASSERT_TRUE(s && given);
-    EXPECT_TRUE(vn_sem_take(given, 0) == 0 && vn_sem_take(given, 0) == -1);
+    VN_SEM_ID s = vn_semb_create("b", 0);
     uint64_t t0 = vn_uptime_ms();
-    EXPECT_EQ(vn_sem_take(s, 120), -1);
-    EXPECT_GE(vn_delta_ms(t0), 115u);   // a little slack for millisecond rounding
-    EXPECT_EQ(vn_sem_take(s, 0), -1) << "a take that timed out leaves nothing given";
+    EXPECT_TRUE(vn_sem_take(s, 120) == -1 && vn_delta_ms(t0) >= 115u && vn_sem_take(s, 0) == -1);
     std::vector<std::thread> givers;
     for (int i = 0; i < 6; i++)
         givers.emplace_back([s] { for (int k = 0; k < 200; k++) vn_sem_give(s); });
     for (auto &g : givers)
         g.join();
     EXPECT_TRUE(vn_sem_take(s, 0) == 0 && vn_sem_take(s, 10) == -1);
-    std::thread late([s] { std::this_thread::sleep_for(std::chrono::milliseconds(20)), vn_sem_give(s); });
-    EXPECT_EQ(vn_sem_take(s, 20000), 0);
-    late.join();
-    EXPECT_TRUE(vn_sem_take(nullptr, 10) == -1 && vn_sem_give(nullptr) == -1 && vn_sem_delete(nullptr) == -1);
-    vn_sem_delete(s), vn_sem_delete(given);
-    VN_MUTEX_ID m = nullptr, none = nullptr;
-    ASSERT_EQ(vn_mutex_init(&m), 0);
-    EXPECT_TRUE(vn_mutex_lock(&m) == 0 && vn_mutex_lock(&m) == -1 && vn_mutex_unlock(&m) == 0);   // never hangs
-    EXPECT_TRUE(vn_mutex_destroy(&m) == 0 && m == nullptr && vn_mutex_init(nullptr) == -1);
-    for (VN_MUTEX_ID *cell : {static_cast<VN_MUTEX_ID *>(nullptr), &none})
-        EXPECT_TRUE(vn_mutex_lock(cell) == -1 && vn_mutex_unlock(cell) == -1 && vn_mutex_destroy(cell) == -1);
-    m = reinterpret_cast<VN_MUTEX_ID>(0x1);
-    vn_mem_fail_nth(1);
-    EXPECT_TRUE(vn_mutex_init(&m) == -1 && m == nullptr);
-    vn_mem_fail_nth(1);
-    EXPECT_EQ(vn_semb_create("x", 0), nullptr);
-    EXPECT_EQ(vn_mem_live(), live);
+    vn_sem_delete(s);
 }
 
 struct item {
