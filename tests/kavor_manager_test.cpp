@@ -114,7 +114,9 @@ TEST(KavorManager, OneTickCountsTheQuietTimeInStepsOf500Ms)
         if (r.given)
             vn_sem_give(h->sem_sav);
         size_t saves = sys.count("save ");
+        TraceCapture cap(8);
         EXPECT_EQ(xml_save_process(h), 0);
+        EXPECT_EQ(cap.has(8, "xml_save_process", "kavor_obj take semphore, delay save."), r.given);
         EXPECT_EQ(h->sv_dly, r.after);
         EXPECT_EQ(sys.count("save ") - saves, r.swept ? 1u : 0u);
     }

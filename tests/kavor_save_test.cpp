@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
+#include <regex>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -290,6 +291,26 @@ TEST_F(SaveTest, TheStateIsTwoDuringTheSyncCallsAndARequestThenWins)
     request = false;
     mgr_.sweep();
     EXPECT_TRUE(kavor_file_on_saving(f) == 0 && sys.count("save ") == 3);
+}
+
+// The records of the roads and of a load that falls back, as the save
+// engine and the load lay them down (times and the directory left out).
+TEST_F(SaveTest, TheRoadsAndAFallBackWriteTheirRecords)
+{
+    TraceCapture cap(8);
+    for (const Road &r : {Road{dir_.file("p"), 1, false}, Road{dir_.file("v"), 0, true}}) {
+        Pair p = {"one", "x"};
+        kavor_file_rgst_t rq = request(r.base(), "p", pair_table(), &p, r.ugz, r.virt ? r.dir + "/v/net" : "");
+        xml_file_hdl f = kavor_register(mgr_.get(), &rq);
+        kavor_save_one(f), mgr_.sweep(), strcpy(p.label, "two"), kavor_save_one(f), mgr_.sweep();
+        write_file(r.file(), "broken");
+        EXPECT_EQ(kavor_load_one(f), 0);
+        kavor_unregister(f);
+    }
+    std::string got = std::regex_replace(cap.dump(), std::regex("time=[0-9]+|use [0-9]+ ms"), "N");
+    for (size_t at; (at = got.find(dir_.path())) != std::string::npos;)
+        got.replace(at, dir_.path().size(), "@D");
+    EXPECT_EQ(read_file(KAVOR_TEST_DATA_DIR "/file_trace.txt"), got);
 }
 
 // NULL and standalone handles are refused with their results; a manager

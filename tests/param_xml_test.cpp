@@ -88,6 +88,22 @@ TEST(RoundTrip, EveryKindInEveryModeReadsAndWritesTheExpectedDocument)
     }
 }
 
+// The records of the walks: every kind's writer and reader, each row,
+// element and value, as the handlers' records are laid down.
+TEST(RoundTrip, TheWalksWriteTheirRecordsOfEveryRowAndValue)
+{
+    static fuzz::RichBlock b;
+    std::string records;
+    {
+        TraceCapture cap(8);
+        read_into(b, read_file(kData + "/rich_written.xml"));
+        written(b);
+        records = cap.dump();
+    }
+    param_xml_free(&b.all, fx_table);
+    EXPECT_EQ(read_file(kData + "/rich_trace.txt"), records);
+}
+
 TEST(Release, NodesOfNoKnownTypeAreFreedWithoutAWalkAndBadRowsSkipped)
 {
     XmlAlloc count;
