@@ -14,24 +14,14 @@
 #include <thread>
 
 #include "kavor.h"
-#include "request.h"
-#include "test_util.h"
+#include "kavor_fixture.h"
 #include "trace_capture.h"
 
 namespace {
 
 const char kHead[] = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
 
-// Polls `done` every 5 ms for at most 10 s.
-template <class F> bool wait_for(F done)
-{
-    for (int i = 0; i < 2000; i++) {
-        if (done())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return false;
-}
+using kvtest::wait_for;
 
 // ---- defaults set before a load --------------------------------------------
 
@@ -79,7 +69,7 @@ TEST(Patterns, DefaultsSetBeforeALoadStayWhereTheFileHasNothingButListsAndBuffer
     int16_t preset_samples[2] = {9, 9};
     a.samples[0] = preset_samples;
     a.nsamples[0] = 2;
-    kavor_file_rgst_t ra = make_request(dir.file("cfg"), "cfg", cfg_table, &a, 1);
+    kavor_file_rgst_t ra = kvtest::request(dir.file("cfg"), "cfg", cfg_table, &a, 1);
     xml_file_hdl ha = kavor_register(mgr, &ra);
     TraceCapture trace(4);
     ASSERT_EQ(kavor_load_one(ha), 0);
@@ -98,7 +88,7 @@ TEST(Patterns, DefaultsSetBeforeALoadStayWhereTheFileHasNothingButListsAndBuffer
     // load; param_xml_free releases what the load made.
     Cfg b{};
     b.mtu = 1500;
-    kavor_file_rgst_t rb = make_request(dir.file("cfg"), "cfg", cfg_table, &b, 1);
+    kavor_file_rgst_t rb = kvtest::request(dir.file("cfg"), "cfg", cfg_table, &b, 1);
     xml_file_hdl hb = kavor_register(mgr, &rb);
     ASSERT_EQ(kavor_load_one(hb), 0);
     ASSERT_NE(b.rules, nullptr);
@@ -179,7 +169,7 @@ TEST(Patterns, EachChangeOfATableGivesWhatTheMigrationGuideSays)
     ASSERT_EQ(param_xml_check(v2_table), 0);
     TempDir dir;
     V1 v1 = {1500, 1000, 5, 300, -1, 2.5f, 2, 7, 404, MODE_AUTO, "eth0", {1, 2, 3, 4}, {10, 20}};
-    kavor_file_rgst_t r1 = make_request(dir.file("dev"), "dev", v1_table, &v1, 1);
+    kavor_file_rgst_t r1 = kvtest::request(dir.file("dev"), "dev", v1_table, &v1, 1);
     ASSERT_EQ(kavor_param2file(&r1), 0);
 
     V2 v2 = {};
@@ -192,7 +182,7 @@ TEST(Patterns, EachChangeOfATableGivesWhatTheMigrationGuideSays)
     v2.label = 9;
     v2.vlans[2] = 30;
     v2.timeout = 30;
-    kavor_file_rgst_t r2 = make_request(dir.file("dev"), "dev", v2_table, &v2, 1);
+    kavor_file_rgst_t r2 = kvtest::request(dir.file("dev"), "dev", v2_table, &v2, 1);
     TraceCapture trace(5);
     ASSERT_EQ(kavor_file2param(&r2), 0);
     const struct {
@@ -250,7 +240,7 @@ pid_t peer(const std::string &base, int up, int down, int gens)
         return pid;
     Pair p{};
     kavor_hdl mgr = kavor_create_v2("peer", 0);
-    kavor_file_rgst_t r = make_request(base, "pair", pair_table, &p, 1);
+    kavor_file_rgst_t r = kvtest::request(base, "pair", pair_table, &p, 1);
     xml_file_hdl h = kavor_register(mgr, &r);
     char c = 0;
     int ok = 1;
@@ -274,7 +264,7 @@ TEST(Patterns, TwoProcessesOnOneFileShareNoLockAndAReaderAlwaysFindsAWholeCopy)
     TempDir dir;
     const std::string base = dir.file("pair");
     Pair p{};
-    kavor_file_rgst_t r = make_request(base, "pair", pair_table, &p, 1);
+    kavor_file_rgst_t r = kvtest::request(base, "pair", pair_table, &p, 1);
     ASSERT_EQ(kavor_param2file(&r), 0);
 
     // The other process holds its file lock: this process's save runs all

@@ -19,8 +19,7 @@
 #include <libxml/parser.h>
 
 #include "kavor.hpp"
-#include "request.h"
-#include "test_util.h"
+#include "kavor_fixture.h"
 #include "trace_capture.h"
 
 namespace {
@@ -71,7 +70,7 @@ struct Fixture {
     {
         mgr = kavor_create_v2("status", 0);
         kavor_set_policy(mgr, policies);
-        rgst = make_request(dir.file(base), "rep", rep_table, &blk, 1);
+        rgst = kvtest::request(dir.file(base), "rep", rep_table, &blk, 1);
         node = kavor_register(mgr, &rgst);
     }
     ~Fixture() { kavor_destroy(mgr); }
@@ -174,7 +173,7 @@ TEST(LoadReport, TheCodecAndTheOneShotGiveTheSameReportAndXml2paramStaysAsItIs)
     EXPECT_STREQ(values.unknown.path, "/rep/rep/extra");
 
     Rep one{};
-    kavor_file_rgst_t r = make_request(dir.file("rep"), "rep", rep_table, &one, 1);
+    kavor_file_rgst_t r = kvtest::request(dir.file("rep"), "rep", rep_table, &one, 1);
     kavor_load_report_t rep;
     ASSERT_EQ(kavor_file2param_v2(&r, 0, &rep), 0);
     EXPECT_EQ(rep.source, KAVOR_SOURCE_MAIN);
@@ -336,7 +335,7 @@ void exact_float_round_trip()
     TempDir dir;
     kavor_hdl mgr = kavor_create_v2("exact", 0);
     ASSERT_EQ(kavor_set_policy(mgr, KAVOR_POLICY_EXACT_FLOATS), 0);
-    kavor_file_rgst_t r = make_request(dir.file("fl"), "fl", floats_table, &out, 1);
+    kavor_file_rgst_t r = kvtest::request(dir.file("fl"), "fl", floats_table, &out, 1);
     ASSERT_NE(kavor_register(mgr, &r), nullptr);
     ASSERT_EQ(kavor_save_all(mgr), 0);
     ASSERT_EQ(kavor_flush(mgr, 5000), 0);
