@@ -24,8 +24,7 @@ TEST(Patterns, DefaultsSetBeforeALoadStayWhereTheFileHasNothingButListsAndBuffer
     TempDir dir;
     ASSERT_TRUE(write_file(dir.file("cfg.xml"), kHead + "<cfg><cfg><mtu>9000</mtu><rule><rule><id>7</id></rule></rule>"
                                                         "<samples cnt=\"2\"><samples>1 2</samples></samples></cfg></cfg>"));
-    // The file's value wins, the default stays where it has none; the preset
-    // list is left as it is, the preset buffer's pointer replaced, the buffer untouched.
+    // The file's value wins, the default stays; the preset list stays, the preset buffer is replaced.
     Cfg a{};
     a.mtu = 9, strcpy(a.host, "default");
     Rule preset_rule{{}, 1};
