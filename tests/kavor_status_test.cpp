@@ -186,7 +186,7 @@ TEST(SaveStatus, AFailingSaveTellsItsStepAndErrnoUntilASaveCompletesAndFlushWait
     std::thread later([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(100)), failing[0].save(), errs[1] && failing[1].save();
     });
-    EXPECT_TRUE(m.flush(-1));  // without limit, but not waiting for the files marked after the call
+    EXPECT_TRUE(m.flush(5000));  // not waiting for the files marked after the call
     later.join();
     EXPECT_EQ(told(good.save_status()), std::make_tuple(false, N, 0, 1u, true));
     EXPECT_FALSE(m.flush(1200));
