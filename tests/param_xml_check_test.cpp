@@ -35,6 +35,8 @@ struct adesc alts_twice[] = {{kZ + 4, int_at_z, "a"}, {kZ + 4, int_at_z, "a"}, P
 struct adesc small_alt[] = {{kZ - 1, int_at_z, "tiny"}, PX_ADESC_END};
 struct adesc alt_on_znode[] = {{kZ + 4, int_at_0, "on0"}, PX_ADESC_END};
 struct adesc alt_no_sub[] = {{kZ + 4, nullptr, "bare"}, PX_ADESC_END};
+struct pdesc unknown_in[] = {r(1, 0xA000, 0, 4, "k"), {}};
+struct pdesc counts_on_z[] = {cob(r(1, PT_SINT, kZ, 4, "b"), 0), {}}, count_on_z[] = {cia(r(1, PT_SINT, kZ, 4, "c"), 0), {}};
 
 TEST(ParamXmlCheck, EachBadRowIsNamedWithItsReasonAndCountedOnce)
 {
@@ -59,6 +61,9 @@ TEST(ParamXmlCheck, EachBadRowIsNamedWithItsReasonAndCountedOnce)
         {{r(1, PT_LIST, 0, kZ - 8, "l", int_at_z)},
          "l (row 0): node size " + std::to_string(kZ - 8) + " is smaller than a znode (" + z + ")"},
         {{r(1, PT_LIST, 0, kZ + 4, "l", int_at_0)}, "l (row 0): sub-table row \"v\" addresses the znode of the list node"},
+        {{r(1, PT_LIST, 0, kZ + 8, "l", counts_on_z)}, "l (row 0): sub-table row \"b\" addresses the znode of the list node"},
+        {{r(1, PT_LIST, 0, kZ + 8, "l", count_on_z)}, "l (row 0): sub-table row \"c\" addresses the znode of the list node"},
+        {{r(1, PT_STRU, 0, 8, "st", unknown_in)}, "st.k (row 0): unknown kind in type 0xA000"},
         {{r(1, PT_LIST, 0, kZ + 8, "l", cia_beyond)},
          "l (row 0): sub-table reaches " + std::to_string(kZ + 12) + " bytes into a node of " + std::to_string(kZ + 8)},
         {{r(1, PT_VLST, 0, 0, "vl")}, "vl (row 0): variant list without an adesc table"},
@@ -172,12 +177,15 @@ TEST(ParamXmlCheck, WholeTablesGiveTheirCountOfBadRowsAndTheReasonsOfEach)
 
 TEST(ParamXmlCheck, AFailedAllocationGivesMinusOneAndLeaksNothing)
 {
-    int result = 0;
-    TraceCapture cap(4);
-    sweep(Alloc::library, [&] { cap.clear(); result = param_xml_check(fx_table); }, [&](bool refused) {
-        EXPECT_EQ(refused ? -1 : 0, result);
-        EXPECT_EQ(refused, cap.has(4, "param_xml_check", "out of memory")) << cap.dump();
-    });
+    struct pdesc bad[] = {r(1, PT_STRU, 0, 8, "a", unknown_in), r(1, PT_STRU, 8, 8, "b", str8_at_4), {}};
+    for (const struct pdesc *table : {static_cast<const struct pdesc *>(fx_table), static_cast<const struct pdesc *>(bad)}) {
+        int result = 0;
+        TraceCapture cap(4);
+        sweep(Alloc::library, [&] { cap.clear(); result = param_xml_check(table); }, [&](bool refused) {
+            EXPECT_EQ(refused ? -1 : table == bad ? 2 : 0, result);
+            EXPECT_EQ(refused, cap.has(4, "param_xml_check", "out of memory")) << cap.dump();
+        });
+    }
 }
 
 }  // namespace

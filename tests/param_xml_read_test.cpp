@@ -19,9 +19,10 @@ std::vector<T> vec(const T (&a)[N])
 // Reads `doc` through one row; the records at level 5 and below are `records`.
 void read_expecting(void *mem, struct pdesc r, const std::string &doc, const std::vector<std::string> &records)
 {
+    SCOPED_TRACE(doc);
     TraceCapture cap(5);
     read_row(mem, r, doc);
-    expect_records(cap, records, doc);
+    expect_records(cap, records);
 }
 
 TEST(Reader, Strings)
@@ -43,6 +44,11 @@ TEST(Reader, Strings)
         {"<s><b/><b></b>t&amp;&#65;<b>&lt;</b></s>", 16, "t&A<\0###########"},
         {"<s>\n <b>deep<c><d><e>er</e></d></c></b>\n</s>", 16, "\n deeper\n\0######"},
     };
+    Doc ent("<!DOCTYPE root [<!ENTITY e \"ntt\">]><root><s>a&e;<b>b</b></s></root>", true);   // an entity left unexpanded
+    char mem[8] = {};
+    struct pdesc s_row[] = {row(PT_STRI, "s", 8, 8), {}};
+    xml2param(mem, ent.root(), s_row);
+    EXPECT_STREQ("anttb", mem);
     for (const auto &c : cases) {
         char mem[16];
         std::memset(mem, '#', sizeof mem);
@@ -335,6 +341,54 @@ TEST(Reader, TheFrameMatchesChildrenToTheFirstRowOfTheirName)
         EXPECT_TRUE(cap.has(5, "xml2param", std::string("no mark in param is \"") + name + "\"")) << cap.dump();
     EXPECT_EQ(2u, cap.count(4, "xml2param", "xml2param: odd bad type(0xB000)")) << cap.dump();
     EXPECT_EQ(5u, cap.count_at_most(5)) << cap.dump();   // nothing of "text" or behind the end
+}
+
+// What the report counts, per case: the one field counted and its path.
+TEST(Reader, TheReportCountsWhatTheReaderDidToTheValues)
+{
+    using C = param_xml_case_t param_xml_report_t::*;
+    const C fields[] = {&param_xml_report_t::narrowed, &param_xml_report_t::not_number, &param_xml_report_t::unknown_word,
+                        &param_xml_report_t::over_capacity, &param_xml_report_t::unknown, &param_xml_report_t::missing};
+    const struct { struct pdesc row; const char *doc; C field; uint32_t count; const char *path; } cases[] = {
+        {row(PT_SINT, "v", 2, 4), "<v idx=\"5\">1</v><v idx=\"-1\">1</v><v>1</v>", &param_xml_report_t::over_capacity, 3, "/root/v[1]"},
+        {row(PT_SINT, "v", 2, 4), "<v>99999999999999999999 -99999999999999999999</v>", &param_xml_report_t::narrowed, 2, "/root/v"},
+        {row(PT_UINT, "v", 2, 8), "<v>18446744073709551616</v>", &param_xml_report_t::narrowed, 1, "/root/v"},
+        {row(PT_FLOT, "v", 2, 4), "<v> -1e39</v>", &param_xml_report_t::narrowed, 1, "/root/v"},
+        {row(PT_FLOT, "v", 2, 4), "<v> -inf +Infinity</v>", nullptr, 0, ""},
+        {row(PT_FLOT, "v", 2, 8), "<v>1e999</v>", &param_xml_report_t::narrowed, 1, "/root/v"},
+        // A list row named "text" (a bad row) takes the text between its nodes as a node.
+        {sub(row(PT_LIST, "text", 1, sizeof(Rule)), kRuleRows), "<text>\n<text><id>1</id></text></text>",
+         &param_xml_report_t::missing, 1, "/root/text/text()/id"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.doc);
+        char mem[64] = {};
+        param_xml_report_t rep;
+        read_row(mem, c.row, c.doc, 0, &rep);
+        for (C f : fields) {
+            EXPECT_EQ(f == c.field ? c.count : 0u, (rep.*f).count);
+            EXPECT_STREQ(f == c.field ? c.path : "", (rep.*f).path);
+        }
+        struct pdesc table[] = {c.row, {}};
+        param_xml_free(mem, table);
+    }
+    // Rows past the first 256 are found by their names.
+    std::vector<std::string> names;
+    std::vector<struct pdesc> rows;
+    std::string doc;
+    for (int i = 0; i < 260; i++)
+        names.push_back("r" + std::to_string(i));
+    for (int i = 0; i < 260; i++) {
+        rows.push_back(row(PT_SINT, names[i].c_str(), 1, 4, 4 * i));
+        doc += i == 258 ? "" : "<" + names[i] + ">1</" + names[i] + ">";
+    }
+    rows.push_back({});
+    int32_t mem[260];
+    param_xml_report_t rep;
+    Doc d(doc);
+    xml2param_report(mem, d.root(), rows.data(), 0, &rep);
+    EXPECT_EQ(1u, rep.missing.count);
+    EXPECT_STREQ("/root/r258", rep.missing.path);
 }
 
 }  // namespace

@@ -56,11 +56,11 @@ inline void read_file_into(void *mem, struct pdesc *table, const std::string &pa
         xml2param(mem, d.root(), table);
 }
 
-/// The elements param2xml makes of `table` over `mem`, as text.
-inline std::string write_table(void *mem, struct pdesc *table)
+/// The elements param2xml_opt makes of `table` over `mem`, as text.
+inline std::string write_table(void *mem, struct pdesc *table, uint32_t options = 0)
 {
     xmlNode *root = xmlNewNode(nullptr, BAD_CAST "root");
-    EXPECT_EQ(0, param2xml(mem, root, table));
+    EXPECT_EQ(0, param2xml_opt(mem, root, table, options));
     std::string out = dump_children(root);
     xmlFreeNode(root);
     return out;
@@ -70,21 +70,23 @@ inline std::string write_row(void *mem, struct pdesc r)
     struct pdesc table[2] = {r, {}};
     return write_table(mem, table);
 }
-/// Reads "<root>children</root>" into `mem` through a one-row table.
-inline void read_row(void *mem, struct pdesc r, const std::string &children)
+/// Reads "<root>children</root>" into `mem` through a one-row table, with
+/// xml2param_report's `options` and `report` when either is given.
+inline void read_row(void *mem, struct pdesc r, const std::string &children, uint32_t options = 0,
+                     param_xml_report_t *report = nullptr)
 {
     struct pdesc table[2] = {r, {}};
     Doc d(children);
     if (d.doc != nullptr) {
-        EXPECT_EQ(0, xml2param(mem, d.root(), table));
+        EXPECT_EQ(0, options || report ? xml2param_report(mem, d.root(), table, options, report) : xml2param(mem, d.root(), table));
     }
 }
 
 /// Checks that `cap` holds each of `records` ("<level> <func>: <msg>") as
 /// often as the list names it, and nothing else at level 5 or below.
-inline void expect_records(const TraceCapture &cap, const std::vector<std::string> &records, const std::string &what = "")
+inline void expect_records(const TraceCapture &cap, const std::vector<std::string> &records)
 {
-    EXPECT_EQ(records.size(), cap.count_at_most(5)) << what << "\n" << cap.dump();
+    EXPECT_EQ(records.size(), cap.count_at_most(5)) << cap.dump();
     for (const std::string &r : records)
         EXPECT_EQ(static_cast<size_t>(std::count(records.begin(), records.end(), r)), cap.count_containing(r)) << r << "\n" << cap.dump();
 }
