@@ -1,5 +1,6 @@
 // The reader: what each kind stores from the documents the writer makes and
-// from many it doesn't, the count fields, and the records of the refusals.
+// from many it doesn't, the count fields, the records of the refusals, and
+// what the report counts.
 #include <gtest/gtest.h>
 
 #include <cinttypes>
@@ -43,12 +44,8 @@ TEST(Reader, Strings)
         {"<s><![CDATA[<r>]]>t<!-- c --><?pi p?>u</s>", 16, "<r>tu\0##########"},
         {"<s><b/><b></b>t&amp;&#65;<b>&lt;</b></s>", 16, "t&A<\0###########"},
         {"<s>\n <b>deep<c><d><e>er</e></d></c></b>\n</s>", 16, "\n deeper\n\0######"},
+        {"<!DOCTYPE root [<!ENTITY e \"ntt\">]><root><s>a&e;<b>b</b></s></root>", 16, "anttb\0##########"},   // unexpanded
     };
-    Doc ent("<!DOCTYPE root [<!ENTITY e \"ntt\">]><root><s>a&e;<b>b</b></s></root>", true);   // an entity left unexpanded
-    char mem[8] = {};
-    struct pdesc s_row[] = {row(PT_STRI, "s", 8, 8), {}};
-    xml2param(mem, ent.root(), s_row);
-    EXPECT_STREQ("anttb", mem);
     for (const auto &c : cases) {
         char mem[16];
         std::memset(mem, '#', sizeof mem);
@@ -90,9 +87,8 @@ TEST(Reader, IntegerTextsAreReadAsTheLibraryReadsThem)
         "1.5", "1,2", "--1", "0x-1", "12 abc 34", "00x10 000000000000000000001", "unsupported data size(3)", ""};
     std::mt19937_64 rng(7);
     char buf[64];
-    texts.emplace_back();
+    const char *fmt[] = {"%" PRIu64, "-%" PRIu64, "0x%" PRIx64, "-0x%" PRIX64};
     for (int i = 0; i < 4000; i++) {
-        const char *fmt[] = {"%" PRIu64, "-%" PRIu64, "0x%" PRIx64, "-0x%" PRIX64};
         std::snprintf(buf, sizeof buf, fmt[i % 4], static_cast<uint64_t>(rng() >> (rng() % 64)));
         texts.back() += std::string(" ") + buf;
     }
@@ -102,11 +98,11 @@ TEST(Reader, IntegerTextsAreReadAsTheLibraryReadsThem)
     }
 }
 
-struct CiaInts { int32_t v[8]; int n; };
-
 TEST(Reader, IdxPlacesValuesAndMovesTheCountField)
 {
-    const struct pdesc r = cia(row(PT_SINT, "v", 8, 4), offsetof(CiaInts, n));
+    struct { int32_t v[8]; int n; } b;
+    const struct pdesc r = cia(row(PT_SINT, "v", 8, 4), offsetof(decltype(b), n));
+    const std::string over = "5 node2sint: node2sint: v idx(";
     const struct { const char *doc; int n; std::vector<int32_t> values; std::vector<std::string> records; } cases[] = {
         {"<v>1 2 3 4 5 6 7 8</v><v idx=\"4\">50 60</v>", 6, {1, 2, 3, 4, 50, 60, 7, 8}, {}},
         {"<v idx=\"2\">1</v><v>2</v>", 4, {-1, -1, 1, 2, -1, -1, -1, -1}, {}},
@@ -115,16 +111,13 @@ TEST(Reader, IdxPlacesValuesAndMovesTheCountField)
         {"<v>1 2 3 4 5 6 7 8 9 10</v>", 8, {1, 2, 3, 4, 5, 6, 7, 8}, {}},
         {"<v/><v>1</v>", 1, {1, -1, -1, -1, -1, -1, -1, -1}, {}},
         {"<v>1 2 3 4 5 6 7 8</v><v>9</v><v idx=\"12\">1</v><v>2</v><v idx=\"1\">77</v>", 2, {1, 77, 3, 4, 5, 6, 7, 8},
-         {"5 node2sint: node2sint: v idx(8) >= count(8), ignore", "5 node2sint: node2sint: v idx(12) >= count(8), ignore",
-          "5 node2sint: node2sint: v idx(12) >= count(8), ignore"}},
+         {over + "8) >= count(8), ignore", over + "12) >= count(8), ignore", over + "12) >= count(8), ignore"}},
         // A negative index leaves the position where it was.
         {"<v>1 2 3</v><v idx=\"-1\">9 9</v><v>4</v><v idx=\"-2147483648\">9</v>", 4, {1, 2, 3, 4, -1, -1, -1, -1},
-         {"5 node2sint: node2sint: v idx(-1) < 0, ignore", "5 node2sint: node2sint: v idx(-2147483648) < 0, ignore"}},
-        {"<v idx=\"9\">1</v>", 9, {-1, -1, -1, -1, -1, -1, -1, -1},   // beyond: the writer clamps it
-         {"5 node2sint: node2sint: v idx(9) >= count(8), ignore"}},
+         {over + "-1) < 0, ignore", over + "-2147483648) < 0, ignore"}},
+        {"<v idx=\"9\">1</v>", 9, {-1, -1, -1, -1, -1, -1, -1, -1}, {over + "9) >= count(8), ignore"}},   // the writer clamps it
     };
     for (const auto &c : cases) {
-        CiaInts b;
         std::memset(&b, 0xFF, sizeof b);
         read_expecting(&b, r, c.doc, c.records);
         EXPECT_EQ(c.n, b.n) << c.doc;
@@ -188,26 +181,23 @@ TEST(Reader, Structures)
         {"<port idx=\"2\"><speed>5</speed></port>" P(6, 6), 4, {-1, -1, 5, 6}, {}},
         {P(1, 1) P(2, 2) P(3, 3) "<port idx=\"0\"><speed>9</speed></port>", 1, {9, 2, 3, -1}, {}},
         {"<port/>" P(2, 2), 2, {-1, 2, -1, -1}, {}},
-        {P(1, 1) "<port idx=\"-1\"><speed>8</speed></port>" P(2, 2), 2, {1, 2, -1, -1},
-         {"5 node2stru: node2stru: port idx(-1) < 0, ignore"}},
+        {P(1, 1) "<port idx=\"-1\"><speed>8</speed></port>" P(2, 2), 2, {1, 2, -1, -1}, {"5 node2stru: node2stru: port idx(-1) < 0, ignore"}},
         {P(1, 1) P(2, 2) P(3, 3) P(4, 4) P(5, 5), 4, {1, 2, 3, 4}, {"5 node2stru: node2stru: port idx(4) >= count(4), ignore"}},
+        {P(1, 1), 33, {}, {"4 xml2struM: xml2stru: port null pointer, ignore"}},   // never followed; the count stays
     };
     for (int type : {PT_STRU, PT_STRUM}) {
         for (const auto &c : cases) {
             Ports b;
+            if (c.n == 33 && type == PT_STRU)
+                continue;
             std::memset(&b, 0xFF, sizeof b);
-            b.far = b.p;
+            b.far = c.n == 33 ? nullptr : b.p, b.n = c.n == 33 ? 33 : -1;
             read_expecting(&b, cia(sub(row(type, "port", 4, sizeof(Port), type == PT_STRUM ? offsetof(Ports, far) : 0), kPortRows),
                                    offsetof(Ports, n)), c.doc, c.records);
             EXPECT_EQ(c.n, b.n) << c.doc;
-            EXPECT_EQ(vec(c.speeds), (std::vector<int>{b.p[0].speed, b.p[1].speed, b.p[2].speed, b.p[3].speed})) << c.doc;
+            EXPECT_TRUE(c.n == 33 || vec(c.speeds) == (std::vector<int>{b.p[0].speed, b.p[1].speed, b.p[2].speed, b.p[3].speed})) << c.doc;
         }
     }
-    Ports b = {};
-    b.n = 33;   // a NULL pointer is never followed, and the count stays
-    read_expecting(&b, cia(sub(row(PT_STRUM, "port", 4, sizeof(Port), offsetof(Ports, far)), kPortRows), offsetof(Ports, n)),
-                   P(1, 1), {"4 xml2struM: xml2stru: port null pointer, ignore"});
-    EXPECT_EQ(33, b.n);
 }
 
 struct Counted { int32_t *p[3]; int n[3]; int cia; };
@@ -248,9 +238,7 @@ TEST(Reader, CountedBuffers)
     for (const auto &c : refused) {
         Counted r = {{nullptr, nullptr, nullptr}, {-9, -9, -9}, -9};
         read_expecting(&r, counted_row(c.type, c.size), c.doc, {c.record});
-        EXPECT_EQ(c.n0, r.n[0]) << c.doc;
-        EXPECT_EQ(nullptr, r.p[0]) << c.doc;
-        EXPECT_EQ(-9, r.cia) << c.doc;
+        EXPECT_TRUE(c.n0 == r.n[0] && !r.p[0] && r.cia == -9) << c.doc << ": " << r.n[0] << " " << r.cia;
     }
 
     // "idx" on wrappers, and surplus values inside.
@@ -266,26 +254,24 @@ TEST(Reader, CountedBuffers)
     param_xml_free(&f, ftable);
 }
 
-struct Rules { zhead_t h[2]; int n; };
-
-std::vector<int> ids(zhead_t head)
+// "name:value" of each node of a list; a rule's id, a timer's period and an
+// event's code share their place.
+std::string nodes(zhead_t head)
 {
-    std::vector<int> out;
+    std::string out;
     for (struct znode *z = head; z; z = z->next)
-        out.push_back(reinterpret_cast<Rule *>(z)->id);
+        out += std::string(z->name ? z->name : "") + ":" + std::to_string(reinterpret_cast<Timer *>(z)->period) + " ";
     return out;
 }
 
 TEST(Reader, Lists)
 {
-    const struct pdesc r = cia(sub(row(PT_LIST, "rule", 2, sizeof(Rule)), kRuleRows), offsetof(Rules, n));
+    struct { zhead_t h[2]; int n; } b = {};
+    const struct pdesc r = cia(sub(row(PT_LIST, "rule", 2, sizeof(Rule)), kRuleRows), offsetof(decltype(b), n));
     struct pdesc table[] = {r, {}};
-    Rules b = {};
     read_expecting(&b, r, "<rule>\n <rule><id>5</id></rule><!-- c --><other/>\n <rule><id>6</id></rule><rule/></rule><rule/>", {});
-    EXPECT_EQ((std::vector<int>{5, 6, 0}), ids(b.h[0]));   // in order; nodes zeroed
-    EXPECT_EQ(0, reinterpret_cast<Rule *>(b.h[0])->extra);
-    EXPECT_EQ(nullptr, b.h[1]);
-    EXPECT_EQ(2, b.n);
+    EXPECT_EQ(":5 :6 :0 ", nodes(b.h[0]));   // in order; nodes zeroed
+    EXPECT_TRUE(reinterpret_cast<Rule *>(b.h[0])->extra == 0 && !b.h[1] && b.n == 2);
     param_xml_free(&b, table);
     EXPECT_EQ(nullptr, b.h[0]);
 
@@ -293,14 +279,10 @@ TEST(Reader, Lists)
     b.n = -9;
     read_expecting(&b, r, "<rule idx=\"1\"><rule><id>1</id></rule></rule><rule/><rule idx=\"-1\"><rule/></rule>",
                    {"5 xml2list: xml2list: rule idx(2) >= count(2), ignore", "5 xml2list: xml2list: rule idx(-1) < 0, ignore"});
-    EXPECT_EQ(nullptr, b.h[0]);
-    EXPECT_EQ((std::vector<int>{1}), ids(b.h[1]));
-    EXPECT_EQ(2, b.n);
+    EXPECT_EQ("|:1 |2", nodes(b.h[0]) + "|" + nodes(b.h[1]) + "|" + std::to_string(b.n));
     read_expecting(&b, r, "<rule><rule><id>3</id></rule></rule><rule><rule><id>4</id></rule></rule>",
                    {"4 xml2list: xml2list: rule not an empty list"});
-    EXPECT_EQ((std::vector<int>{3}), ids(b.h[0]));
-    EXPECT_EQ((std::vector<int>{1}), ids(b.h[1]));
-    EXPECT_EQ(1, b.n);   // stored after head 0 only
+    EXPECT_EQ(":3 |:1 |1", nodes(b.h[0]) + "|" + nodes(b.h[1]) + "|" + std::to_string(b.n));   // stored after head 0 only
     param_xml_free(&b, table);
     read_expecting(&b, sub(row(PT_LIST, "rule", 2, 4), kRuleRows), "<rule><rule><id>1</id></rule></rule>",
                    {"4 xml2list: xml2list: rule bad node size(4)"});   // smaller than its header: never made
@@ -310,15 +292,12 @@ TEST(Reader, Lists)
 TEST(Reader, VariantLists)
 {
     zhead_t head = nullptr;
-    read_expecting(&head, aux(row(PT_VLST, "task", 1, 0), kAlts),
+    struct pdesc table[] = {aux(row(PT_VLST, "task", 1, 0), kAlts), {}};
+    read_expecting(&head, table[0],
                    "<task><task typ=\"event\"><code>7</code></task><task><code>1</code></task>"
                    "<task typ=\"Timer\"/><task typ=\"timer\"><period>100</period></task></task>",
                    {"4 xml2vlst: xml2vlst: task type name"});
-    std::string got;   // "name:value" of each node; code and period share their place
-    for (struct znode *z = head; z; z = z->next)
-        got += std::string(z->name ? z->name : "(null)") + ":" + std::to_string(reinterpret_cast<Timer *>(z)->period) + " ";
-    EXPECT_EQ("event:7 timer:100 ", got);
-    struct pdesc table[] = {aux(row(PT_VLST, "task", 1, 0), kAlts), {}};
+    EXPECT_EQ("event:7 timer:100 ", nodes(head));
     param_xml_free(&head, table);
     EXPECT_EQ(nullptr, head);
     read_expecting(&head, row(PT_VLST, "task", 1, 0), "<task><task typ=\"timer\"/><task/></task>",
@@ -337,38 +316,36 @@ TEST(Reader, TheFrameMatchesChildrenToTheFirstRowOfTheirName)
     TraceCapture cap(5);
     EXPECT_EQ(0, xml2param(v, d.root(), table));
     EXPECT_EQ((std::vector<int32_t>{2, 0}), vec(v));
-    for (const char *name : {"comment", "zz", "late"})
-        EXPECT_TRUE(cap.has(5, "xml2param", std::string("no mark in param is \"") + name + "\"")) << cap.dump();
-    EXPECT_EQ(2u, cap.count(4, "xml2param", "xml2param: odd bad type(0xB000)")) << cap.dump();
-    EXPECT_EQ(5u, cap.count_at_most(5)) << cap.dump();   // nothing of "text" or behind the end
+    // Nothing of "text" or behind the end.
+    expect_records(cap, {"5 xml2param: no mark in param is \"comment\"", "5 xml2param: no mark in param is \"zz\"",
+                         "5 xml2param: no mark in param is \"late\"", "4 xml2param: xml2param: odd bad type(0xB000)",
+                         "4 xml2param: xml2param: odd bad type(0xB000)"});
 }
 
-// What the report counts, per case: the one field counted and its path.
+// What the report counts, per case: the one kind of case counted, and its path.
 TEST(Reader, TheReportCountsWhatTheReaderDidToTheValues)
 {
     using C = param_xml_case_t param_xml_report_t::*;
-    const C fields[] = {&param_xml_report_t::narrowed, &param_xml_report_t::not_number, &param_xml_report_t::unknown_word,
-                        &param_xml_report_t::over_capacity, &param_xml_report_t::unknown, &param_xml_report_t::missing};
+    const C narrowed = &param_xml_report_t::narrowed, missing = &param_xml_report_t::missing;
+    const C fields[] = {narrowed, &param_xml_report_t::not_number, &param_xml_report_t::unknown_word,
+                        &param_xml_report_t::over_capacity, &param_xml_report_t::unknown, missing};
     const struct { struct pdesc row; const char *doc; C field; uint32_t count; const char *path; } cases[] = {
-        {row(PT_SINT, "v", 2, 4), "<v idx=\"5\">1</v><v idx=\"-1\">1</v><v>1</v>", &param_xml_report_t::over_capacity, 3, "/root/v[1]"},
-        {row(PT_SINT, "v", 2, 4), "<v>99999999999999999999 -99999999999999999999</v>", &param_xml_report_t::narrowed, 2, "/root/v"},
-        {row(PT_UINT, "v", 2, 8), "<v>18446744073709551616</v>", &param_xml_report_t::narrowed, 1, "/root/v"},
-        {row(PT_FLOT, "v", 2, 4), "<v> -1e39</v>", &param_xml_report_t::narrowed, 1, "/root/v"},
+        {row(PT_SINT, "v", 2, 4), "<v idx=\"5\">1</v><v idx=\"-1\">1</v><v>1</v>", fields[3], 3, "/root/v[1]"},
+        {row(PT_SINT, "v", 2, 4), "<v>99999999999999999999 -99999999999999999999</v>", narrowed, 2, "/root/v"},
+        {row(PT_UINT, "v", 2, 8), "<v>18446744073709551616</v>", narrowed, 1, "/root/v"},
+        {row(PT_FLOT, "v", 2, 4), "<v> -1e39</v>", narrowed, 1, "/root/v"},
         {row(PT_FLOT, "v", 2, 4), "<v> -inf +Infinity</v>", nullptr, 0, ""},
-        {row(PT_FLOT, "v", 2, 8), "<v>1e999</v>", &param_xml_report_t::narrowed, 1, "/root/v"},
+        {row(PT_FLOT, "v", 2, 8), "<v>1e999</v>", narrowed, 1, "/root/v"},
         // A list row named "text" (a bad row) takes the text between its nodes as a node.
-        {sub(row(PT_LIST, "text", 1, sizeof(Rule)), kRuleRows), "<text>\n<text><id>1</id></text></text>",
-         &param_xml_report_t::missing, 1, "/root/text/text()/id"},
+        {sub(row(PT_LIST, "text", 1, sizeof(Rule)), kRuleRows), "<text>\n<text><id>1</id></text></text>", missing, 1, "/root/text/text()/id"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.doc);
         char mem[64] = {};
         param_xml_report_t rep;
         read_row(mem, c.row, c.doc, 0, &rep);
-        for (C f : fields) {
-            EXPECT_EQ(f == c.field ? c.count : 0u, (rep.*f).count);
-            EXPECT_STREQ(f == c.field ? c.path : "", (rep.*f).path);
-        }
+        for (C f : fields)
+            EXPECT_EQ(f == c.field ? std::to_string(c.count) + " " + c.path : "0 ", std::to_string((rep.*f).count) + " " + (rep.*f).path);
         struct pdesc table[] = {c.row, {}};
         param_xml_free(mem, table);
     }
@@ -377,11 +354,9 @@ TEST(Reader, TheReportCountsWhatTheReaderDidToTheValues)
     std::vector<struct pdesc> rows;
     std::string doc;
     for (int i = 0; i < 260; i++)
-        names.push_back("r" + std::to_string(i));
-    for (int i = 0; i < 260; i++) {
+        names.push_back("r" + std::to_string(i)), doc += i == 258 ? "" : "<" + names[i] + ">1</" + names[i] + ">";
+    for (int i = 0; i < 260; i++)
         rows.push_back(row(PT_SINT, names[i].c_str(), 1, 4, 4 * i));
-        doc += i == 258 ? "" : "<" + names[i] + ">1</" + names[i] + ">";
-    }
     rows.push_back({});
     int32_t mem[260];
     param_xml_report_t rep;

@@ -33,12 +33,13 @@ inline struct pdesc cob(struct pdesc r, size_t boffset) { return r.type |= PT_F_
 inline struct pdesc sub(struct pdesc r, struct pdesc *table) { return r.pdesc = table, r; }
 inline struct pdesc aux(struct pdesc r, const void *table) { return r.aux = reinterpret_cast<intptr_t>(table), r; }
 
-/// A parsed document; "<root>children</root>" when given children only.
+/// A parsed document; "<root>children</root>" when given children only (a
+/// text with its own DOCTYPE is taken whole).
 struct Doc {
     xmlDoc *doc;
     explicit Doc(const std::string &children, bool whole = false)
     {
-        std::string text = whole ? children : "<root>" + children + "</root>";
+        std::string text = whole || children.rfind("<!DOCTYPE", 0) == 0 ? children : "<root>" + children + "</root>";
         doc = xmlReadMemory(text.data(), static_cast<int>(text.size()), "t.xml", nullptr, 0);
         EXPECT_NE(nullptr, doc) << text;
     }
