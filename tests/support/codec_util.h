@@ -83,6 +83,21 @@ inline void read_row(void *mem, struct pdesc r, const std::string &children, uin
     }
 }
 
+/// The section `name` of the expected file tests/data/codec/<file>: the
+/// lines after "== name" up to the next such line, without "#" comments.
+inline std::string expected_section(const std::string &file, const std::string &name)
+{
+    std::string text = read_file(KAVOR_TEST_DATA_DIR "/codec/" + file), out;
+    size_t at = text.find("== " + name + "\n");
+    EXPECT_NE(std::string::npos, at) << file << ": " << name;
+    for (at = text.find('\n', at) + 1; at != 0 && at < text.size() && text.compare(at, 3, "== ") != 0;) {
+        size_t end = text.find('\n', at) + 1;
+        out += text[at] == '#' ? "" : text.substr(at, end - at);
+        at = end;
+    }
+    return out;
+}
+
 /// Checks that `cap` holds each of `records` ("<level> <func>: <msg>") as
 /// often as the list names it, and nothing else at level 5 or below.
 inline void expect_records(const TraceCapture &cap, const std::vector<std::string> &records)
