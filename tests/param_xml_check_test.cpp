@@ -38,57 +38,47 @@ struct adesc alt_no_sub[] = {{kZ + 4, nullptr, "bare"}, PX_ADESC_END};
 struct pdesc unknown_in[] = {r(1, 0xA000, 0, 4, "k"), {}};
 struct pdesc counts_on_z[] = {cob(r(1, PT_SINT, kZ, 4, "b"), 0), {}}, count_on_z[] = {cia(r(1, PT_SINT, kZ, 4, "c"), 0), {}};
 
+// What the check says of each table (its result, and the records at level 4
+// and below, indented) against the section `name` of the expected file, in
+// which {Z}, {Z+n} and {Z-n} stand for the size of a znode and n more or
+// less, and {MAX} for SIZE_MAX.
+void expect_checked(const std::string &name, const std::vector<const struct pdesc *> &tables)
+{
+    std::string want = expected_section("checked.txt", name), got;
+    for (size_t at; (at = want.find('{')) != std::string::npos;) {
+        size_t end = want.find('}', at);
+        const std::string what = want.substr(at + 1, end - at - 1);
+        want.replace(at, end - at + 1, what == "MAX" ? std::to_string(SIZE_MAX) : std::to_string(kZ + std::atoi(what.c_str() + 1)));
+    }
+    for (const struct pdesc *table : tables) {
+        TraceCapture cap(4);
+        got += std::to_string(param_xml_check(table)) + "\n";
+        for (const std::string &rec : cap.records())
+            got += "  " + rec + "\n";
+    }
+    EXPECT_EQ(want, got);
+}
+
+// Each bad row named with its path and reason, and counted once.
 TEST(ParamXmlCheck, EachBadRowIsNamedWithItsReasonAndCountedOnce)
 {
-    const std::string z = std::to_string(kZ);
-    const struct { std::vector<struct pdesc> rows; std::string record; } cases[] = {
-        {{r(1, 0xA000, 0, 4, "k")}, "k (row 0): unknown kind in type 0xA000"},
-        {{r(1, PT_UINT, 0, 3, "w")}, "w (row 0): integer width 3 is not 1, 2, 4 or 8"},
-        {{r(1, PT_SINT | PT_F_COB, 0, 16, "w")}, "w (row 0): integer width 16 is not 1, 2, 4 or 8"},
-        {{r(1, PT_FLOT, 0, 2, "f")}, "f (row 0): float width 2 is not 4 or 8"},
-        {{r(0, PT_STRI, 0, 8, "s")}, "s (row 0): string capacity 0 is below 1"},
-        {{r(8, PT_STRI, 0, 0, "s")}, "s (row 0): string size 0 reads nothing"},
-        {{r(-1, PT_SINT, 0, 4, "n")}, "n (row 0): count -1 is below 0"},
-        {{r(1000000000, PT_SINT, 0, 1, "n")}, "n (row 0): count 1000000000 has more than nine digits"},
-        {{r(1, PT_ENUM, 0, 2, "e", nullptr, good_items)}, "e (row 0): enumeration element size 2 is below 4"},
-        {{r(1, PT_ENUM, 0, 4, "e")}, "e (row 0): enumeration without an enume table"},
-        {{r(1, PT_ENUM, 0, 4, "e", nullptr, no_items)}, "e (row 0): enume table has no item"},
-        {{r(1, PT_ENUM, 0, 4, "e", nullptr, twice)}, "e (row 0): enume key \"on\" stands twice"},
-        {{r(1, PT_STRU, 0, 8, "st")}, "st (row 0): structure row without a sub-table"},
-        {{r(2, PT_STRUM, 0, 8, "sm")}, "sm (row 0): structure row without a sub-table"},
-        {{r(2, PT_STRU, 0, 10, "st", str8_at_4)}, "st (row 0): sub-table reaches 12 bytes into a structure of 10"},
-        {{r(1, PT_LIST, 0, kZ + 4, "l")}, "l (row 0): list row without a sub-table"},
-        {{r(1, PT_LIST, 0, kZ - 8, "l", int_at_z)},
-         "l (row 0): node size " + std::to_string(kZ - 8) + " is smaller than a znode (" + z + ")"},
-        {{r(1, PT_LIST, 0, kZ + 4, "l", int_at_0)}, "l (row 0): sub-table row \"v\" addresses the znode of the list node"},
-        {{r(1, PT_LIST, 0, kZ + 8, "l", counts_on_z)}, "l (row 0): sub-table row \"b\" addresses the znode of the list node"},
-        {{r(1, PT_LIST, 0, kZ + 8, "l", count_on_z)}, "l (row 0): sub-table row \"c\" addresses the znode of the list node"},
-        {{r(1, PT_STRU, 0, 8, "st", unknown_in)}, "st.k (row 0): unknown kind in type 0xA000"},
-        {{r(1, PT_LIST, 0, kZ + 8, "l", cia_beyond)},
-         "l (row 0): sub-table reaches " + std::to_string(kZ + 12) + " bytes into a node of " + std::to_string(kZ + 8)},
-        {{r(1, PT_VLST, 0, 0, "vl")}, "vl (row 0): variant list without an adesc table"},
-        {{r(1, PT_VLST, 0, 0, "vl", nullptr, no_alts)}, "vl (row 0): adesc table has no item"},
-        {{r(1, PT_VLST, 0, 0, "vl", nullptr, alts_twice)}, "vl (row 0): adesc name \"a\" stands twice"},
-        {{r(1, PT_VLST, 0, 0, "vl", nullptr, small_alt)},
-         "vl<tiny> (row 0): node size " + std::to_string(kZ - 1) + " is smaller than a znode (" + z + ")"},
-        {{r(1, PT_VLST, 0, 0, "vl", nullptr, alt_on_znode)},
-         "vl<on0> (row 0): sub-table row \"v\" addresses the znode of the list node"},
-        {{r(1, PT_VLST, 0, 0, "vl", nullptr, alt_no_sub)}, "vl<bare> (row 0): adesc item without a sub-table"},
-        {{r(1, PT_SINT, 0, 4, nullptr)}, "(no name) (row 0): no name"},
-        {{r(1, PT_SINT, 0, 4, "")}, "\"\" (row 0): name \"\" is no XML element name"},
-        {{r(1, PT_SINT, 0, 4, "a b")}, "a b (row 0): name \"a b\" is no XML element name"},
-        {{r(1, PT_SINT, 0, 4, "x:y")}, "x:y (row 0): name \"x:y\" is no XML element name"},
-        {{r(1, PT_STRI, 0, 4, "text")}, "text (row 0): name \"text\" would also take the text between elements"},
-        {{r(1, PT_SINT, 0, 4, "a"), r(1, PT_UINT, 4, 4, "a")}, "a (row 1): name \"a\" is taken by row 0"},
-    };
-    for (const auto &c : cases) {
-        std::vector<struct pdesc> table = c.rows;
-        table.push_back({});
-        TraceCapture cap(4);
-        EXPECT_EQ(param_xml_check(table.data()), 1) << c.record << "\n" << cap.dump();
-        EXPECT_EQ(cap.count(4, "param_xml_check", c.record), 1u) << c.record << "\n" << cap.dump();
-        EXPECT_EQ(cap.count_at_most(4), 1u) << cap.dump();
-    }
+    std::vector<std::vector<struct pdesc>> cases = {
+        {r(1, 0xA000, 0, 4, "k")}, {r(1, PT_UINT, 0, 3, "w")}, {r(1, PT_SINT | PT_F_COB, 0, 16, "w")}, {r(1, PT_FLOT, 0, 2, "f")},
+        {r(0, PT_STRI, 0, 8, "s")}, {r(8, PT_STRI, 0, 0, "s")}, {r(-1, PT_SINT, 0, 4, "n")}, {r(1000000000, PT_SINT, 0, 1, "n")},
+        {r(1, PT_ENUM, 0, 2, "e", nullptr, good_items)}, {r(1, PT_ENUM, 0, 4, "e")}, {r(1, PT_ENUM, 0, 4, "e", nullptr, no_items)},
+        {r(1, PT_ENUM, 0, 4, "e", nullptr, twice)}, {r(1, PT_STRU, 0, 8, "st")}, {r(2, PT_STRUM, 0, 8, "sm")},
+        {r(2, PT_STRU, 0, 10, "st", str8_at_4)}, {r(1, PT_STRU, 0, 8, "st", unknown_in)}, {r(1, PT_LIST, 0, kZ + 4, "l")},
+        {r(1, PT_LIST, 0, kZ - 8, "l", int_at_z)}, {r(1, PT_LIST, 0, kZ + 4, "l", int_at_0)}, {r(1, PT_LIST, 0, kZ + 8, "l", counts_on_z)},
+        {r(1, PT_LIST, 0, kZ + 8, "l", count_on_z)}, {r(1, PT_LIST, 0, kZ + 8, "l", cia_beyond)}, {r(1, PT_VLST, 0, 0, "vl")},
+        {r(1, PT_VLST, 0, 0, "vl", nullptr, no_alts)}, {r(1, PT_VLST, 0, 0, "vl", nullptr, alts_twice)},
+        {r(1, PT_VLST, 0, 0, "vl", nullptr, small_alt)}, {r(1, PT_VLST, 0, 0, "vl", nullptr, alt_on_znode)},
+        {r(1, PT_VLST, 0, 0, "vl", nullptr, alt_no_sub)}, {r(1, PT_SINT, 0, 4, nullptr)}, {r(1, PT_SINT, 0, 4, "")},
+        {r(1, PT_SINT, 0, 4, "a b")}, {r(1, PT_SINT, 0, 4, "x:y")}, {r(1, PT_STRI, 0, 4, "text")},
+        {r(1, PT_SINT, 0, 4, "a"), r(1, PT_UINT, 4, 4, "a")}};
+    std::vector<const struct pdesc *> tables;
+    for (auto &t : cases)
+        t.push_back({}), tables.push_back(t.data());
+    expect_checked("bad rows", tables);
 }
 
 // A tree: each node holds a list of nodes of its own kind.
@@ -139,37 +129,8 @@ TEST(ParamXmlCheck, WholeTablesGiveTheirCountOfBadRowsAndTheReasonsOfEach)
         many[i] = r(1, PT_STRUM, 8 * i, 8, names[i], many_sub[i]);
     }
     many[20] = r(1, PT_STRUM, 160, 8, "again", many_sub[0]), many[21] = {};
-    const std::string max = std::to_string(SIZE_MAX);
-    const struct { const char *what; const struct pdesc *table; int result; std::vector<std::string> records; } cases[] = {
-        {"macros", fx_table, 0, {}},
-        {"empty", empty, 0, {}},
-        {"behind the end", behind, 0, {}},
-        {"tree", root, 0, {}},
-        {"pointer to itself", self_ptr, 0, {}},
-        {"ignored flags", flags, 0, {}},
-        {"counted fields fit", fits, 0, {}},
-        {"several reasons", several, 1,
-         {"a b (row 0): name \"a b\" is no XML element name", "a b (row 0): count -2 is below 0",
-          "a b (row 0): string capacity -2 is below 1", "a b (row 0): string size 0 reads nothing"}},
-        {"path", grid, 1, {"grid.cell.ratio (row 0): float width 3 is not 4 or 8"}},
-        {"shared", sharing, 1, {"a.odd (row 0): integer width 5 is not 1, 2, 4 or 8"}},
-        {"in place", a, 2, {"b (row 0): sub-table reaches 20 bytes into a structure of 16",
-                            "a (row 1): structure contains itself in place"}},
-        {"in place below a list", below_list, 1,
-         {"l.self (row 1): sub-table reaches " + std::to_string(kZ + 4) + " bytes into a structure of 0",
-          "self (row 1): structure contains itself in place"}},
-        {"counted fields too tight", tight, 1, {"s (row 0): sub-table reaches 24 bytes into a structure of 23"}},
-        {"no wrap-around", huge, 1, {"s (row 0): sub-table reaches " + max + " bytes into a structure of 64"}},
-        {"past sixteen tables", many, 1, {"t0.v (row 0): float width 3 is not 4 or 8"}},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.what);
-        TraceCapture cap(4);
-        EXPECT_EQ(param_xml_check(c.table), c.result) << cap.dump();
-        EXPECT_EQ(cap.count_at_most(4), c.records.size()) << cap.dump();
-        for (const std::string &rec : c.records)
-            EXPECT_EQ(cap.count(4, "param_xml_check", rec), 1u) << rec << "\n" << cap.dump();
-    }
+    expect_checked("whole tables", {fx_table, empty, behind, root, self_ptr, flags, fits, several, grid, sharing, a, below_list,
+                                    tight, huge, many});
     TraceCapture cap(4);
     EXPECT_EQ(param_xml_check(nullptr), -1);
     EXPECT_TRUE(cap.has(4, "param_xml_check", "table is NULL")) << cap.dump();
