@@ -24,29 +24,24 @@ std::string join(const T *v, size_t n)
 }
 
 // Reads each document of the section `name` of the reader's expected file
-// (one line, "\n" spelled so) through `r` into the block that `fresh` gives.
-// Below each: "= " and what `shown` makes of the block (releasing what the
-// read allocated), then the records at level 5 and below, indented.
+// (one line, "\\n" spelled so) through `r` into the block that `fresh`
+// gives; below it "= " and what `shown` makes of the block (releasing what
+// the read allocated), then its records.
 void expect_read(const std::string &name, struct pdesc r, const std::function<void *()> &fresh,
                  const std::function<std::string()> &shown)
 {
-    const std::string want = expected_section("read.txt", name);
-    std::string got, line;
-    std::istringstream in(want);
-    while (std::getline(in, line)) {
-        if (line.rfind("= ", 0) == 0 || line.rfind("  ", 0) == 0)
-            continue;
-        std::string doc = line;
+    std::vector<std::string> docs;
+    std::istringstream in(expected_section("read.txt", name));
+    for (std::string line; std::getline(in, line);)
+        if (line.rfind("= ", 0) != 0 && line.rfind("  ", 0) != 0)
+            docs.push_back(line);
+    expect_cases("read.txt", name, 5, docs.size(), [&](size_t i) {
+        std::string doc = docs[i];
         for (size_t at; (at = doc.find("\\n")) != std::string::npos;)
             doc.replace(at, 2, "\n");
-        TraceCapture cap(5);
         read_row(fresh(), r, doc);
-        const std::vector<std::string> records = cap.records();
-        got += line + "\n= " + shown() + "\n";
-        for (const std::string &rec : records)
-            got += "  " + rec + "\n";
-    }
-    EXPECT_EQ(want, got);
+        return docs[i] + "\n= " + shown();
+    });
 }
 
 TEST(Reader, Strings)

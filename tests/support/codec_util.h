@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -84,7 +85,9 @@ inline void read_row(void *mem, struct pdesc r, const std::string &children, uin
 }
 
 /// The section `name` of the expected file tests/data/codec/<file>: the
-/// lines after "== name" up to the next such line, without "#" comments.
+/// lines after "== name" up to the next such line, without "#" comments;
+/// {Z}, {Z+n} and {Z-n} in it are the size of a znode and n more or less,
+/// {MAX} is SIZE_MAX.
 inline std::string expected_section(const std::string &file, const std::string &name)
 {
     std::string text = read_file(KAVOR_TEST_DATA_DIR "/codec/" + file), out;
@@ -95,7 +98,28 @@ inline std::string expected_section(const std::string &file, const std::string &
         out += text[at] == '#' ? "" : text.substr(at, end - at);
         at = end;
     }
+    for (size_t end; (at = out.find('{')) != std::string::npos;) {
+        end = out.find('}', at);
+        const std::string what = out.substr(at + 1, end - at - 1);
+        out.replace(at, end - at + 1, std::to_string(what == "MAX" ? SIZE_MAX : sizeof(struct znode) + std::atoi(what.c_str() + 1)));
+    }
     return out;
+}
+
+/// Runs cases 0 to n - 1, and checks what `run` says of each (a line or
+/// more), each followed by its records at `level` and below, indented,
+/// against the section `name` of the expected file <file>.
+inline void expect_cases(const std::string &file, const std::string &name, uint32_t level, size_t n,
+                         const std::function<std::string(size_t)> &run)
+{
+    std::string got;
+    for (size_t i = 0; i < n; i++) {
+        TraceCapture cap(level);
+        got += run(i) + "\n";
+        for (const std::string &rec : cap.records())
+            got += "  " + rec + "\n";
+    }
+    EXPECT_EQ(expected_section(file, name), got);
 }
 
 /// Checks that `cap` holds each of `records` ("<level> <func>: <msg>") as
