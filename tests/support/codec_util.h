@@ -67,11 +67,6 @@ inline std::string write_table(void *mem, struct pdesc *table, uint32_t options 
     xmlFreeNode(root);
     return out;
 }
-inline std::string write_row(void *mem, struct pdesc r)
-{
-    struct pdesc table[2] = {r, {}};
-    return write_table(mem, table);
-}
 /// Reads "<root>children</root>" into `mem` through a one-row table, with
 /// xml2param_report's `options` and `report` when either is given.
 inline void read_row(void *mem, struct pdesc r, const std::string &children, uint32_t options = 0,
@@ -120,15 +115,6 @@ inline void expect_cases(const std::string &file, const std::string &name, uint3
             got += "  " + rec + "\n";
     }
     EXPECT_EQ(expected_section(file, name), got);
-}
-
-/// Checks that `cap` holds each of `records` ("<level> <func>: <msg>") as
-/// often as the list names it, and nothing else at level 5 or below.
-inline void expect_records(const TraceCapture &cap, const std::vector<std::string> &records)
-{
-    EXPECT_EQ(records.size(), cap.count_at_most(5)) << cap.dump();
-    for (const std::string &r : records)
-        EXPECT_EQ(static_cast<size_t>(std::count(records.begin(), records.end(), r)), cap.count_containing(r)) << r << "\n" << cap.dump();
 }
 
 struct Port { int32_t speed, mtu; };
