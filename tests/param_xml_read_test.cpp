@@ -164,10 +164,9 @@ TEST(Reader, CountedBuffers)
     int32_t keep = 0;
     Counted r;
     auto shown = [&](int type) {
-        std::string out = r.p[2] == &keep ? "kept " : "";
+        std::string out;
         for (int k = 0; k < 3; k++)
-            out += r.p[k] == nullptr || r.p[k] == &keep ? "- "
-                   : (type == PT_FLOT ? join(reinterpret_cast<float *>(r.p[k]), r.n[k]) : join(r.p[k], r.n[k])) + " ";
+            out += !r.p[k] ? "- " : r.p[k] == &keep ? "kept " : (type == PT_FLOT ? join(reinterpret_cast<float *>(r.p[k]), r.n[k]) : join(r.p[k], r.n[k])) + " ";
         out += "n=" + join(r.n, 3) + " cia=" + std::to_string(r.cia);
         struct pdesc table[] = {counted_row(type), {}};
         r.p[2] = r.p[2] == &keep ? nullptr : r.p[2];

@@ -1,9 +1,7 @@
-/* param_xml_table_fixture.h - one structure with a field for every table
- * macro and the table the macros make of it. The codec's round trip of the
- * block against its expected document proves the rows made in C++, and the
- * table test that C makes the same rows. Its items and list nodes reach a third level
- * (a buffer in an item, an item in a node), so the same block serves the
- * codec's round trips, the resource sweeps and the fuzz targets. */
+/* param_xml_table_fixture.h - a structure with a field for every table macro
+ * and the table the macros make of it, three levels deep (a buffer in an item,
+ * an item in a node): the block of the codec's round trips (which prove the
+ * rows C++ makes; the table test compares C's), the sweeps and the fuzzers. */
 #ifndef PARAM_XML_TABLE_FIXTURE_H
 #define PARAM_XML_TABLE_FIXTURE_H
 

@@ -13,11 +13,7 @@
 namespace {
 
 // One row written over `mem`, with param2xml_opt's `options`.
-struct Case {
-    void *mem;
-    struct pdesc row;
-    uint32_t options;
-};
+struct Case { void *mem; struct pdesc row; uint32_t options; };
 
 // The document of each case on one line ("-" for none), and its records.
 void expect_written(const std::string &name, const std::vector<Case> &cases)
