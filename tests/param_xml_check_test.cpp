@@ -2,13 +2,9 @@
 // once; tables walked once however they reach each other; out of memory.
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "codec_util.h"
 #include "param_xml_table_fixture.h"
 #include "sweep.h"
-#include "trace_capture.h"
 
 FX_DEFINE_TABLES
 

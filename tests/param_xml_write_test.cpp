@@ -5,7 +5,6 @@
 #include <cfloat>
 #include <climits>
 #include <cmath>
-#include <cstring>
 
 #include "codec_util.h"
 #include "sweep.h"

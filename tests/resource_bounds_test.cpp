@@ -7,7 +7,6 @@
 #include "codec_util.h"
 #include "kavor_fixture.h"
 #include "sweep.h"
-#include "trace_capture.h"
 
 using namespace kvtest;
 
@@ -123,8 +122,6 @@ TEST_P(ResourceBounds, ALoadGivesADocumentedResultAndTouchesNoBlockOnMinusOne)
 }
 
 INSTANTIATE_TEST_SUITE_P(Allocators, ResourceBounds, ::testing::Values(Alloc::library, Alloc::libxml2),
-                         [](const ::testing::TestParamInfo<Alloc> &i) {
-                             return std::string(i.param == Alloc::library ? "Library" : "Libxml2");
-                         });
+                         [](const ::testing::TestParamInfo<Alloc> &i) { return i.param == Alloc::library ? "Library" : "Libxml2"; });
 
 }  // namespace
