@@ -33,6 +33,7 @@ struct adesc alt_on_znode[] = {{kZ + 4, int_at_0, "on0"}, PX_ADESC_END};
 struct adesc alt_no_sub[] = {{kZ + 4, nullptr, "bare"}, PX_ADESC_END};
 struct pdesc unknown_in[] = {r(1, 0xA000, 0, 4, "k"), {}};
 struct pdesc counts_on_z[] = {cob(r(1, PT_SINT, kZ, 4, "b"), 0), {}}, count_on_z[] = {cia(r(1, PT_SINT, kZ, 4, "c"), 0), {}};
+struct pdesc counts_behind_z[] = {cob(r(1, PT_SINT, kZ + 8, 4, "b"), kZ), cia(r(1, PT_SINT, kZ + 16, 4, "c"), kZ), {}};
 
 // What the check says of each table: its result and records.
 void expect_checked(const std::string &name, const std::vector<const struct pdesc *> &tables)
@@ -55,7 +56,7 @@ TEST(ParamXmlCheck, EachBadRowIsNamedWithItsReasonAndCountedOnce)
         {r(1, PT_VLST, 0, 0, "vl", nullptr, small_alt)}, {r(1, PT_VLST, 0, 0, "vl", nullptr, alt_on_znode)},
         {r(1, PT_VLST, 0, 0, "vl", nullptr, alt_no_sub)}, {r(1, PT_SINT, 0, 4, nullptr)}, {r(1, PT_SINT, 0, 4, "")},
         {r(1, PT_SINT, 0, 4, "a b")}, {r(1, PT_SINT, 0, 4, "x:y")}, {r(1, PT_STRI, 0, 4, "text")},
-        {r(1, PT_SINT, 0, 4, "a"), r(1, PT_UINT, 4, 4, "a")}};
+        {r(1, PT_SINT, 0, 4, "a"), r(1, PT_UINT, 4, 4, "a")}, {r(1, PT_LIST, 0, kZ + 24, "l", counts_behind_z)}};
     std::vector<const struct pdesc *> tables;
     for (auto &t : cases)
         t.push_back({}), tables.push_back(t.data());

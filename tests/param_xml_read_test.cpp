@@ -150,10 +150,7 @@ TEST(Reader, Structures)
 
 struct Counted { int32_t *p[3]; int n[3]; int cia; };
 
-struct pdesc counted_row(int type = PT_SINT, size_t size = 4)
-{
-    return cia(cob(row(type, "c", 3, size), offsetof(Counted, n)), offsetof(Counted, cia));
-}
+pdesc counted_row(int type = PT_SINT, size_t size = 4) { return cia(cob(row(type, "c", 3, size), offsetof(Counted, n)), offsetof(Counted, cia)); }
 
 // Empty entries close up; a new buffer starts zeroed; an entry no element
 // reaches keeps its pointer. Wrappers refused for their count or index; a
@@ -176,6 +173,7 @@ TEST(Reader, CountedBuffers)
     auto fresh = [&] { r = {{nullptr, nullptr, nullptr}, {-9, -9, -9}, -9}; return &r; };
     expect_read("buffers", counted_row(), [&] { r = {{nullptr, nullptr, &keep}, {0, 0, 77}, 0}; return &r; }, [&] { return shown(PT_SINT); });
     expect_read("refused buffers", counted_row(), fresh, [&] { return shown(PT_SINT); });
+    expect_read("refused buffers of bytes", counted_row(PT_SINT, 1), fresh, [&] { return shown(PT_SINT); });
     expect_read("buffers too large", counted_row(PT_UINT, SIZE_MAX / 2), fresh, [&] { return shown(PT_UINT); });
     expect_read("float buffers", counted_row(PT_FLOT), [&] { r = {}; return &r; }, [&] { return shown(PT_FLOT); });
 }
