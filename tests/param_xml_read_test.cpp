@@ -51,12 +51,7 @@ TEST(Reader, Strings)
 {
     char b[16];
     auto fresh = [&] { return std::memset(b, '#', sizeof b); };
-    auto shown = [&] {
-        std::string out;
-        for (char c : b)
-            out += c == '\0' ? "\\0" : c == '\n' ? "\\n" : std::string(1, c);
-        return out;
-    };
+    auto shown = [&] { return printable(b, sizeof b); };
     expect_read("strings", row(PT_STRI, "s", 16, 16), fresh, shown);
     expect_read("strings of size 4", row(PT_STRI, "s", 16, 4), fresh, shown);
     expect_read("a string named text", row(PT_STRI, "text", 16, 16), fresh, shown);
@@ -185,7 +180,7 @@ std::string lists(zhead_t *heads, int n, struct pdesc r)
     std::string out;
     for (int i = 0; i < n; i++) {
         for (struct znode *z = heads[i]; z; z = z->next)
-            out += std::string(z->name ? z->name : "") + ":" + std::to_string(reinterpret_cast<Timer *>(z)->period) + " ";
+            out += std::string(z->name ? z->name : "") + ":" + (r.size == sizeof *z ? "" : std::to_string(reinterpret_cast<Timer *>(z)->period)) + " ";
         out += "|";
     }
     struct pdesc table[] = {r, {}};
@@ -201,6 +196,8 @@ TEST(Reader, Lists)
     auto fresh = [&] { b = {{nullptr, nullptr}, -9}; return &b; };
     expect_read("lists", r, fresh, [&] { return lists(b.h, 2, r) + " n=" + std::to_string(b.n); });
     expect_read("lists of small nodes", sub(row(PT_LIST, "rule", 2, 4), kRuleRows), fresh, [&] { return lists(b.h, 2, r); });
+    const struct pdesc bare = sub(row(PT_LIST, "rule", 2, sizeof(struct znode)), kRuleRows + 1);
+    expect_read("lists of bare nodes", bare, fresh, [&] { return lists(b.h, 2, bare); });
     zhead_t head;
     auto one = [&] { head = nullptr; return &head; };
     const struct pdesc v = aux(row(PT_VLST, "task", 1, 0), kAlts), no_adesc = row(PT_VLST, "task", 1, 0);
@@ -227,6 +224,7 @@ TEST(Reader, TheFrameMatchesChildrenToTheFirstRowOfTheirName)
 // found by their names: rows r0 to r259 beside elements of all but r258.
 TEST(Reader, TheReportCountsWhatTheReaderDidToTheValues)
 {
+    struct enume on[] = {{"on", 1}, {nullptr, 0}};
     std::vector<std::string> names;
     std::vector<struct pdesc> many;
     std::string doc;
@@ -235,7 +233,10 @@ TEST(Reader, TheReportCountsWhatTheReaderDidToTheValues)
     for (int i = 0; i <= 260; i++)
         many.push_back(i < 260 ? row(PT_SINT, names[i].c_str(), 1, 4, 4 * i) : pdesc{});
     std::vector<std::pair<std::vector<struct pdesc>, std::string>> cases = {
-        {{row(PT_SINT, "v", 2, 4), {}}, "<v idx=\"5\">1</v><v idx=\"-1\">1</v><v>1</v>"},
+        {{row(PT_SINT, "v", 2, 4), {}}, "<v idx=\"2\">1</v><v idx=\"-1\">1</v><v>1</v>"},
+        {{row(PT_SINT, "v", 4, 1), {}}, "<v>-128 127 -129 128</v>"},
+        {{row(PT_STRI, "s", 4, 4), {}}, "<s>abc</s><s>abcd</s>"},
+        {{aux(row(PT_ENUM, "e", 2, 4), on), {}}, "<e>on</e><e>On</e>"},
         {{row(PT_SINT, "v", 2, 4), {}}, "<v>99999999999999999999 -99999999999999999999</v>"},
         {{row(PT_UINT, "v", 2, 8), {}}, "<v>18446744073709551616</v>"},
         {{row(PT_FLOT, "v", 2, 4), {}}, "<v> -1e39</v>"},

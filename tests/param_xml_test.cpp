@@ -26,13 +26,6 @@ std::string written(fuzz::RichBlock &b)
     return out;
 }
 
-// Reads the element `at` into a fresh block.
-void read_into(fuzz::RichBlock &b, xmlNode *at)
-{
-    fuzz::reset(&b);
-    xml2param(&b.all, at, fx_table);
-}
-
 TEST(TraceInit, SecondCallChangesNothing)
 {
     param_xml_trace_init("kavor", nullptr, 1, nullptr);
@@ -49,7 +42,7 @@ TEST(RoundTrip, EveryKindInEveryModeReadsAndWritesTheExpectedDocument)
     XmlAlloc count;
     {
         Doc corpus(read_file(kData + "/../../fuzz/corpus/fuzz_reader/rich.xml"), true);   // <cfg><dev>...
-        read_into(b, xmlFirstElementChild(corpus.root()));
+        fuzz::reset(&b), xml2param(&b.all, xmlFirstElementChild(corpus.root()), fx_table);
     }
     EXPECT_EQ(kExpected, written(b));
     param_xml_free(&b.all, fx_table);
@@ -58,7 +51,7 @@ TEST(RoundTrip, EveryKindInEveryModeReadsAndWritesTheExpectedDocument)
         // the walks leave their records of every row, element and value.
         Doc d(kExpected, true);
         TraceCapture cap(8);
-        read_into(b, d.root());
+        fuzz::reset(&b), xml2param(&b.all, d.root(), fx_table);
         EXPECT_EQ(kExpected, written(b));
         EXPECT_EQ(read_file(kData + "/rich_trace.txt"), cap.dump());
     }
@@ -96,7 +89,7 @@ TEST(AllocationFailure, TheReaderLosesOnlyWhatItReportsAndLeaksNothing)
     Doc d(kExpected, true);
     static fuzz::RichBlock b;
     TraceCapture cap(4);
-    sweep(Alloc::libxml2, [&] { cap.clear(), read_into(b, d.root()); }, [&](bool refused) {
+    sweep(Alloc::libxml2, [&] { cap.clear(), fuzz::reset(&b), xml2param(&b.all, d.root(), fx_table); }, [&](bool refused) {
         EXPECT_TRUE((refused && cap.count_at_most(4) > 0) || written(b) == kExpected) << cap.dump();
         param_xml_free(&b.all, fx_table);
     });
@@ -106,12 +99,12 @@ TEST(AllocationFailure, TheWriterReportsEveryLossAndWhatItWroteReadsBack)
 {
     static fuzz::RichBlock src, back;
     Doc d(kExpected, true);
-    read_into(src, d.root());
+    fuzz::reset(&src), xml2param(&src.all, d.root(), fx_table);
     xmlNode *root = xmlNewNode(nullptr, BAD_CAST "dev");
     TraceCapture cap(4);
     sweep(Alloc::libxml2, [&] { cap.clear(), param2xml(&src.all, root, fx_table); }, [&](bool refused) {
         EXPECT_EQ(refused, cap.count_at_most(4) > 0) << cap.dump();
-        read_into(back, root);
+        fuzz::reset(&back), xml2param(&back.all, root, fx_table);
         EXPECT_TRUE(refused || written(back) == kExpected);
         param_xml_free(&back.all, fx_table);
         xmlFreeNode(root), root = xmlNewNode(nullptr, BAD_CAST "dev");

@@ -76,6 +76,19 @@ inline void read_row(void *mem, struct pdesc r, const std::string &children)
         xml2param(mem, d.root(), table);
 }
 
+/// The `n` bytes at `p` as printable text: "\\0" and "\\n" for those bytes,
+/// "\\xNN" for other controls and for bytes past ASCII.
+inline std::string printable(const char *p, size_t n)
+{
+    std::string out;
+    for (const unsigned char c : std::string(p, n)) {
+        char hex[8];
+        std::snprintf(hex, sizeof hex, c == 0 ? "\\0" : c == '\n' ? "\\n" : c < 0x20 || c > 0x7e ? "\\x%02x" : "%c", c);
+        out += hex;
+    }
+    return out;
+}
+
 /// The section `name` of the expected file tests/data/codec/<file>: the
 /// lines after "== name" up to the next such line, without "#" comments;
 /// {Z}, {Z+n} and {Z-n} in it are the size of a znode and n more or less,
@@ -105,6 +118,7 @@ inline void expect_cases(const std::string &file, const std::string &name, uint3
                          const std::function<std::string(size_t)> &run)
 {
     std::string got;
+    EXPECT_GT(n, 0u) << name;
     for (size_t i = 0; i < n; i++) {
         TraceCapture cap(level);
         got += run(i) + "\n";
