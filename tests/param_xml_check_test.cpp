@@ -56,7 +56,8 @@ TEST(ParamXmlCheck, EachBadRowIsNamedWithItsReasonAndCountedOnce)
         {r(1, PT_VLST, 0, 0, "vl", nullptr, small_alt)}, {r(1, PT_VLST, 0, 0, "vl", nullptr, alt_on_znode)},
         {r(1, PT_VLST, 0, 0, "vl", nullptr, alt_no_sub)}, {r(1, PT_SINT, 0, 4, nullptr)}, {r(1, PT_SINT, 0, 4, "")},
         {r(1, PT_SINT, 0, 4, "a b")}, {r(1, PT_SINT, 0, 4, "x:y")}, {r(1, PT_STRI, 0, 4, "text")},
-        {r(1, PT_SINT, 0, 4, "a"), r(1, PT_UINT, 4, 4, "a")}, {r(1, PT_LIST, 0, kZ + 24, "l", counts_behind_z)}};
+        {r(1, PT_SINT, 0, 4, "a"), r(1, PT_UINT, 4, 4, "a")},
+        {r(1, PT_LIST, 0, kZ + 24, "l", counts_behind_z)}, {r(1, PT_LIST, 0, kZ, "l", int_at_0 + 1)}, {r(1, PT_STRI, 0, 1, "s")}};
     std::vector<const struct pdesc *> tables;
     for (auto &t : cases)
         t.push_back({}), tables.push_back(t.data());

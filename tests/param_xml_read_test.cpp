@@ -21,7 +21,7 @@ std::string join(const T *v, size_t n)
     return out.str();
 }
 
-// `s` with "\\n", "\\t" and "\\r" made the characters again.
+// `s` with "\n", "\t" and "\r" (a backslash and a letter) made the characters again.
 std::string unescaped(std::string s)
 {
     for (size_t at = 0; (at = s.find('\\', at)) != std::string::npos; at++)
@@ -30,7 +30,7 @@ std::string unescaped(std::string s)
 }
 
 // Reads each document of the section `name` of the reader's expected file
-// (one line, "\\n" spelled so) through `r` into the block that `fresh`
+// (one line, a line end spelled "\n") through `r` into the block that `fresh`
 // gives; below it "= " and what `shown` makes of the block (releasing what
 // the read allocated), then its records.
 void expect_read(const std::string &name, struct pdesc r, const std::function<void *()> &fresh,

@@ -76,8 +76,8 @@ inline void read_row(void *mem, struct pdesc r, const std::string &children)
         xml2param(mem, d.root(), table);
 }
 
-/// The `n` bytes at `p` as printable text: "\\0" and "\\n" for those bytes,
-/// "\\xNN" for other controls and for bytes past ASCII.
+/// The `n` bytes at `p` as printable text: a zero byte as \0, a line end as
+/// \n, other controls and bytes past ASCII as \xNN.
 inline std::string printable(const char *p, size_t n)
 {
     std::string out;
