@@ -3,402 +3,310 @@
 // status, kavor_flush, and the three policies, each off by default.
 #include <gtest/gtest.h>
 
-#include <errno.h>
-#include <float.h>
-#include <locale.h>
-#include <string.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <iostream>
 #include <random>
-#include <string>
-#include <vector>
-
-#include <libxml/parser.h>
 
 #include "kavor.hpp"
 #include "kavor_fixture.h"
+#include "sweep.h"
 #include "trace_capture.h"
+
+static bool g_refuse_new = false;  // kavor::Manager::create()'s own allocation refused
+void *operator new(std::size_t n, const std::nothrow_t &) noexcept { return g_refuse_new ? nullptr : ::operator new(n); }
 
 namespace {
 
 enume mode_names[] = {PX_ENUME("off", 0), PX_ENUME("on", 1), PX_ENUME_END(0)};
-
-struct Rep {
-    int8_t level;
-    int32_t retries;
-    int mode;
-    int32_t ports[2];
-    char host[8];
-    double gain;
-    int32_t timeout;
-};
-pdesc rep_table[] = {
-    PX_SINT(Rep, level, "level"),  PX_SINT(Rep, retries, "retries"),
-    PX_ENUM(Rep, mode, "mode", mode_names), PX_SINT_ARR(Rep, ports, "port"),
-    PX_STRI(Rep, host, "host"),    PX_FLOT(Rep, gain, "gain"),
-    PX_SINT(Rep, timeout, "timeout"), PX_END,
-};
-
-const char kHead[] = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
-const char kGood[] = "<level>1</level><retries>2</retries><mode>on</mode><port>1 2</port>"
-                     "<host>h</host><gain>0.5</gain><timeout>5</timeout>";
-
-// A document of the file "rep" with one node "rep" holding `body`.
-std::string doc(const std::string &body)
+struct Rep { int8_t level; int32_t retries; int mode; int32_t ports[2]; char host[8]; double gain; int32_t timeout; };
+pdesc rep_table[] = {PX_SINT(Rep, level, "level"), PX_SINT(Rep, retries, "retries"), PX_ENUM(Rep, mode, "mode", mode_names),
+                     PX_SINT_ARR(Rep, ports, "port"), PX_STRI(Rep, host, "host"), PX_FLOT(Rep, gain, "gain"),
+                     PX_SINT(Rep, timeout, "timeout"), PX_END};
+const std::string kGood = "<level>1</level><retries>2</retries><mode>on</mode><port>1 2</port>"
+                          "<host>h</host><gain>0.5</gain><timeout>5</timeout>";
+// The file "rep" with the node "rep" holding kGood with `from` replaced by `to`, then `root` at the root.
+std::string doc(const std::string &from = "", const std::string &to = "", const std::string &root = "")
 {
-    return kHead + ("<rep><rep>" + body + "</rep></rep>\n");
+    std::string body = kGood;
+    return "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<rep><rep>" +
+           (from.empty() ? body + to : body.replace(body.find(from), from.size(), to)) + "</rep>" + root + "</rep>\n";
 }
 
-std::string with(std::string body, const std::string &from, const std::string &to)
-{
-    return body.replace(body.find(from), from.size(), to);
-}
-
-param_xml_case_t param_xml_report_t::*const kCases[] = {
-    &param_xml_report_t::narrowed,      &param_xml_report_t::not_number,
-    &param_xml_report_t::unknown_word,  &param_xml_report_t::over_capacity,
-    &param_xml_report_t::unknown,       &param_xml_report_t::missing,
-};
-
-// A manager whose task saves at the next tick, with one node "rep" in
-// <dir>/rep.xml.
+// A manager whose task saves at the next tick, with the node "rep" of <dir>/rep.xml
+// (and its backup) written as `main` (`bak`) unless "".
 struct Fixture {
-    explicit Fixture(uint32_t policies = 0, const char *base = "rep")
+    explicit Fixture(uint32_t policies = 0, const std::string &main = "", const std::string &bak = "")
+        : mgr(kavor_create_v2("status", 0)), rgst(kvtest::request(dir.file("rep"), "rep", rep_table, &blk, 1))
     {
-        mgr = kavor_create_v2("status", 0);
-        kavor_set_policy(mgr, policies);
-        rgst = kvtest::request(dir.file(base), "rep", rep_table, &blk, 1);
-        node = kavor_register(mgr, &rgst);
+        kavor_set_policy(mgr, policies), node = kavor_register(mgr, &rgst);
+        EXPECT_TRUE((main.empty() || write_file(dir.file("rep.xml"), main)) &&
+                    (bak.empty() || write_file(dir.file("rep.xml.bak"), bak)));
     }
     ~Fixture() { kavor_destroy(mgr); }
     kavor_load_report_t load(int32_t want)
     {
-        EXPECT_EQ(kavor_load_one(node), want);
         kavor_load_report_t r;
-        EXPECT_EQ(kavor_load_report(node, &r), 0);
-        EXPECT_EQ(r.result, want);
+        EXPECT_EQ(kavor_load_one(node), want);
+        EXPECT_EQ(std::make_tuple(kavor_load_report(node, &r), r.result), std::make_tuple(0, want));
         return r;
     }
+    std::string save()  // by the task; what is on disk then
+    {
+        EXPECT_TRUE(kavor_save_one(node) == 0 && kavor_flush(mgr, 5000) == 0);
+        return read_file(dir.file("rep.xml"));
+    }
     TempDir dir;
     Rep blk{};
-    kavor_hdl mgr;
-    kavor_file_rgst_t rgst;
-    xml_file_hdl node;
+    kavor_hdl mgr; kavor_file_rgst_t rgst; xml_file_hdl node;
 };
 
-TEST(LoadReport, EachFieldTellsWhatTheLoadFoundAndWhatTheReaderDid)
+using R = param_xml_report_t;
+
+// With KAVOR_POLICY_PREFER_BACKUP (P) too: a complete backup over a file read only in part.
+TEST(LoadReport, EachFieldTellsWhatTheLoadFoundTheOneShotAndTheCodecTheSameAndXml2paramStaysAsItIs)
 {
-    const struct {
-        const char *what;
-        std::string main, bak;  // "" for no file
-        int32_t result, source, error_copy;
-        param_xml_case_t param_xml_report_t::*field;  // the one case counted
-        uint32_t count;
-        const char *path;
-    } rows[] = {
-        {"complete file", doc(kGood), "", 0, KAVOR_SOURCE_MAIN, 0, nullptr, 0, ""},
-        {"300 in an 8-bit field", doc(with(kGood, ">1<", ">300<")), "", 0, KAVOR_SOURCE_MAIN, 0,
-         &param_xml_report_t::narrowed, 1, "/rep/rep/level"},
-        {"abc in an integer", doc(with(kGood, ">2<", ">abc<")), "", 0, KAVOR_SOURCE_MAIN, 0,
-         &param_xml_report_t::not_number, 1, "/rep/rep/retries"},
-        {"a double beyond its range", doc(with(kGood, "0.5", "1e999")), "", 0,
-         KAVOR_SOURCE_MAIN, 0, &param_xml_report_t::narrowed, 1, "/rep/rep/gain"},
-        {"an unknown enumeration word", doc(with(kGood, ">on<", ">maybe<")), "", 0,
-         KAVOR_SOURCE_MAIN, 0, &param_xml_report_t::unknown_word, 1, "/rep/rep/mode"},
-        {"more values than entries", doc(with(kGood, "1 2", "1 2 3")), "", 0, KAVOR_SOURCE_MAIN,
-         0, &param_xml_report_t::over_capacity, 1, "/rep/rep/port"},
-        {"a string longer than its field", doc(with(kGood, ">h<", ">hostname<")), "", 0,
-         KAVOR_SOURCE_MAIN, 0, &param_xml_report_t::over_capacity, 1, "/rep/rep/host"},
-        {"unknown element and attribute", doc(with(kGood, "<port>", "<speed/><port unit=\"x\">")),
-         "", 0, KAVOR_SOURCE_MAIN, 0, &param_xml_report_t::unknown, 2, "/rep/rep/speed"},
-        {"a row the file lacks", doc(with(kGood, "<timeout>5</timeout>", "")), "", 0,
-         KAVOR_SOURCE_MAIN, 0, &param_xml_report_t::missing, 1, "/rep/rep/timeout"},
-        {"one missing closing tag", doc(with(kGood, "</host>", "")), "", 1,
-         KAVOR_SOURCE_MAIN_PARTIAL, 1, nullptr, 0, ""},
-        {"no XML, backup complete", "garbage", doc(kGood), 0, KAVOR_SOURCE_BACKUP, 1, nullptr, 0,
-         ""},
-        {"no usable copy", "", "", -1, KAVOR_SOURCE_NONE, 0, nullptr, 0, ""},
-    };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.what);
-        Fixture f;
-        ASSERT_TRUE(r.main.empty() || write_file(f.dir.file("rep.xml"), r.main));
-        ASSERT_TRUE(r.bak.empty() || write_file(f.dir.file("rep.xml.bak"), r.bak));
-        kavor_load_report_t rep = f.load(r.result);
-        EXPECT_EQ(rep.source, r.source);
-        EXPECT_EQ(rep.error_copy, r.error_copy);
-        EXPECT_EQ(rep.error_line > 0, r.error_copy != 0) << rep.error_line;
-        EXPECT_EQ(rep.error_message[0] != '\0', r.error_copy != 0) << rep.error_message;
-        for (auto c : kCases) {
-            const param_xml_case_t &got = rep.values.*c;
-            bool named = c == r.field;
-            if (r.result == 1 && !named)
-                continue;  // what the recovery parser gives is its own matter
-            EXPECT_EQ(got.count, named ? r.count : 0u) << got.path;
-            EXPECT_STREQ(got.path, named ? r.path : "");
-            EXPECT_EQ(got.line, named ? 2 : 0);
-        }
-    }
-}
-
-TEST(LoadReport, TheCodecAndTheOneShotGiveTheSameReportAndXml2paramStaysAsItIs)
-{
-    TempDir dir;
-    std::string text = doc(with(with(kGood, ">1<", ">300<"), ">on<", ">maybe<") + "<extra/>");
-    ASSERT_TRUE(write_file(dir.file("rep.xml"), text));
-    xmlDocPtr d = xmlReadMemory(text.data(), static_cast<int>(text.size()), "rep.xml", nullptr, 0);
-    xmlNodePtr node = xmlDocGetRootElement(d)->children;
-
-    Rep plain{}, reported{};
-    param_xml_report_t values;
-    std::vector<std::string> plain_records, reported_records;
-    {
-        TraceCapture cap(8);
-        xml2param(&plain, node, rep_table);
-        plain_records = cap.records();
-    }
-    {
-        TraceCapture cap(8);
-        xml2param_report(&reported, node, rep_table, 0, &values);
-        reported_records = cap.records();
-    }
-    xmlFreeDoc(d);
-    EXPECT_EQ(memcmp(&plain, &reported, sizeof plain), 0);
-    EXPECT_EQ(plain_records, reported_records);
-    EXPECT_EQ(values.narrowed.count, 1u);
-    EXPECT_EQ(values.unknown_word.count, 1u);
-    EXPECT_STREQ(values.unknown.path, "/rep/rep/extra");
-
-    Rep one{};
-    kavor_file_rgst_t r = kvtest::request(dir.file("rep"), "rep", rep_table, &one, 1);
-    kavor_load_report_t rep;
-    ASSERT_EQ(kavor_file2param_v2(&r, 0, &rep), 0);
-    EXPECT_EQ(rep.source, KAVOR_SOURCE_MAIN);
-    EXPECT_EQ(memcmp(&rep.values, &values, sizeof values), 0);
-    EXPECT_EQ(kavor_file2param_v2(&r, 0x80, &rep), -1);
-}
-
-// ---- save status and flush ---------------------------------------------------
-
-// A device of a few blocks, filled up, at <dir>/full (tmpfs; needs root).
-bool full_device(const std::string &dir)
-{
-    std::string at = dir + "/full";
-    if (geteuid() != 0 || mkdir(at.c_str(), 0700) != 0 ||
-        mount("kavor-full", at.c_str(), "tmpfs", 0, "size=16k") != 0)
-        return false;
-    FILE *f = fopen((at + "/filler").c_str(), "w");
-    while (f != nullptr && fputc('x', f) != EOF && fflush(f) == 0) {
-    }
-    bool full = f != nullptr && errno == ENOSPC;
-    if (f != nullptr)
-        fclose(f);
-    return full;
-}
-
-TEST(SaveStatus, AFailingSaveTellsItsStepAndErrnoAndCountsUntilASaveCompletes)
-{
-    const struct {
-        const char *what, *base, *cause;
-        int32_t err;
-    } rows[] = {
-        {"a path through a regular file", "blocker/sub/rep", "blocker", ENOTDIR},
-        {"a full device", "full/rep", "full/filler", ENOSPC},
-    };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.what);
-        Fixture f(0, r.base);
-        struct Unmount {
-            std::string at;
-            ~Unmount() { umount(at.c_str()); }
-        } unmount{f.dir.file("full")};
-        if (r.err == ENOSPC && !full_device(f.dir.path())) {
-            std::cout << "[  SKIPPED ] a full device needs root and tmpfs\n";
-            continue;
-        }
-        kavor_save_status_t st;
-        ASSERT_EQ(kavor_save_status(f.node, &st), 0);
-        EXPECT_EQ(st.failed_step, KAVOR_STEP_NONE);
-        EXPECT_EQ(kavor_flush(f.mgr, 0), 0);  // nothing marked
-        ASSERT_TRUE(r.err != ENOTDIR || write_file(f.dir.file(r.cause), "a regular file"));
-        ASSERT_EQ(kavor_save_one(f.node), 0);
-        EXPECT_EQ(kavor_flush(f.mgr, 1200), -1);
-        ASSERT_EQ(kavor_save_status(f.node, &st), 0);
-        EXPECT_GE(st.attempts, 1u);
-        EXPECT_EQ(st.failed_step, KAVOR_STEP_WRITE);
-        EXPECT_EQ(st.failed_errno, r.err);
-        EXPECT_EQ(st.saves, 0u);
-
-        ASSERT_EQ(unlink(f.dir.file(r.cause).c_str()), 0);
-        EXPECT_EQ(kavor_flush(f.mgr, 5000), 0);
-        ASSERT_EQ(kavor_save_status(f.node, &st), 0);
-        EXPECT_EQ(st.attempts, 0u);
-        EXPECT_EQ(st.failed_step, KAVOR_STEP_WRITE);  // the last failure stays told
-        EXPECT_EQ(st.saves, 1u);
-        EXPECT_GT(st.saved_time, 0);
-    }
-}
-
-TEST(Flush, ReturnsOnceTheMarkedFilesAreSavedThroughTheCppFaceToo)
-{
-    TempDir dir;
-    Rep blk{};
-    blk.timeout = 7;
-    kavor::Manager m = kavor::Manager::create("flush", 500);
-    kavor::Registration r =
-        m.add(dir.file("rep").c_str(), "rep", rep_table, &blk, kavor::Storage::plain);
-    bool loaded = true;
-    EXPECT_EQ(r.report(&loaded).source, KAVOR_SOURCE_NONE);
-    EXPECT_FALSE(loaded);
-    ASSERT_TRUE(r.save());
-    EXPECT_TRUE(m.flush(5000));
-    EXPECT_EQ(r.save_status().saves, 1u);
-    EXPECT_NE(read_file(dir.file("rep.xml")).find("<timeout>7</timeout>"), std::string::npos);
-    EXPECT_EQ(r.load(), kavor::Load::ok);
-    EXPECT_EQ(r.report(&loaded).source, KAVOR_SOURCE_MAIN);
-    EXPECT_FALSE(m.set_policy(KAVOR_POLICY_KEEP_UNKNOWN << 1));
-    EXPECT_EQ(kavor_flush(nullptr, 0), -1);
-    EXPECT_EQ(kavor_set_policy(nullptr, 0), -1);
-}
-
-// ---- policies ----------------------------------------------------------------
-
-TEST(Policy, PreferBackupTakesACompleteBackupOverAFileReadOnlyInPart)
-{
-    std::string partial = doc(kGood);
-    partial.resize(partial.find("</rep>"));  // a write cut short
-    const std::string backup = doc(with(kGood, ">5<", ">9<"));
+    const int32_t M = KAVOR_SOURCE_MAIN, MP = KAVOR_SOURCE_MAIN_PARTIAL, B = KAVOR_SOURCE_BACKUP;
+    const uint32_t P = KAVOR_POLICY_PREFER_BACKUP;
+    const std::string part = doc().substr(0, doc().find("</rep>")), backup = doc(">5<", ">9<");  // part: a write cut short
     const struct {
         uint32_t policies;
-        std::string main, bak;
-        int32_t result, source, timeout;
+        std::string main, bak;  // "" for no file
+        int32_t result, source, error_copy;
+        param_xml_case_t R::*field; uint32_t count; const char *path;  // the one case counted
     } rows[] = {
-        {0, partial, backup, 1, KAVOR_SOURCE_MAIN_PARTIAL, 5},
-        {KAVOR_POLICY_PREFER_BACKUP, partial, backup, 0, KAVOR_SOURCE_BACKUP, 9},
-        {KAVOR_POLICY_PREFER_BACKUP, partial, partial, 1, KAVOR_SOURCE_MAIN_PARTIAL, 5},
-        {KAVOR_POLICY_PREFER_BACKUP, partial, "", 1, KAVOR_SOURCE_MAIN_PARTIAL, 5},
-        {KAVOR_POLICY_PREFER_BACKUP, "garbage", partial, 1, KAVOR_SOURCE_BACKUP_PARTIAL, 5},
+        {0, doc(), "", 0, M, 0, nullptr, 0, ""},
+        {0, doc(">1<", ">300<"), "", 0, M, 0, &R::narrowed, 1, "/rep/rep/level"},
+        {0, doc(">2<", ">abc<"), "", 0, M, 0, &R::not_number, 1, "/rep/rep/retries"},
+        {0, doc("0.5", "1e999"), "", 0, M, 0, &R::narrowed, 1, "/rep/rep/gain"},
+        {0, doc(">on<", ">maybe<"), "", 0, M, 0, &R::unknown_word, 1, "/rep/rep/mode"},
+        {0, doc("1 2", "1 2 3"), "", 0, M, 0, &R::over_capacity, 1, "/rep/rep/port"},
+        {0, doc(">h<", ">hostname<"), "", 0, M, 0, &R::over_capacity, 1, "/rep/rep/host"},
+        {0, doc("<port>", "<speed/><port unit=\"x\">"), "", 0, M, 0, &R::unknown, 2, "/rep/rep/speed"},
+        {0, doc("<timeout>5</timeout>", ""), "", 0, M, 0, &R::missing, 1, "/rep/rep/timeout"},
+        {0, doc("</host>", ""), "", 1, MP, 1, nullptr, 0, ""},
+        {0, "garbage", backup, 0, B, 1, nullptr, 0, ""},
+        {0, "", "", -1, KAVOR_SOURCE_NONE, 0, nullptr, 0, ""},
+        {0, part, backup, 1, MP, 1, nullptr, 0, ""},
+        {P, part, backup, 0, B, 1, nullptr, 0, ""},
+        {P, part, part, 1, MP, 1, nullptr, 0, ""},
+        {P, part, "", 1, MP, 1, nullptr, 0, ""},
+        {P, "garbage", part, 1, KAVOR_SOURCE_BACKUP_PARTIAL, 1, nullptr, 0, ""},
     };
     for (const auto &r : rows) {
-        Fixture f(r.policies);
-        ASSERT_TRUE(write_file(f.dir.file("rep.xml"), r.main));
-        ASSERT_TRUE(r.bak.empty() || write_file(f.dir.file("rep.xml.bak"), r.bak));
+        SCOPED_TRACE(r.main);
+        Fixture f(r.policies, r.main, r.bak);
         kavor_load_report_t rep = f.load(r.result);
-        EXPECT_EQ(rep.source, r.source);
-        EXPECT_EQ(rep.error_copy, 1);
-        EXPECT_EQ(f.blk.timeout, r.timeout);
-        if (r.source == KAVOR_SOURCE_BACKUP) {
-            // The save puts a complete file in place and keeps the backup.
-            ASSERT_EQ(kavor_save_one(f.node), 0);
-            ASSERT_EQ(kavor_flush(f.mgr, 5000), 0);
-            EXPECT_EQ(read_file(f.dir.file("rep.xml.bak")), backup);
-            EXPECT_EQ(f.load(0).source, KAVOR_SOURCE_MAIN);
+        EXPECT_EQ(f.blk.timeout == 9, r.source == B);
+        EXPECT_EQ(std::make_tuple(rep.source, rep.error_copy, rep.error_line > 0, rep.error_message[0] != '\0'),
+                  std::make_tuple(r.source, r.error_copy, r.error_copy != 0, r.error_copy != 0)) << rep.error_message;
+        for (param_xml_case_t R::*c : {&R::narrowed, &R::not_number, &R::unknown_word, &R::over_capacity, &R::unknown, &R::missing}) {
+            const bool named = c == r.field;
+            if (r.result == 1 && !named)
+                continue;  // what the recovery parser gives is its own matter
+            EXPECT_EQ(std::make_tuple((rep.values.*c).count, std::string((rep.values.*c).path), (rep.values.*c).line),
+                      std::make_tuple(named ? r.count : 0u, std::string(named ? r.path : ""), named ? 2 : 0));
         }
+        if (r.policies != 0 && r.source == B) {  // a complete file in place, the backup kept
+            f.save();
+            EXPECT_EQ(read_file(f.dir.file("rep.xml.bak")), backup);
+            EXPECT_EQ(f.load(0).source, M);
+        }
+        if (r.source != M)
+            continue;
+        kavor_load_report_t shot;  // the one-shot, and the codec with and without a report
+        EXPECT_TRUE(kavor_file2param_v2(&f.rgst, 0, &shot) == 0 && memcmp(&shot.values, &rep.values, sizeof rep.values) == 0);
+        xmlDocPtr d = xmlReadMemory(r.main.data(), static_cast<int>(r.main.size()), "rep.xml", nullptr, 0);
+        Rep blk[2] = {}; param_xml_report_t values; std::vector<std::string> records[2];
+        for (int i : {0, 1}) {
+            TraceCapture cap(8);
+            xmlNodePtr n = xmlDocGetRootElement(d)->children;
+            i == 0 ? xml2param(&blk[0], n, rep_table) : xml2param_report(&blk[1], n, rep_table, 0, &values);
+            records[i] = cap.records();
+        }
+        xmlFreeDoc(d);
+        EXPECT_TRUE(memcmp(&blk[0], &blk[1], sizeof blk[0]) == 0 && memcmp(&values, &rep.values, sizeof values) == 0);
+        EXPECT_EQ(records[0], records[1]);
     }
 }
 
-struct Floats {
-    float f[256];
-    double d[256];
-};
+TEST(LoadReport, RefusedArgumentsFillNothingAndSayItAtLevel4)
+{
+    Fixture f;
+    kavor_file_rgst_t alone = kvtest::request(f.dir.file("alone"), "rep", rep_table, &f.blk, 1);
+    xml_file_hdl solo = kavor_register(nullptr, &alone);  // no manager
+    kavor_load_report_t r; kavor_save_status_t s;
+    TraceCapture cap(4);
+    for (int32_t got : {kavor_load_report(nullptr, &r), kavor_load_report(f.node, nullptr), kavor_load_report(solo, &r),
+                        kavor_save_status(nullptr, &s), kavor_save_status(f.node, nullptr), kavor_save_status(solo, &s),
+                        kavor_flush(nullptr, 0), kavor_set_policy(nullptr, 0), kavor_set_policy(f.mgr, 0x8)})
+        EXPECT_EQ(got, -1);
+    EXPECT_EQ(cap.count_at_most(4), 9u) << cap.dump();
+    kavor_unregister(solo);
+    EXPECT_EQ(kavor_file2param_v2(&alone, 0x80, &r), -1);
+    EXPECT_EQ(kavor_load_report(f.node, &r), 1);  // no load yet
+    EXPECT_EQ(std::make_tuple(r.result, r.source), std::make_tuple(-1, int32_t(KAVOR_SOURCE_NONE)));
+}
+
+// A device of a few blocks at `at`, filled up (tmpfs; needs root).
+bool full_device(const std::string &at)
+{
+    return geteuid() == 0 && mkdir(at.c_str(), 0700) == 0 && mount("kavor-full", at.c_str(), "tmpfs", 0, "size=16k") == 0 &&
+           !write_file(at + "/filler", std::string(1 << 16, 'x'));
+}
+
+// Through the C++ face: a file saved, and files whose path meets a regular file or a full device.
+TEST(SaveStatus, AFailingSaveTellsItsStepAndErrnoUntilASaveCompletesAndFlushWaitsForTheMarksBeforeIt)
+{
+    for (bool refuse_new : {true, false}) {  // its registry, or the manager itself refused
+        g_refuse_new = refuse_new, vn_mem_fail_nth(refuse_new ? 0 : 2);  // 2: the task object
+        kavor::Manager none = kavor::Manager::create("none");
+        g_refuse_new = false, vn_mem_fail_nth(0);
+        EXPECT_FALSE(none.flush(0) || none.set_policy(0));
+    }
+    const int32_t N = KAVOR_STEP_NONE, W = KAVOR_STEP_WRITE;
+    auto told = [](const kavor_save_status_t &s) {  // attempts > 0, failed step, errno, saves, last save's times told
+        return std::make_tuple(s.attempts > 0, s.failed_step, s.failed_errno, s.saves, s.saved_time > 0 && s.saved_uptime_ms > 0);
+    };
+    TempDir dir;
+    struct Unmount { std::string at; ~Unmount() { umount(at.c_str()); } } unmount{dir.file("full")};
+    const int32_t errs[] = {ENOTDIR, full_device(unmount.at) ? ENOSPC : 0};
+    if (errs[1] == 0)
+        printf("[  SKIPPED ] a full device needs root and tmpfs\n");
+    ASSERT_TRUE(write_file(dir.file("blocker"), "a regular file"));
+    Rep blk[3] = {};
+    kavor::Manager m = kavor::Manager::create("status", 500);
+    kavor::Registration good = m.add(dir.file("rep").c_str(), "rep", rep_table, &blk[0], kavor::Storage::plain),
+                        failing[] = {m.add(dir.file("blocker/rep").c_str(), "rep", rep_table, &blk[1], kavor::Storage::plain),
+                                     m.add(dir.file("full/rep").c_str(), "rep", rep_table, &blk[2], kavor::Storage::plain)};
+    bool loaded = true;
+    EXPECT_TRUE(good.report(&loaded).source == KAVOR_SOURCE_NONE && !loaded);
+    EXPECT_EQ(told(failing[0].save_status()), std::make_tuple(false, N, 0, 0u, false));
+    EXPECT_TRUE(m.flush(0));  // nothing marked
+    ASSERT_TRUE(good.save());
+    std::thread later([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100)), failing[0].save(), errs[1] && failing[1].save();
+    });
+    EXPECT_TRUE(m.flush(5000));  // not waiting for the files marked after the call
+    later.join();
+    EXPECT_EQ(told(good.save_status()), std::make_tuple(false, N, 0, 1u, true));
+    EXPECT_FALSE(m.flush(1200));
+    for (int i : {0, 1})
+        EXPECT_TRUE(errs[i] == 0 || told(failing[i].save_status()) == std::make_tuple(true, W, errs[i], 0u, false)) << i;
+    ASSERT_TRUE(unlink(dir.file("blocker").c_str()) == 0 && (errs[1] == 0 || unlink(dir.file("full/filler").c_str()) == 0));
+    EXPECT_TRUE(m.flush(5000));
+    for (int i : {0, 1})  // the last failure stays told
+        EXPECT_TRUE(errs[i] == 0 || told(failing[i].save_status()) == std::make_tuple(false, W, errs[i], 1u, true)) << i;
+    EXPECT_FALSE(m.set_policy(KAVOR_POLICY_KEEP_UNKNOWN << 1));
+}
+
+struct Floats { float f[256]; double d[256]; };
 pdesc floats_table[] = {PX_FLOT_ARR(Floats, f, "f"), PX_FLOT_ARR(Floats, d, "d"), PX_END};
 
-// Saves a sweep of floats and doubles by the task (extremes, subnormals,
-// negative zero, random bit patterns) with exact floats, and reads the file
-// back in one shot: every value must come back bit for bit, and the file
-// has no decimal comma whatever the locale.
-void exact_float_round_trip()
+// Floats and doubles (extremes, subnormals, -0, random bits but NaNs) saved by the task, read back in
+// one shot: whether all come back bit for bit, and whether the file is free of decimal commas.
+std::pair<bool, bool> floats_round_trip(uint32_t policies)
 {
     Floats out{}, in{};
     const float fs[] = {0.0f, -0.0f, FLT_MIN, -FLT_MAX, FLT_MAX, FLT_TRUE_MIN, 0.1f, 1.5f};
     const double ds[] = {0.0, -0.0, DBL_MIN, -DBL_MAX, DBL_MAX, DBL_TRUE_MIN, 0.1, 1.5};
     std::mt19937_64 rng(20261123);
     for (size_t i = 0; i < 256; i++) {
-        uint32_t fb;
-        uint64_t db;
-        do {
-            fb = static_cast<uint32_t>(rng());
-            memcpy(&out.f[i], &fb, 4);
-        } while (out.f[i] != out.f[i]);  // a NaN reads back as a NaN, not its bits
-        do {
-            db = rng();
-            memcpy(&out.d[i], &db, 8);
-        } while (out.d[i] != out.d[i]);
-        if (i < 8) {
-            out.f[i] = fs[i];
-            out.d[i] = ds[i];
-        }
+        uint64_t b = rng();
+        memcpy(&out.f[i], &b, 4), memcpy(&out.d[i], &b, 8);
+        out.f[i] = i < 8 || out.f[i] != out.f[i] ? fs[i % 8] : out.f[i];
+        out.d[i] = i < 8 || out.d[i] != out.d[i] ? ds[i % 8] : out.d[i];
     }
     TempDir dir;
     kavor_hdl mgr = kavor_create_v2("exact", 0);
-    ASSERT_EQ(kavor_set_policy(mgr, KAVOR_POLICY_EXACT_FLOATS), 0);
     kavor_file_rgst_t r = kvtest::request(dir.file("fl"), "fl", floats_table, &out, 1);
-    ASSERT_NE(kavor_register(mgr, &r), nullptr);
-    ASSERT_EQ(kavor_save_all(mgr), 0);
-    ASSERT_EQ(kavor_flush(mgr, 5000), 0);
+    EXPECT_TRUE(kavor_set_policy(mgr, policies) == 0 && kavor_save_one(kavor_register(mgr, &r)) == 0 &&
+                kavor_flush(mgr, 5000) == 0);
     kavor_destroy(mgr);
-    std::string text = read_file(dir.file("fl.xml"));
-    EXPECT_EQ(text.find(','), std::string::npos) << text;
     r.mem = &in;
-    ASSERT_EQ(kavor_file2param_v2(&r, KAVOR_POLICY_EXACT_FLOATS, nullptr), 0);
-    EXPECT_EQ(memcmp(&in, &out, sizeof in), 0) << text;
+    EXPECT_EQ(kavor_file2param_v2(&r, policies, nullptr), 0);
+    return {memcmp(&in, &out, sizeof in) == 0, read_file(dir.file("fl.xml")).find(',') == std::string::npos};
 }
 
-TEST(Policy, ExactFloatsComeBackBitForBit)
+TEST(Policy, ExactFloatsComeBackBitForBitEvenUnderADecimalComma)
 {
-    exact_float_round_trip();
-}
-
-TEST(Policy, ExactFloatsComeBackBitForBitUnderADecimalComma)
-{
-    locale_t de = newlocale(LC_ALL_MASK, "de_DE.UTF-8", (locale_t)0);
-    if (de == (locale_t)0)
+    EXPECT_EQ(floats_round_trip(0), std::make_pair(false, true));  // off: 6 and 15 digits
+    EXPECT_EQ(floats_round_trip(KAVOR_POLICY_EXACT_FLOATS), std::make_pair(true, true));
+    if (setlocale(LC_ALL, "de_DE.UTF-8") == nullptr)
         GTEST_SKIP() << "no de_DE.UTF-8 locale (scripts/deps makes it as root)";
-    freelocale(de);
-    ASSERT_NE(setlocale(LC_ALL, "de_DE.UTF-8"), nullptr);
-    char buf[16];
-    snprintf(buf, sizeof buf, "%.1f", 1.5);
-    EXPECT_STREQ(buf, "1,5");  // the process really writes a decimal comma
-    exact_float_round_trip();
+    EXPECT_FALSE(floats_round_trip(0).second);  // the process writes a decimal comma
+    EXPECT_EQ(floats_round_trip(KAVOR_POLICY_EXACT_FLOATS), std::make_pair(true, true));
     setlocale(LC_ALL, "C");
 }
 
-TEST(Policy, KeepUnknownWritesBackWhatTheTableDoesNotKnow)
+TEST(Policy, KeepUnknownWritesBackWhatTheTableDoesNotKnowUpToItsCap)
 {
-    const std::string future = "<future unit=\"ms\"><step>3</step></future>";
-    const std::string text = kHead + ("<rep><rep>" + std::string(kGood) + future +
-                                      "</rep><other><x>1</x></other></rep>\n");
-    for (uint32_t policies : {0u, KAVOR_POLICY_KEEP_UNKNOWN}) {
-        Fixture f(policies);
-        ASSERT_TRUE(write_file(f.dir.file("rep.xml"), text));
-        EXPECT_EQ(f.load(0).values.unknown.count, 2u);  // <future>, and <other> at the root
+    const std::string future = "<future unit=\"ms\"><step>3</step></future>", other = "<other><x>1</x></other>";
+    const uint32_t on = KAVOR_POLICY_KEEP_UNKNOWN, max = KAVOR_KEEP_MAX;
+    auto sized = [](const char *n, size_t len) { return "<" + (n + (">" + std::string(len - 7, 'x')) + "</") + n + ">"; };
+    const struct {
+        uint32_t policies; std::string in_node, at_root; bool node_kept, root_kept;
+        const char *dropped;  // the path said not kept
+    } rows[] = {
+        {0, future, sized("r", max + 1), false, false, nullptr},  // off: nothing kept, nothing said
+        {on, future, other, true, true, nullptr},
+        {on, sized("n", max), "<r/>", true, false, "/rep/r"},
+        {on, "", sized("r", max), false, true, nullptr},
+        {on, sized("n", max - 10), sized("r", 11), true, false, "/rep/r"},
+        {on, sized("n", max + 1), "<small/>", false, true, "/rep/rep/n"},
+    };
+    for (const auto &r : rows) {
+        Fixture f(r.policies, doc("", r.in_node, r.at_root));
+        Rep blk2{};  // a second node, which the document lacks
+        kavor_file_rgst_t two = kvtest::request(f.dir.file("rep"), "two", rep_table, &blk2, 1);
+        ASSERT_NE(kavor_register(f.mgr, &two), nullptr);
+        TraceCapture cap(5);
+        EXPECT_EQ(f.load(0).values.unknown.count, !r.in_node.empty() + !r.at_root.empty() + 0u);
+        EXPECT_EQ(cap.count_containing("not kept: over KAVOR_KEEP_MAX"), r.dropped ? 1u : 0u) << cap.dump();
+        EXPECT_TRUE(!r.dropped || cap.has(5, "xmlParseParamFile",
+                                          std::string("element (") + r.dropped + ") not kept: over KAVOR_KEEP_MAX"));
         f.blk.timeout = 6;
-        ASSERT_EQ(kavor_save_one(f.node), 0);
-        ASSERT_EQ(kavor_flush(f.mgr, 5000), 0);
-        std::string saved = read_file(f.dir.file("rep.xml"));
-        bool kept = policies != 0;
-        EXPECT_NE(saved.find("<timeout>6</timeout>" + (kept ? future + "</rep>" : "")),
-                  std::string::npos) << saved;
-        EXPECT_EQ(saved.find("</rep><other><x>1</x></other></rep>") != std::string::npos, kept)
-            << saved;
+        const std::string saved = f.save();
+        EXPECT_NE(saved.find("<timeout>6</timeout>"), std::string::npos);
+        EXPECT_TRUE(r.in_node.empty() || (saved.find(r.in_node + "</rep>") != std::string::npos) == r.node_kept);
+        EXPECT_TRUE(r.at_root.empty() ||  // behind the last node
+                    (saved.find("</two>" + r.at_root + "</rep>") != std::string::npos) == r.root_kept);
     }
+}
 
-    // An element over what a file may keep is dropped, and said so.
-    Fixture f(KAVOR_POLICY_KEEP_UNKNOWN);
-    std::string big = "<big>" + std::string(KAVOR_KEEP_MAX, 'x') + "</big>";
-    ASSERT_TRUE(write_file(f.dir.file("rep.xml"), doc(kGood + big + "<small/>")));
-    TraceCapture cap(5);
-    f.load(0);
-    EXPECT_EQ(cap.count(5, "xmlParseParamFile", "element (/rep/rep/big) not kept: over KAVOR_KEEP_MAX"),
-              1u) << cap.dump();
-    ASSERT_EQ(kavor_save_one(f.node), 0);
-    ASSERT_EQ(kavor_flush(f.mgr, 5000), 0);
-    std::string saved = read_file(f.dir.file("rep.xml"));
-    EXPECT_EQ(saved.find("<big>"), std::string::npos);
-    EXPECT_NE(saved.find("<small/></rep>"), std::string::npos) << saved;
+// A load that keeps unknown elements, its report, a save that writes them back
+// and its status, with each allocation refused in turn: each call fails as
+// documented or does its work, and the file is left as it was or whole.
+TEST(Policy, KeepUnknownLoadsAndSavesFailCleanlyWhereAnAllocationIsRefused)
+{
+    TempDir dir;
+    const std::string kept = "<future><step>3</step></future>" + repeat("<more>" + std::string(90, 'x') + "</more>", 50);
+    const std::string text = doc("", "<!-- c -->" + kept, "<!-- c --><other/>");
+    for (Alloc alloc : {Alloc::library, Alloc::libxml2}) {
+        kvtest::Mgr mgr;
+        ASSERT_EQ(kavor_set_policy(mgr.get(), KAVOR_POLICY_KEEP_UNKNOWN), 0);
+        Rep blk; kavor_file_rgst_t rgst = kvtest::request(dir.file("rep"), "rep", rep_table, &blk, 1);
+        xml_file_hdl node; int32_t loaded, told; kavor_load_report_t rep; kavor_save_status_t st;
+        sweep(alloc, [&] {
+            write_file(dir.file("rep.xml"), text);
+            node = kavor_register(mgr.get(), &rgst);
+            loaded = kavor_load_one(node), told = kavor_load_report(node, &rep);
+            if (kavor_save_one(node) == 0)
+                mgr.sweep();
+            kavor_save_status(node, &st);
+        }, [&](bool refused) {
+            const std::string saved = read_file(dir.file("rep.xml"));
+            if (node != nullptr) {
+                EXPECT_TRUE(told == 0 ? rep.result == loaded : told == 1 && rep.result == -1 && rep.source == 0);
+                EXPECT_EQ(st.saves + (st.attempts > 0), 1u);
+                EXPECT_TRUE(st.saves == 0 ? saved == text : saved.rfind("</rep>\n") == saved.size() - 7) << saved;
+            }
+            if (!refused) {
+                EXPECT_EQ(std::make_tuple(loaded, told, rep.values.unknown.count), std::make_tuple(0, 0, 52u));
+                EXPECT_NE(saved.find(kept + "</rep><other/></rep>"), std::string::npos) << saved;
+            }
+            kavor_unregister(node);
+        });
+    }
 }
 
 }  // namespace

@@ -2,13 +2,9 @@
 // once; tables walked once however they reach each other; out of memory.
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "codec_util.h"
 #include "param_xml_table_fixture.h"
 #include "sweep.h"
-#include "trace_capture.h"
 
 FX_DEFINE_TABLES
 
@@ -35,55 +31,37 @@ struct adesc alts_twice[] = {{kZ + 4, int_at_z, "a"}, {kZ + 4, int_at_z, "a"}, P
 struct adesc small_alt[] = {{kZ - 1, int_at_z, "tiny"}, PX_ADESC_END};
 struct adesc alt_on_znode[] = {{kZ + 4, int_at_0, "on0"}, PX_ADESC_END};
 struct adesc alt_no_sub[] = {{kZ + 4, nullptr, "bare"}, PX_ADESC_END};
+struct pdesc unknown_in[] = {r(1, 0xA000, 0, 4, "k"), {}};
+struct pdesc counts_on_z[] = {cob(r(1, PT_SINT, kZ, 4, "b"), 0), {}}, count_on_z[] = {cia(r(1, PT_SINT, kZ, 4, "c"), 0), {}};
+struct pdesc counts_behind_z[] = {cob(r(1, PT_SINT, kZ + 8, 4, "b"), kZ), cia(r(1, PT_SINT, kZ + 16, 4, "c"), kZ), {}};
 
+// What the check says of each table: its result and records.
+void expect_checked(const std::string &name, const std::vector<const struct pdesc *> &tables)
+{
+    expect_cases("checked.txt", name, 4, tables.size(), [&](size_t i) { return std::to_string(param_xml_check(tables[i])); });
+}
+
+// Each bad row named with its path and reason, and counted once.
 TEST(ParamXmlCheck, EachBadRowIsNamedWithItsReasonAndCountedOnce)
 {
-    const std::string z = std::to_string(kZ);
-    const struct { std::vector<struct pdesc> rows; std::string record; } cases[] = {
-        {{r(1, 0xA000, 0, 4, "k")}, "k (row 0): unknown kind in type 0xA000"},
-        {{r(1, PT_UINT, 0, 3, "w")}, "w (row 0): integer width 3 is not 1, 2, 4 or 8"},
-        {{r(1, PT_SINT | PT_F_COB, 0, 16, "w")}, "w (row 0): integer width 16 is not 1, 2, 4 or 8"},
-        {{r(1, PT_FLOT, 0, 2, "f")}, "f (row 0): float width 2 is not 4 or 8"},
-        {{r(0, PT_STRI, 0, 8, "s")}, "s (row 0): string capacity 0 is below 1"},
-        {{r(8, PT_STRI, 0, 0, "s")}, "s (row 0): string size 0 reads nothing"},
-        {{r(-1, PT_SINT, 0, 4, "n")}, "n (row 0): count -1 is below 0"},
-        {{r(1000000000, PT_SINT, 0, 1, "n")}, "n (row 0): count 1000000000 has more than nine digits"},
-        {{r(1, PT_ENUM, 0, 2, "e", nullptr, good_items)}, "e (row 0): enumeration element size 2 is below 4"},
-        {{r(1, PT_ENUM, 0, 4, "e")}, "e (row 0): enumeration without an enume table"},
-        {{r(1, PT_ENUM, 0, 4, "e", nullptr, no_items)}, "e (row 0): enume table has no item"},
-        {{r(1, PT_ENUM, 0, 4, "e", nullptr, twice)}, "e (row 0): enume key \"on\" stands twice"},
-        {{r(1, PT_STRU, 0, 8, "st")}, "st (row 0): structure row without a sub-table"},
-        {{r(2, PT_STRUM, 0, 8, "sm")}, "sm (row 0): structure row without a sub-table"},
-        {{r(2, PT_STRU, 0, 10, "st", str8_at_4)}, "st (row 0): sub-table reaches 12 bytes into a structure of 10"},
-        {{r(1, PT_LIST, 0, kZ + 4, "l")}, "l (row 0): list row without a sub-table"},
-        {{r(1, PT_LIST, 0, kZ - 8, "l", int_at_z)},
-         "l (row 0): node size " + std::to_string(kZ - 8) + " is smaller than a znode (" + z + ")"},
-        {{r(1, PT_LIST, 0, kZ + 4, "l", int_at_0)}, "l (row 0): sub-table row \"v\" addresses the znode of the list node"},
-        {{r(1, PT_LIST, 0, kZ + 8, "l", cia_beyond)},
-         "l (row 0): sub-table reaches " + std::to_string(kZ + 12) + " bytes into a node of " + std::to_string(kZ + 8)},
-        {{r(1, PT_VLST, 0, 0, "vl")}, "vl (row 0): variant list without an adesc table"},
-        {{r(1, PT_VLST, 0, 0, "vl", nullptr, no_alts)}, "vl (row 0): adesc table has no item"},
-        {{r(1, PT_VLST, 0, 0, "vl", nullptr, alts_twice)}, "vl (row 0): adesc name \"a\" stands twice"},
-        {{r(1, PT_VLST, 0, 0, "vl", nullptr, small_alt)},
-         "vl<tiny> (row 0): node size " + std::to_string(kZ - 1) + " is smaller than a znode (" + z + ")"},
-        {{r(1, PT_VLST, 0, 0, "vl", nullptr, alt_on_znode)},
-         "vl<on0> (row 0): sub-table row \"v\" addresses the znode of the list node"},
-        {{r(1, PT_VLST, 0, 0, "vl", nullptr, alt_no_sub)}, "vl<bare> (row 0): adesc item without a sub-table"},
-        {{r(1, PT_SINT, 0, 4, nullptr)}, "(no name) (row 0): no name"},
-        {{r(1, PT_SINT, 0, 4, "")}, "\"\" (row 0): name \"\" is no XML element name"},
-        {{r(1, PT_SINT, 0, 4, "a b")}, "a b (row 0): name \"a b\" is no XML element name"},
-        {{r(1, PT_SINT, 0, 4, "x:y")}, "x:y (row 0): name \"x:y\" is no XML element name"},
-        {{r(1, PT_STRI, 0, 4, "text")}, "text (row 0): name \"text\" would also take the text between elements"},
-        {{r(1, PT_SINT, 0, 4, "a"), r(1, PT_UINT, 4, 4, "a")}, "a (row 1): name \"a\" is taken by row 0"},
-    };
-    for (const auto &c : cases) {
-        std::vector<struct pdesc> table = c.rows;
-        table.push_back({});
-        TraceCapture cap(4);
-        EXPECT_EQ(param_xml_check(table.data()), 1) << c.record << "\n" << cap.dump();
-        EXPECT_EQ(cap.count(4, "param_xml_check", c.record), 1u) << c.record << "\n" << cap.dump();
-        EXPECT_EQ(cap.count_at_most(4), 1u) << cap.dump();
-    }
+    std::vector<std::vector<struct pdesc>> cases = {
+        {r(1, 0xA000, 0, 4, "k")}, {r(1, PT_UINT, 0, 3, "w")}, {r(1, PT_SINT | PT_F_COB, 0, 16, "w")}, {r(1, PT_FLOT, 0, 2, "f")},
+        {r(0, PT_STRI, 0, 8, "s")}, {r(8, PT_STRI, 0, 0, "s")}, {r(-1, PT_SINT, 0, 4, "n")}, {r(1000000000, PT_SINT, 0, 1, "n")},
+        {r(1, PT_ENUM, 0, 2, "e", nullptr, good_items)}, {r(1, PT_ENUM, 0, 4, "e")}, {r(1, PT_ENUM, 0, 4, "e", nullptr, no_items)},
+        {r(1, PT_ENUM, 0, 4, "e", nullptr, twice)}, {r(1, PT_STRU, 0, 8, "st")}, {r(2, PT_STRUM, 0, 8, "sm")},
+        {r(2, PT_STRU, 0, 10, "st", str8_at_4)}, {r(1, PT_STRU, 0, 8, "st", unknown_in)}, {r(1, PT_LIST, 0, kZ + 4, "l")},
+        {r(1, PT_LIST, 0, kZ - 8, "l", int_at_z)}, {r(1, PT_LIST, 0, kZ + 4, "l", int_at_0)}, {r(1, PT_LIST, 0, kZ + 8, "l", counts_on_z)},
+        {r(1, PT_LIST, 0, kZ + 8, "l", count_on_z)}, {r(1, PT_LIST, 0, kZ + 8, "l", cia_beyond)}, {r(1, PT_VLST, 0, 0, "vl")},
+        {r(1, PT_VLST, 0, 0, "vl", nullptr, no_alts)}, {r(1, PT_VLST, 0, 0, "vl", nullptr, alts_twice)},
+        {r(1, PT_VLST, 0, 0, "vl", nullptr, small_alt)}, {r(1, PT_VLST, 0, 0, "vl", nullptr, alt_on_znode)},
+        {r(1, PT_VLST, 0, 0, "vl", nullptr, alt_no_sub)}, {r(1, PT_SINT, 0, 4, nullptr)}, {r(1, PT_SINT, 0, 4, "")},
+        {r(1, PT_SINT, 0, 4, "a b")}, {r(1, PT_SINT, 0, 4, "x:y")}, {r(1, PT_STRI, 0, 4, "text")},
+        {r(1, PT_SINT, 0, 4, "a"), r(1, PT_UINT, 4, 4, "a")},
+        {r(1, PT_LIST, 0, kZ + 24, "l", counts_behind_z)}, {r(1, PT_LIST, 0, kZ, "l", int_at_0 + 1)}, {r(1, PT_STRI, 0, 1, "s")}};
+    std::vector<const struct pdesc *> tables;
+    for (auto &t : cases)
+        t.push_back({}), tables.push_back(t.data());
+    expect_checked("bad rows", tables);
 }
 
 // A tree: each node holds a list of nodes of its own kind.
@@ -134,37 +112,8 @@ TEST(ParamXmlCheck, WholeTablesGiveTheirCountOfBadRowsAndTheReasonsOfEach)
         many[i] = r(1, PT_STRUM, 8 * i, 8, names[i], many_sub[i]);
     }
     many[20] = r(1, PT_STRUM, 160, 8, "again", many_sub[0]), many[21] = {};
-    const std::string max = std::to_string(SIZE_MAX);
-    const struct { const char *what; const struct pdesc *table; int result; std::vector<std::string> records; } cases[] = {
-        {"macros", fx_table, 0, {}},
-        {"empty", empty, 0, {}},
-        {"behind the end", behind, 0, {}},
-        {"tree", root, 0, {}},
-        {"pointer to itself", self_ptr, 0, {}},
-        {"ignored flags", flags, 0, {}},
-        {"counted fields fit", fits, 0, {}},
-        {"several reasons", several, 1,
-         {"a b (row 0): name \"a b\" is no XML element name", "a b (row 0): count -2 is below 0",
-          "a b (row 0): string capacity -2 is below 1", "a b (row 0): string size 0 reads nothing"}},
-        {"path", grid, 1, {"grid.cell.ratio (row 0): float width 3 is not 4 or 8"}},
-        {"shared", sharing, 1, {"a.odd (row 0): integer width 5 is not 1, 2, 4 or 8"}},
-        {"in place", a, 2, {"b (row 0): sub-table reaches 20 bytes into a structure of 16",
-                            "a (row 1): structure contains itself in place"}},
-        {"in place below a list", below_list, 1,
-         {"l.self (row 1): sub-table reaches " + std::to_string(kZ + 4) + " bytes into a structure of 0",
-          "self (row 1): structure contains itself in place"}},
-        {"counted fields too tight", tight, 1, {"s (row 0): sub-table reaches 24 bytes into a structure of 23"}},
-        {"no wrap-around", huge, 1, {"s (row 0): sub-table reaches " + max + " bytes into a structure of 64"}},
-        {"past sixteen tables", many, 1, {"t0.v (row 0): float width 3 is not 4 or 8"}},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.what);
-        TraceCapture cap(4);
-        EXPECT_EQ(param_xml_check(c.table), c.result) << cap.dump();
-        EXPECT_EQ(cap.count_at_most(4), c.records.size()) << cap.dump();
-        for (const std::string &rec : c.records)
-            EXPECT_EQ(cap.count(4, "param_xml_check", rec), 1u) << rec << "\n" << cap.dump();
-    }
+    expect_checked("whole tables", {fx_table, empty, behind, root, self_ptr, flags, fits, several, grid, sharing, a, below_list,
+                                    tight, huge, many});
     TraceCapture cap(4);
     EXPECT_EQ(param_xml_check(nullptr), -1);
     EXPECT_TRUE(cap.has(4, "param_xml_check", "table is NULL")) << cap.dump();
@@ -172,12 +121,15 @@ TEST(ParamXmlCheck, WholeTablesGiveTheirCountOfBadRowsAndTheReasonsOfEach)
 
 TEST(ParamXmlCheck, AFailedAllocationGivesMinusOneAndLeaksNothing)
 {
-    int result = 0;
-    TraceCapture cap(4);
-    sweep(Alloc::library, [&] { cap.clear(); result = param_xml_check(fx_table); }, [&](bool refused) {
-        EXPECT_EQ(refused ? -1 : 0, result);
-        EXPECT_EQ(refused, cap.has(4, "param_xml_check", "out of memory")) << cap.dump();
-    });
+    struct pdesc bad[] = {r(1, PT_STRU, 0, 8, "a", unknown_in), r(1, PT_STRU, 8, 8, "b", str8_at_4), {}};
+    for (const struct pdesc *table : {static_cast<const struct pdesc *>(fx_table), static_cast<const struct pdesc *>(bad)}) {
+        int result = 0;
+        TraceCapture cap(4);
+        sweep(Alloc::library, [&] { cap.clear(); result = param_xml_check(table); }, [&](bool refused) {
+            EXPECT_EQ(refused ? -1 : table == bad ? 2 : 0, result);
+            EXPECT_EQ(refused, cap.has(4, "param_xml_check", "out of memory")) << cap.dump();
+        });
+    }
 }
 
 }  // namespace

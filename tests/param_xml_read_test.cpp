@@ -1,54 +1,60 @@
 // The reader: what each kind stores from the documents the writer makes and
-// from many it doesn't, the count fields, and the records of the refusals.
+// from many it doesn't, the count fields, the records of the refusals, and
+// what the report counts.
 #include <gtest/gtest.h>
 
 #include <cinttypes>
-#include <cmath>
 #include <random>
+#include <sstream>
 
 #include "codec_util.h"
 
 namespace {
 
-template <typename T, size_t N>
-std::vector<T> vec(const T (&a)[N])
+// The values of an array, "a b c".
+template <typename T>
+std::string join(const T *v, size_t n)
 {
-    return std::vector<T>(a, a + N);
+    std::ostringstream out;
+    for (size_t i = 0; i < n; i++)
+        out << (i ? " " : "") << +v[i];
+    return out.str();
 }
 
-// Reads `doc` through one row; the records at level 5 and below are `records`.
-void read_expecting(void *mem, struct pdesc r, const std::string &doc, const std::vector<std::string> &records)
+// `s` with "\n", "\t" and "\r" (a backslash and a letter) made the characters again.
+std::string unescaped(std::string s)
 {
-    TraceCapture cap(5);
-    read_row(mem, r, doc);
-    expect_records(cap, records, doc);
+    for (size_t at = 0; (at = s.find('\\', at)) != std::string::npos; at++)
+        s.replace(at, 2, s[at + 1] == 'n' ? "\n" : s[at + 1] == 't' ? "\t" : "\r");
+    return s;
+}
+
+// Reads each document of the section `name` of the reader's expected file
+// (one line, a line end spelled "\n") through `r` into the block that `fresh`
+// gives; below it "= " and what `shown` makes of the block (releasing what
+// the read allocated), then its records.
+void expect_read(const std::string &name, struct pdesc r, const std::function<void *()> &fresh,
+                 const std::function<std::string()> &shown)
+{
+    std::vector<std::string> docs;
+    std::istringstream in(expected_section("read.txt", name));
+    for (std::string line; std::getline(in, line);)
+        if (line.rfind("= ", 0) != 0 && line.rfind("  ", 0) != 0)
+            docs.push_back(line);
+    expect_cases("read.txt", name, 5, docs.size(), [&](size_t i) {
+        read_row(fresh(), r, unescaped(docs[i]));
+        return docs[i] + "\n= " + shown();
+    });
 }
 
 TEST(Reader, Strings)
 {
-    char block[16];
-    std::memset(block, 'x', sizeof block);
-    struct pdesc two[] = {row(PT_STRI, "label", 8, 8, 0), row(PT_STRI, "owner", 8, 8, 8), {}};
-    Doc d("\n  <label>alpha</label>\n  <owner>beta</owner>\n");
-    xml2param(block, d.root(), two);
-    EXPECT_EQ(0, std::memcmp(block, "alpha\0xxbeta\0xxx", 16));   // behind a terminator: as it was
-    const struct { const char *doc; size_t size; const char *stored; } cases[] = {
-        {"<s>abcdefgh</s>", 4, "abcd############"},             // overlong: size bytes, no terminator
-        {"<s>longer</s><s>ab</s>", 16, "ab\0ger\0#########"},   // the last wins; the earlier tail stays
-        {"<s/>", 16, "\0###############"},
-        {"<text>kept</text>\n ", 16, "\n \0t\0###########"},   // a row named text takes the text nodes too
-        // The text of every piece, in document order, as libxml2 joins it.
-        {"<s>x<b>y<c>z</c></b>w</s>", 16, "xyzw\0###########"},
-        {"<s><![CDATA[<r>]]>t<!-- c --><?pi p?>u</s>", 16, "<r>tu\0##########"},
-        {"<s><b/><b></b>t&amp;&#65;<b>&lt;</b></s>", 16, "t&A<\0###########"},
-        {"<s>\n <b>deep<c><d><e>er</e></d></c></b>\n</s>", 16, "\n deeper\n\0######"},
-    };
-    for (const auto &c : cases) {
-        char mem[16];
-        std::memset(mem, '#', sizeof mem);
-        read_row(mem, row(PT_STRI, std::strstr(c.doc, "<text>") ? "text" : "s", 16, c.size), c.doc);
-        EXPECT_EQ(std::string(c.stored, 16), std::string(mem, 16)) << c.doc;
-    }
+    char b[16];
+    auto fresh = [&] { return std::memset(b, '#', sizeof b); };
+    auto shown = [&] { return printable(b, sizeof b); };
+    expect_read("strings", row(PT_STRI, "s", 16, 16), fresh, shown);
+    expect_read("strings of size 4", row(PT_STRI, "s", 16, 4), fresh, shown);
+    expect_read("a string named text", row(PT_STRI, "text", 16, 16), fresh, shown);
 }
 
 // Every text of numbers fills an array of each width and signedness as the
@@ -73,20 +79,16 @@ void expect_as_library(const std::string &t)
 
 TEST(Reader, IntegerTextsAreReadAsTheLibraryReadsThem)
 {
-    std::vector<std::string> texts = {
-        "0 -0 7 -7 0x0 0xff 0xFF -0x10 0XaB 300 -1", "127 -128 255 32767 -32768 65535 2147483647 -2147483648",
-        "4294967295 999999999999999999 -999999999999999999 1000000000000000000",
-        "9223372036854775807 -9223372036854775808 9223372036854775808 -9223372036854775809",
-        "9999999999999999999 18446744073709551615 18446744073709551616 99999999999999999999",
-        "0x7fffffffffffffff -0x7fffffffffffffff 0x8000000000000000 0xffffffffffffffff",
-        "-0xffffffffffffffff 0x10000000000000000 0xfffffffffffffff -0xfffffffffffffff",
-        "010 -010 08", "09", "00 +5 +0x5 \t5 \n 12  \r9 -8", "0x", "0xg", "-", "- 5", "-x1", "1e5", "12ab", "0x1g",
-        "1.5", "1,2", "--1", "0x-1", "12 abc 34", "00x10 000000000000000000001", "unsupported data size(3)", ""};
+    std::vector<std::string> texts;
+    std::istringstream in(expected_section("read.txt", "integer texts"));
+    for (std::string line; std::getline(in, line);)
+        texts.push_back(unescaped(line));
+    texts.emplace_back();   // and 4000 random ones
+    ASSERT_EQ(26u, texts.size());
     std::mt19937_64 rng(7);
     char buf[64];
-    texts.emplace_back();
+    const char *fmt[] = {"%" PRIu64, "-%" PRIu64, "0x%" PRIx64, "-0x%" PRIX64};
     for (int i = 0; i < 4000; i++) {
-        const char *fmt[] = {"%" PRIu64, "-%" PRIu64, "0x%" PRIx64, "-0x%" PRIX64};
         std::snprintf(buf, sizeof buf, fmt[i % 4], static_cast<uint64_t>(rng() >> (rng() % 64)));
         texts.back() += std::string(" ") + buf;
     }
@@ -96,230 +98,113 @@ TEST(Reader, IntegerTextsAreReadAsTheLibraryReadsThem)
     }
 }
 
-struct CiaInts { int32_t v[8]; int n; };
-
 TEST(Reader, IdxPlacesValuesAndMovesTheCountField)
 {
-    const struct pdesc r = cia(row(PT_SINT, "v", 8, 4), offsetof(CiaInts, n));
-    const struct { const char *doc; int n; std::vector<int32_t> values; std::vector<std::string> records; } cases[] = {
-        {"<v>1 2 3 4 5 6 7 8</v><v idx=\"4\">50 60</v>", 6, {1, 2, 3, 4, 50, 60, 7, 8}, {}},
-        {"<v idx=\"2\">1</v><v>2</v>", 4, {-1, -1, 1, 2, -1, -1, -1, -1}, {}},
-        {"<v idx=\"abc\">1</v><v idx=\"0x5\">2</v>", 1, {2, -1, -1, -1, -1, -1, -1, -1}, {}},
-        {"<v>1 2 3</v><v> 4 </v>", 4, {1, 2, 3, 4, -1, -1, -1, -1}, {}},
-        {"<v>1 2 3 4 5 6 7 8 9 10</v>", 8, {1, 2, 3, 4, 5, 6, 7, 8}, {}},
-        {"<v/><v>1</v>", 1, {1, -1, -1, -1, -1, -1, -1, -1}, {}},
-        {"<v>1 2 3 4 5 6 7 8</v><v>9</v><v idx=\"12\">1</v><v>2</v><v idx=\"1\">77</v>", 2, {1, 77, 3, 4, 5, 6, 7, 8},
-         {"5 node2sint: node2sint: v idx(8) >= count(8), ignore", "5 node2sint: node2sint: v idx(12) >= count(8), ignore",
-          "5 node2sint: node2sint: v idx(12) >= count(8), ignore"}},
-        // A negative index leaves the position where it was.
-        {"<v>1 2 3</v><v idx=\"-1\">9 9</v><v>4</v><v idx=\"-2147483648\">9</v>", 4, {1, 2, 3, 4, -1, -1, -1, -1},
-         {"5 node2sint: node2sint: v idx(-1) < 0, ignore", "5 node2sint: node2sint: v idx(-2147483648) < 0, ignore"}},
-        {"<v idx=\"9\">1</v>", 9, {-1, -1, -1, -1, -1, -1, -1, -1},   // beyond: the writer clamps it
-         {"5 node2sint: node2sint: v idx(9) >= count(8), ignore"}},
-    };
-    for (const auto &c : cases) {
-        CiaInts b;
-        std::memset(&b, 0xFF, sizeof b);
-        read_expecting(&b, r, c.doc, c.records);
-        EXPECT_EQ(c.n, b.n) << c.doc;
-        EXPECT_EQ(c.values, vec(b.v)) << c.doc;
-    }
-    char mem[16] = {};
-    read_expecting(mem, row(PT_SINT, "v", 4, 3), "<v>1 2</v>", {"4 node2sint: node2sint: v bad data size(3)"});
-    EXPECT_EQ(0, mem[0]);
+    struct { int32_t v[8]; int n; } b;
+    expect_read("idx", cia(row(PT_SINT, "v", 8, 4), offsetof(decltype(b), n)), [&] { return std::memset(&b, 0xFF, sizeof b); },
+                [&] { return join(b.v, 8) + " n=" + std::to_string(b.n); });
+    expect_read("integers of size 3", row(PT_SINT, "v", 4, 3), [&] { return std::memset(&b, 0, sizeof b); }, [&] { return join(b.v, 2); });
 }
 
 TEST(Reader, Floats)
 {
-    const struct { size_t size; const char *content; std::vector<double> stored; } cases[] = {
-        {4, "1.5 abc 2.5", {1.5}},         {8, "1,5", {1}},
-        {8, "010 0x10 -2e3", {10, 16, -2000}}, {4, "1e39", {INFINITY}},
-        {8, "inf -INF", {INFINITY, -INFINITY}}, {4, "0.5 1 1.5 2 2.5 3 3.5 4 4.5", {0.5, 1, 1.5, 2}},
-    };
-    for (const auto &c : cases) {
-        double d[4] = {-7, -7, -7, -7};
-        float f[4] = {-7, -7, -7, -7};
-        read_row(c.size == 4 ? static_cast<void *>(f) : d, row(PT_FLOT, "x", 4, c.size), std::string("<x>") + c.content + "</x>");
-        for (size_t i = 0; i < 4; i++)
-            EXPECT_EQ(i < c.stored.size() ? c.stored[i] : -7.0, c.size == 4 ? f[i] : d[i]) << c.content << " at " << i;
-    }
-    double nan_v[1] = {0};
-    read_row(nan_v, row(PT_FLOT, "x", 1, 8), "<x>nan</x>");
-    EXPECT_TRUE(std::isnan(nan_v[0]));
-    float f[2] = {};
-    read_expecting(f, row(PT_FLOT, "x", 2, 4), "<x>0.1</x><x idx=\"-3\">1</x><x idx=\"2\">1</x>",
-                   {"5 node2flot: node2flot: x idx(-3) < 0, ignore", "5 node2flot: node2flot: x idx(2) >= count(2), ignore"});
-    EXPECT_EQ(0.1f, f[0]);
-    read_expecting(f, row(PT_FLOT, "x", 2, 2), "<x>1</x>", {"4 node2flot: node2flot: x bad data size(2)"});
+    float f[4];
+    double d[4];
+    auto floats = [&] { std::fill(f, f + 4, -7.0f); return f; };
+    expect_read("floats", row(PT_FLOT, "x", 4, 4), floats, [&] { return join(f, 4); });
+    expect_read("doubles", row(PT_FLOT, "x", 4, 8), [&] { std::fill(d, d + 4, -7.0); return d; }, [&] { return join(d, 4); });
+    expect_read("floats of size 2", row(PT_FLOT, "x", 2, 2), floats, [&] { return join(f, 4); });
 }
 
 TEST(Reader, Enumerations)
 {
     struct enume on_off[] = {{"on", 1}, {"off", 0}, {nullptr, 5}};
-    const struct { const char *doc; int count; size_t size; std::vector<int> values; std::vector<std::string> records; } cases[] = {
-        // A word outside the table takes the end item's value.
-        {"<mode>off</mode><mode>on</mode><mode> on</mode>", 3, 4, {0, 1, 5, -1}, {}},
-        {"<mode idx=\"2\">on</mode><mode>off</mode><mode idx=\"-1\">off</mode>", 3, 4, {-1, -1, 1, -1},
-         {"5 xml2enum: xml2enum: mode idx(3) >= count(3), ignore", "5 xml2enum: xml2enum: mode idx(-1) < 0, ignore"}},
-        {"<mode>on</mode>", 0, 4, {-1, -1, -1, -1}, {"5 xml2enum: xml2enum: mode idx(0) >= count(0), ignore"}},
-        {"<mode>on</mode>", 3, 2, {-1, -1, -1, -1}, {"4 xml2enum: xml2enum: mode bad size(2)"}},
-        {"<mode>on</mode><mode>off</mode>", 2, 8, {1, -1, 0, -1}, {}},   // a stride touches the first int only
-    };
-    for (const auto &c : cases) {
-        int v[4] = {-1, -1, -1, -1};
-        read_expecting(v, aux(row(PT_ENUM, "mode", c.count, c.size), on_off), c.doc, c.records);
-        EXPECT_EQ(c.values, vec(v)) << c.doc;
-    }
+    int v[4];
+    auto fresh = [&] { return std::memset(v, 0xFF, sizeof v); };
+    auto shown = [&] { return join(v, 4); };
+    expect_read("enumerations", aux(row(PT_ENUM, "mode", 3, 4), on_off), fresh, shown);
+    expect_read("enumerations of count 0", aux(row(PT_ENUM, "mode", 0, 4), on_off), fresh, shown);
+    expect_read("enumerations of size 2", aux(row(PT_ENUM, "mode", 3, 2), on_off), fresh, shown);
+    expect_read("enumerations of size 8", aux(row(PT_ENUM, "mode", 2, 8), on_off), fresh, shown);
 }
-
-#define P(s, m) "<port><speed>" #s "</speed><mtu>" #m "</mtu></port>"
 
 TEST(Reader, Structures)
 {
-    struct Ports { Port p[4]; int n; Port *far; };
-    const struct { const char *doc; int n; int speeds[4]; std::vector<std::string> records; } cases[] = {
-        {P(10, 20) P(30, 40), 2, {10, 30, -1, -1}, {}},
-        {"<port idx=\"2\"><speed>5</speed></port>" P(6, 6), 4, {-1, -1, 5, 6}, {}},
-        {P(1, 1) P(2, 2) P(3, 3) "<port idx=\"0\"><speed>9</speed></port>", 1, {9, 2, 3, -1}, {}},
-        {"<port/>" P(2, 2), 2, {-1, 2, -1, -1}, {}},
-        {P(1, 1) "<port idx=\"-1\"><speed>8</speed></port>" P(2, 2), 2, {1, 2, -1, -1},
-         {"5 node2stru: node2stru: port idx(-1) < 0, ignore"}},
-        {P(1, 1) P(2, 2) P(3, 3) P(4, 4) P(5, 5), 4, {1, 2, 3, 4}, {"5 node2stru: node2stru: port idx(4) >= count(4), ignore"}},
+    struct Ports { Port p[4]; int n; Port *far; } b;
+    auto shown = [&] {
+        int speeds[] = {b.p[0].speed, b.p[1].speed, b.p[2].speed, b.p[3].speed};
+        return join(speeds, 4) + " n=" + std::to_string(b.n);
     };
-    for (int type : {PT_STRU, PT_STRUM}) {
-        for (const auto &c : cases) {
-            Ports b;
-            std::memset(&b, 0xFF, sizeof b);
-            b.far = b.p;
-            read_expecting(&b, cia(sub(row(type, "port", 4, sizeof(Port), type == PT_STRUM ? offsetof(Ports, far) : 0), kPortRows),
-                                   offsetof(Ports, n)), c.doc, c.records);
-            EXPECT_EQ(c.n, b.n) << c.doc;
-            EXPECT_EQ(vec(c.speeds), (std::vector<int>{b.p[0].speed, b.p[1].speed, b.p[2].speed, b.p[3].speed})) << c.doc;
-        }
-    }
-    Ports b = {};
-    b.n = 33;   // a NULL pointer is never followed, and the count stays
-    read_expecting(&b, cia(sub(row(PT_STRUM, "port", 4, sizeof(Port), offsetof(Ports, far)), kPortRows), offsetof(Ports, n)),
-                   P(1, 1), {"4 xml2struM: xml2stru: port null pointer, ignore"});
-    EXPECT_EQ(33, b.n);
+    auto port_row = [](int type) {
+        return cia(sub(row(type, "port", 4, sizeof(Port), type == PT_STRUM ? offsetof(Ports, far) : 0), kPortRows), offsetof(Ports, n));
+    };
+    for (int type : {PT_STRU, PT_STRUM})
+        expect_read("structures", port_row(type), [&] { std::memset(&b, 0xFF, sizeof b), b.far = b.p; return &b; }, shown);
+    expect_read("structures behind no pointer", port_row(PT_STRUM), [&] { std::memset(&b, 0xFF, sizeof b), b.far = nullptr; return &b; }, shown);
 }
 
 struct Counted { int32_t *p[3]; int n[3]; int cia; };
 
-struct pdesc counted_row(int type = PT_SINT, size_t size = 4)
-{
-    return cia(cob(row(type, "c", 3, size), offsetof(Counted, n)), offsetof(Counted, cia));
-}
+pdesc counted_row(int type = PT_SINT, size_t size = 4) { return cia(cob(row(type, "c", 3, size), offsetof(Counted, n)), offsetof(Counted, cia)); }
 
+// Empty entries close up; a new buffer starts zeroed; an entry no element
+// reaches keeps its pointer. Wrappers refused for their count or index; a
+// refused count leaves its entry saying "no buffer", whatever it held.
+// "idx" on wrappers, and surplus values inside.
 TEST(Reader, CountedBuffers)
 {
-    // Empty entries close up; a new buffer starts zeroed.
     int32_t keep = 0;
-    Counted b = {{nullptr, nullptr, &keep}, {0, 0, 77}, 0};
-    read_expecting(&b, counted_row(), "<c cnt=\"3\"><c>1 2 3</c></c><c cnt=\"20\"><c>4</c><x>5</x><c idx=\"19\">6</c></c>", {});
-    ASSERT_TRUE(b.p[0] && b.p[1]);
-    EXPECT_EQ((std::vector<int>{3, 20, 77, 2}), (std::vector<int>{b.n[0], b.n[1], b.n[2], b.cia}));
-    EXPECT_EQ((std::vector<int32_t>{1, 2, 3}), std::vector<int32_t>(b.p[0], b.p[0] + 3));
-    std::vector<int32_t> second(20, 0);
-    second[0] = 4, second[19] = 6;
-    EXPECT_EQ(second, std::vector<int32_t>(b.p[1], b.p[1] + 20));
-    EXPECT_EQ(&keep, b.p[2]);
-    b.p[2] = nullptr;
-    struct pdesc table[] = {counted_row(), {}};
-    param_xml_free(&b, table);
-
-    // Wrappers refused for their count or index; a refused count leaves its
-    // entry saying "no buffer", whatever it held.
-    const struct { const char *doc; const char *record; int n0; int type; size_t size; } refused[] = {
-        {"<c><c>1</c></c>", "4 xml2sint: xml2sint: c no count of buffer", -9, PT_SINT, 4},
-        {"<c cnt=\"0\"/>", "4 xml2sint: xml2sint: c count of buffer is zero", 0, PT_SINT, 4},
-        {"<c cnt=\"x\"/>", "4 xml2sint: xml2sint: c count of buffer is zero", 0, PT_SINT, 4},
-        {"<c cnt=\"-2\"><c>1</c></c>", "4 xml2sint: xml2sint: c bad count of buffer(-2)", 0, PT_SINT, 4},
-        {"<c idx=\"-1\" cnt=\"1\"/>", "5 xml2sint: xml2sint: c idx(-1) < 0, ignore", -9, PT_SINT, 4},
-        {"<c idx=\"3\" cnt=\"1\"/>", "5 xml2sint: xml2sint: c idx(3) >= count(3), ignore", -9, PT_SINT, 4},
-        {"<c cnt=\"3\"/>", "4 xml2uint: xml2uint: c bad count of buffer(3)", 0, PT_UINT, SIZE_MAX / 2},  // size overflows
+    Counted r;
+    auto shown = [&](int type) {
+        std::string out;
+        for (int k = 0; k < 3; k++)
+            out += !r.p[k] ? "- " : r.p[k] == &keep ? "kept " : (type == PT_FLOT ? join(reinterpret_cast<float *>(r.p[k]), r.n[k]) : join(r.p[k], r.n[k])) + " ";
+        out += "n=" + join(r.n, 3) + " cia=" + std::to_string(r.cia);
+        struct pdesc table[] = {counted_row(type), {}};
+        r.p[2] = r.p[2] == &keep ? nullptr : r.p[2];
+        param_xml_free(&r, table);
+        return out;
     };
-    for (const auto &c : refused) {
-        Counted r = {{nullptr, nullptr, nullptr}, {-9, -9, -9}, -9};
-        read_expecting(&r, counted_row(c.type, c.size), c.doc, {c.record});
-        EXPECT_EQ(c.n0, r.n[0]) << c.doc;
-        EXPECT_EQ(nullptr, r.p[0]) << c.doc;
-        EXPECT_EQ(-9, r.cia) << c.doc;
-    }
-
-    // "idx" on wrappers, and surplus values inside.
-    Counted f = {};
-    read_expecting(&f, counted_row(PT_FLOT), "<c idx=\"1\" cnt=\"2\"><c>1 2 3</c><c>4</c></c><c cnt=\"1\"/><c cnt=\"1\"/>",
-                   {"5 node2flot: node2flot: c idx(2) >= count(2), ignore", "5 xml2flot: xml2flot: c idx(3) >= count(3), ignore"});
-    ASSERT_TRUE(!f.p[0] && f.p[1] && f.p[2]);
-    float got[2];
-    std::memcpy(got, f.p[1], sizeof got);
-    EXPECT_EQ((std::vector<float>{1, 2}), vec(got));
-    EXPECT_EQ(3, f.cia);
-    struct pdesc ftable[] = {counted_row(PT_FLOT), {}};
-    param_xml_free(&f, ftable);
+    auto fresh = [&] { r = {{nullptr, nullptr, nullptr}, {-9, -9, -9}, -9}; return &r; };
+    expect_read("buffers", counted_row(), [&] { r = {{nullptr, nullptr, &keep}, {0, 0, 77}, 0}; return &r; }, [&] { return shown(PT_SINT); });
+    expect_read("refused buffers", counted_row(), fresh, [&] { return shown(PT_SINT); });
+    expect_read("refused buffers of bytes", counted_row(PT_SINT, 1), fresh, [&] { return shown(PT_SINT); });
+    expect_read("buffers too large", counted_row(PT_UINT, SIZE_MAX / 2), fresh, [&] { return shown(PT_UINT); });
+    expect_read("float buffers", counted_row(PT_FLOT), [&] { r = {}; return &r; }, [&] { return shown(PT_FLOT); });
 }
 
-struct Rules { zhead_t h[2]; int n; };
-
-std::vector<int> ids(zhead_t head)
+// Each list as "name:value" of its nodes (a rule's id, a timer's period and
+// an event's code share their place), "|" between lists; then released.
+std::string lists(zhead_t *heads, int n, struct pdesc r)
 {
-    std::vector<int> out;
-    for (struct znode *z = head; z; z = z->next)
-        out.push_back(reinterpret_cast<Rule *>(z)->id);
+    std::string out;
+    for (int i = 0; i < n; i++) {
+        for (struct znode *z = heads[i]; z; z = z->next)
+            out += std::string(z->name ? z->name : "") + ":" + (r.size == sizeof *z ? "" : std::to_string(reinterpret_cast<Timer *>(z)->period)) + " ";
+        out += "|";
+    }
+    struct pdesc table[] = {r, {}};
+    param_xml_free(heads, table);
+    EXPECT_EQ(nullptr, heads[0]);
     return out;
 }
 
 TEST(Reader, Lists)
 {
-    const struct pdesc r = cia(sub(row(PT_LIST, "rule", 2, sizeof(Rule)), kRuleRows), offsetof(Rules, n));
-    struct pdesc table[] = {r, {}};
-    Rules b = {};
-    read_expecting(&b, r, "<rule>\n <rule><id>5</id></rule><!-- c --><other/>\n <rule><id>6</id></rule><rule/></rule><rule/>", {});
-    EXPECT_EQ((std::vector<int>{5, 6, 0}), ids(b.h[0]));   // in order; nodes zeroed
-    EXPECT_EQ(0, reinterpret_cast<Rule *>(b.h[0])->extra);
-    EXPECT_EQ(nullptr, b.h[1]);
-    EXPECT_EQ(2, b.n);
-    param_xml_free(&b, table);
-    EXPECT_EQ(nullptr, b.h[0]);
-
-    // Heads refused by their index, or because they hold nodes already.
-    b.n = -9;
-    read_expecting(&b, r, "<rule idx=\"1\"><rule><id>1</id></rule></rule><rule/><rule idx=\"-1\"><rule/></rule>",
-                   {"5 xml2list: xml2list: rule idx(2) >= count(2), ignore", "5 xml2list: xml2list: rule idx(-1) < 0, ignore"});
-    EXPECT_EQ(nullptr, b.h[0]);
-    EXPECT_EQ((std::vector<int>{1}), ids(b.h[1]));
-    EXPECT_EQ(2, b.n);
-    read_expecting(&b, r, "<rule><rule><id>3</id></rule></rule><rule><rule><id>4</id></rule></rule>",
-                   {"4 xml2list: xml2list: rule not an empty list"});
-    EXPECT_EQ((std::vector<int>{3}), ids(b.h[0]));
-    EXPECT_EQ((std::vector<int>{1}), ids(b.h[1]));
-    EXPECT_EQ(1, b.n);   // stored after head 0 only
-    param_xml_free(&b, table);
-    read_expecting(&b, sub(row(PT_LIST, "rule", 2, 4), kRuleRows), "<rule><rule><id>1</id></rule></rule>",
-                   {"4 xml2list: xml2list: rule bad node size(4)"});   // smaller than its header: never made
-    EXPECT_EQ(nullptr, b.h[0]);
-}
-
-TEST(Reader, VariantLists)
-{
-    zhead_t head = nullptr;
-    read_expecting(&head, aux(row(PT_VLST, "task", 1, 0), kAlts),
-                   "<task><task typ=\"event\"><code>7</code></task><task><code>1</code></task>"
-                   "<task typ=\"Timer\"/><task typ=\"timer\"><period>100</period></task></task>",
-                   {"4 xml2vlst: xml2vlst: task type name"});
-    std::string got;   // "name:value" of each node; code and period share their place
-    for (struct znode *z = head; z; z = z->next)
-        got += std::string(z->name ? z->name : "(null)") + ":" + std::to_string(reinterpret_cast<Timer *>(z)->period) + " ";
-    EXPECT_EQ("event:7 timer:100 ", got);
-    struct pdesc table[] = {aux(row(PT_VLST, "task", 1, 0), kAlts), {}};
-    param_xml_free(&head, table);
-    EXPECT_EQ(nullptr, head);
-    read_expecting(&head, row(PT_VLST, "task", 1, 0), "<task><task typ=\"timer\"/><task/></task>",
-                   {"4 xml2vlst: xml2vlst: task bad adesc", "4 xml2vlst: xml2vlst: task type name"});
+    struct { zhead_t h[2]; int n; } b;
+    const struct pdesc r = cia(sub(row(PT_LIST, "rule", 2, sizeof(Rule)), kRuleRows), offsetof(decltype(b), n));
+    auto fresh = [&] { b = {{nullptr, nullptr}, -9}; return &b; };
+    expect_read("lists", r, fresh, [&] { return lists(b.h, 2, r) + " n=" + std::to_string(b.n); });
+    expect_read("lists of small nodes", sub(row(PT_LIST, "rule", 2, 4), kRuleRows), fresh, [&] { return lists(b.h, 2, r); });
+    const struct pdesc bare = sub(row(PT_LIST, "rule", 2, sizeof(struct znode)), kRuleRows + 1);
+    expect_read("lists of bare nodes", bare, fresh, [&] { return lists(b.h, 2, bare); });
+    zhead_t head;
+    auto one = [&] { head = nullptr; return &head; };
+    const struct pdesc v = aux(row(PT_VLST, "task", 1, 0), kAlts), no_adesc = row(PT_VLST, "task", 1, 0);
     struct adesc none[] = {{sizeof(Timer), nullptr, nullptr}};
-    read_expecting(&head, aux(row(PT_VLST, "task", 1, 0), none), "<task><task typ=\"timer\"/></task>", {});
-    EXPECT_EQ(nullptr, head);
+    expect_read("variant lists", v, one, [&] { return lists(&head, 1, v); });
+    expect_read("variant lists without adesc", no_adesc, one, [&] { return lists(&head, 1, no_adesc); });
+    expect_read("variant lists of no alternative", aux(no_adesc, none), one, [&] { return lists(&head, 1, aux(no_adesc, none)); });
 }
 
 TEST(Reader, TheFrameMatchesChildrenToTheFirstRowOfTheirName)
@@ -328,13 +213,52 @@ TEST(Reader, TheFrameMatchesChildrenToTheFirstRowOfTheirName)
     struct pdesc table[] = {row(PT_SINT, "v", 1, 4), row(0xB000, "odd", 1, 4), row(PT_SINT, "v", 1, 4, 4), {},
                             row(PT_SINT, "late", 1, 4, 4), {}};
     Doc d("\n<v>3</v><!-- note --><zz/><odd>1</odd><odd/><late>9</late><text>t</text><v idx=\"0\">2</v>");
-    TraceCapture cap(5);
-    EXPECT_EQ(0, xml2param(v, d.root(), table));
-    EXPECT_EQ((std::vector<int32_t>{2, 0}), vec(v));
-    for (const char *name : {"comment", "zz", "late"})
-        EXPECT_TRUE(cap.has(5, "xml2param", std::string("no mark in param is \"") + name + "\"")) << cap.dump();
-    EXPECT_EQ(2u, cap.count(4, "xml2param", "xml2param: odd bad type(0xB000)")) << cap.dump();
-    EXPECT_EQ(5u, cap.count_at_most(5)) << cap.dump();   // nothing of "text" or behind the end
+    expect_cases("read.txt", "frame", 5, 1, [&](size_t) {
+        const int result = xml2param(v, d.root(), table);
+        return std::to_string(result) + " " + join(v, 2);
+    });
+}
+
+// What the report counts: the kinds of case with a count or a path, each
+// with its count and path ("-" for none). Past the first 256 rows, rows are
+// found by their names: rows r0 to r259 beside elements of all but r258.
+TEST(Reader, TheReportCountsWhatTheReaderDidToTheValues)
+{
+    struct enume on[] = {{"on", 1}, {nullptr, 0}};
+    std::vector<std::string> names;
+    std::vector<struct pdesc> many;
+    std::string doc;
+    for (int i = 0; i < 260; i++)
+        names.push_back("r" + std::to_string(i)), doc += i == 258 ? "" : "<" + names[i] + ">1</" + names[i] + ">";
+    for (int i = 0; i <= 260; i++)
+        many.push_back(i < 260 ? row(PT_SINT, names[i].c_str(), 1, 4, 4 * i) : pdesc{});
+    std::vector<std::pair<std::vector<struct pdesc>, std::string>> cases = {
+        {{row(PT_SINT, "v", 2, 4), {}}, "<v idx=\"2\">1</v><v idx=\"-1\">1</v><v>1</v>"},
+        {{row(PT_SINT, "v", 4, 1), {}}, "<v>-128 127 -129 128</v>"},
+        {{row(PT_STRI, "s", 4, 4), {}}, "<s>abc</s><s>abcd</s>"},
+        {{aux(row(PT_ENUM, "e", 2, 4), on), {}}, "<e>on</e><e>On</e>"},
+        {{row(PT_SINT, "v", 2, 4), {}}, "<v>99999999999999999999 -99999999999999999999</v>"},
+        {{row(PT_UINT, "v", 2, 8), {}}, "<v>18446744073709551616</v>"},
+        {{row(PT_FLOT, "v", 2, 4), {}}, "<v> -1e39</v>"},
+        {{row(PT_FLOT, "v", 2, 4), {}}, "<v> -inf +Infinity</v>"},
+        {{row(PT_FLOT, "v", 2, 8), {}}, "<v>1e999</v>"},
+        // A list row named "text" (a bad row) takes the text between its nodes as a node.
+        {{sub(row(PT_LIST, "text", 1, sizeof(Rule)), kRuleRows), {}}, "<text>\n<text><id>1</id></text></text>"},
+        {many, doc}};
+    const char *kinds[] = {"narrowed", "not_number", "unknown_word", "over_capacity", "unknown", "missing"};
+    expect_cases("read.txt", "report", 3, cases.size(), [&](size_t i) {
+        int32_t mem[260] = {};
+        param_xml_report_t rep;
+        Doc d(cases[i].second);
+        xml2param_report(mem, d.root(), cases[i].first.data(), 0, &rep);
+        param_xml_free(mem, cases[i].first.data());
+        const param_xml_case_t *counted[] = {&rep.narrowed, &rep.not_number, &rep.unknown_word, &rep.over_capacity, &rep.unknown, &rep.missing};
+        std::string out;
+        for (int k = 0; k < 6; k++)
+            if (counted[k]->count || counted[k]->path[0])
+                out += std::string(out.empty() ? "" : " ") + kinds[k] + " " + std::to_string(counted[k]->count) + " " + counted[k]->path;
+        return out.empty() ? "-" : out;
+    });
 }
 
 }  // namespace

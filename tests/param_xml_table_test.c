@@ -35,16 +35,8 @@ static int print_rows(const char *name, const struct pdesc *t)
 
 int main(void)
 {
-    struct local {
-        uint16_t a[3];
-        int n;
-        char s[4];
-    };
-    static struct pdesc local_table[] = {
-        PX_UINT_CIA_HEXU(struct local, a, n, "a"),
-        PX_STRI_N(struct local, s, 3, "s"),
-        PX_END,
-    };
+    struct local { uint16_t a[3]; int n; char s[4]; };
+    static struct pdesc local_table[] = {PX_UINT_CIA_HEXU(struct local, a, n, "a"), PX_STRI_N(struct local, s, 3, "s"), PX_END};
     const struct enume *e;
     const struct adesc *a;
     int rows = print_rows("all", fx_table);

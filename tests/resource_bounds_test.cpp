@@ -7,34 +7,10 @@
 #include "codec_util.h"
 #include "kavor_fixture.h"
 #include "sweep.h"
-#include "trace_capture.h"
 
 using namespace kvtest;
 
 namespace {
-
-const std::string kRich = read_file(KAVOR_TEST_DATA_DIR "/rich_written.xml");
-
-// The block of the every-kind document, and its document.
-struct Rich {
-    fuzz::RichBlock b;
-    std::string text;
-    explicit Rich(bool filled)
-    {
-        fuzz::reset(&b);
-        if (filled) {
-            Doc d(kRich, true);
-            xml2param(&b.all, d.root(), fx_table);
-        }
-        text = write_table(&b.all, fx_table);
-    }
-    ~Rich() { param_xml_free(&b.all, fx_table); }
-};
-
-kavor_file_rgst_t rich_request(const std::string &base, Rich &r, const char *node = "dev")
-{
-    return request(base, node, fx_table, &r.b.all, 0);
-}
 
 class ResourceBounds : public ::testing::TestWithParam<Alloc> {
 protected:
@@ -117,17 +93,17 @@ TEST_P(ResourceBounds, AOneShotSaveWritesTheDocumentOrFails)
 // load runs both parsers and the fall-back; then a whole main file.
 TEST_P(ResourceBounds, ALoadGivesADocumentedResultAndTouchesNoBlockOnMinusOne)
 {
-    static Rich want(true);
-    const std::string base = dir_.file("cfg");
-    kavor_file_rgst_t w = rich_request(base, want);
-    ASSERT_EQ(kavor_param2file(&w), 0);
+    static fuzz::RichBlock want, got;
+    fuzz::reset(&want);
+    read_file_into(&want.all, fx_table, KAVOR_TEST_DATA_DIR "/rich_written.xml");
+    const std::string base = dir_.file("cfg"), text = write_table(&want.all, fx_table);
+    kavor_file_rgst_t r = request(base, "dev", fx_table, &want.all, 0);
+    ASSERT_EQ(kavor_param2file(&r), 0);
+    param_xml_free(&want.all, fx_table);
     const std::string whole = read_file(base + ".xml.gz");
     ASSERT_TRUE(write_file(base + ".xml.bak.gz", whole));
     for (bool bad_main : {true, false}) {
-        ASSERT_TRUE(bad_main ? write_file(base + ".xml.gz", "<?xml version=\"1.0\"?>\n<<<not a document" + want.text, true)
-                             : write_file(base + ".xml.gz", whole));
-        static fuzz::RichBlock got;
-        kavor_file_rgst_t r;
+        ASSERT_TRUE(write_file(base + ".xml.gz", bad_main ? "<?xml version=\"1.0\"?>\n<<<not a document" + text : whole, bad_main));
         int32_t rc = -2;
         sweep(GetParam(), [&] {
             fuzz::reset(&got);
@@ -138,7 +114,7 @@ TEST_P(ResourceBounds, ALoadGivesADocumentedResultAndTouchesNoBlockOnMinusOne)
             kavor_unregister(h);
         }, [&](bool refused) {
             EXPECT_TRUE(rc == 0 || rc == 1 || (rc == -1 && std::string(got.all.label) == "untouched")) << rc;
-            EXPECT_TRUE(refused || (rc == 0 && write_table(&got.all, fx_table) == want.text));
+            EXPECT_TRUE(refused || (rc == 0 && write_table(&got.all, fx_table) == text));
             param_xml_free(&got.all, fx_table);
             mgr_.reset(new Mgr);
         });
@@ -146,8 +122,6 @@ TEST_P(ResourceBounds, ALoadGivesADocumentedResultAndTouchesNoBlockOnMinusOne)
 }
 
 INSTANTIATE_TEST_SUITE_P(Allocators, ResourceBounds, ::testing::Values(Alloc::library, Alloc::libxml2),
-                         [](const ::testing::TestParamInfo<Alloc> &i) {
-                             return std::string(i.param == Alloc::library ? "Library" : "Libxml2");
-                         });
+                         [](const ::testing::TestParamInfo<Alloc> &i) { return i.param == Alloc::library ? "Library" : "Libxml2"; });
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -33,12 +34,13 @@ inline struct pdesc cob(struct pdesc r, size_t boffset) { return r.type |= PT_F_
 inline struct pdesc sub(struct pdesc r, struct pdesc *table) { return r.pdesc = table, r; }
 inline struct pdesc aux(struct pdesc r, const void *table) { return r.aux = reinterpret_cast<intptr_t>(table), r; }
 
-/// A parsed document; "<root>children</root>" when given children only.
+/// A parsed document; "<root>children</root>" when given children only (a
+/// text with its own DOCTYPE is taken whole).
 struct Doc {
     xmlDoc *doc;
     explicit Doc(const std::string &children, bool whole = false)
     {
-        std::string text = whole ? children : "<root>" + children + "</root>";
+        std::string text = whole || children.rfind("<!DOCTYPE", 0) == 0 ? children : "<root>" + children + "</root>";
         doc = xmlReadMemory(text.data(), static_cast<int>(text.size()), "t.xml", nullptr, 0);
         EXPECT_NE(nullptr, doc) << text;
     }
@@ -56,37 +58,74 @@ inline void read_file_into(void *mem, struct pdesc *table, const std::string &pa
         xml2param(mem, d.root(), table);
 }
 
-/// The elements param2xml makes of `table` over `mem`, as text.
-inline std::string write_table(void *mem, struct pdesc *table)
+/// The elements param2xml_opt makes of `table` over `mem`, as text.
+inline std::string write_table(void *mem, struct pdesc *table, uint32_t options = 0)
 {
     xmlNode *root = xmlNewNode(nullptr, BAD_CAST "root");
-    EXPECT_EQ(0, param2xml(mem, root, table));
+    EXPECT_EQ(0, param2xml_opt(mem, root, table, options));
     std::string out = dump_children(root);
     xmlFreeNode(root);
     return out;
-}
-inline std::string write_row(void *mem, struct pdesc r)
-{
-    struct pdesc table[2] = {r, {}};
-    return write_table(mem, table);
 }
 /// Reads "<root>children</root>" into `mem` through a one-row table.
 inline void read_row(void *mem, struct pdesc r, const std::string &children)
 {
     struct pdesc table[2] = {r, {}};
     Doc d(children);
-    if (d.doc != nullptr) {
-        EXPECT_EQ(0, xml2param(mem, d.root(), table));
-    }
+    if (d.doc != nullptr)
+        xml2param(mem, d.root(), table);
 }
 
-/// Checks that `cap` holds each of `records` ("<level> <func>: <msg>") as
-/// often as the list names it, and nothing else at level 5 or below.
-inline void expect_records(const TraceCapture &cap, const std::vector<std::string> &records, const std::string &what = "")
+/// The `n` bytes at `p` as printable text: a zero byte as \0, a line end as
+/// \n, other controls and bytes past ASCII as \xNN.
+inline std::string printable(const char *p, size_t n)
 {
-    EXPECT_EQ(records.size(), cap.count_at_most(5)) << what << "\n" << cap.dump();
-    for (const std::string &r : records)
-        EXPECT_EQ(static_cast<size_t>(std::count(records.begin(), records.end(), r)), cap.count_containing(r)) << r << "\n" << cap.dump();
+    std::string out;
+    for (const unsigned char c : std::string(p, n)) {
+        char hex[8];
+        std::snprintf(hex, sizeof hex, c == 0 ? "\\0" : c == '\n' ? "\\n" : c < 0x20 || c > 0x7e ? "\\x%02x" : "%c", c);
+        out += hex;
+    }
+    return out;
+}
+
+/// The section `name` of the expected file tests/data/codec/<file>: the
+/// lines after "== name" up to the next such line, without "#" comments;
+/// {Z}, {Z+n} and {Z-n} in it are the size of a znode and n more or less,
+/// {MAX} is SIZE_MAX.
+inline std::string expected_section(const std::string &file, const std::string &name)
+{
+    std::string text = read_file(KAVOR_TEST_DATA_DIR "/codec/" + file), out;
+    size_t at = text.find("== " + name + "\n");
+    EXPECT_NE(std::string::npos, at) << file << ": " << name;
+    for (at = text.find('\n', at) + 1; at != 0 && at < text.size() && text.compare(at, 3, "== ") != 0;) {
+        size_t end = text.find('\n', at) + 1;
+        out += text[at] == '#' ? "" : text.substr(at, end - at);
+        at = end;
+    }
+    for (size_t end; (at = out.find('{')) != std::string::npos;) {
+        end = out.find('}', at);
+        const std::string what = out.substr(at + 1, end - at - 1);
+        out.replace(at, end - at + 1, std::to_string(what == "MAX" ? SIZE_MAX : sizeof(struct znode) + std::atoi(what.c_str() + 1)));
+    }
+    return out;
+}
+
+/// Runs cases 0 to n - 1, and checks what `run` says of each (a line or
+/// more), each followed by its records at `level` and below, indented,
+/// against the section `name` of the expected file <file>.
+inline void expect_cases(const std::string &file, const std::string &name, uint32_t level, size_t n,
+                         const std::function<std::string(size_t)> &run)
+{
+    std::string got;
+    EXPECT_GT(n, 0u) << name;
+    for (size_t i = 0; i < n; i++) {
+        TraceCapture cap(level);
+        got += run(i) + "\n";
+        for (const std::string &rec : cap.records())
+            got += "  " + rec + "\n";
+    }
+    EXPECT_EQ(expected_section(file, name), got);
 }
 
 struct Port { int32_t speed, mtu; };
