@@ -143,22 +143,6 @@ TEST_F(KavorLoad, Libxml2sMessagesOnADamagedFileGoToTheTraceNotToStandardError)
     EXPECT_EQ(cap.count_containing("more messages on " + main_ + " not shown."), 1u) << cap.dump();
 }
 
-TEST_F(KavorLoad, RefusedHandlesFillNothing)
-{
-    kavor_file_rgst_t rs = request(dir_.file("solo"), "alone", pair_table(), &a_, 1);
-    ASSERT_TRUE(write_file(dir_.file("solo.xml"), doc("solo", child("alone", "x"))));
-    kavor_file_t *solo = kavor_register(nullptr, &rs);
-    reset();
-    TraceCapture cap(4);
-    EXPECT_EQ(kavor_load_one(nullptr), -1);
-    EXPECT_EQ(kavor_load_all(nullptr), -1);
-    EXPECT_EQ(kavor_load_one(solo), -1) << "a standalone node has no manager";
-    EXPECT_STREQ(a_.label, "initial-a");
-    EXPECT_TRUE(cap.has(4, "kavor_load_one", "xml_file_hdl is NULL.") && cap.has(4, "kavor_load_all", "kavor hdl is NULL.") &&
-                cap.has(4, "kavor_load_one", "file node (alone) has no manager!")) << cap.dump();
-    kavor_unregister(solo);
-}
-
 // kavor_load_all over three files, each good (0), recovered (1) or failed
 // (-1): -1 if any failed, else 1 if any recovered, else 0; no files: 0.
 TEST(KavorLoadAll, MergesTheResultsOfAllFiles)
