@@ -41,7 +41,7 @@ protected:
 TEST_F(SaveTest, EachRoadKeepsTheLastCopyAsTheBackupAndSyncsTwice)
 {
     for (const Road &r : roads(dir_.path())) {
-        SCOPED_TRACE(r.base() + (r.virt ? " virtual" : " plain"));
+        SCOPED_TRACE(r.base());
         Blk b;
         xml_file_hdl f = r.reg_in(mgr_.get(), &b);
         ASSERT_EQ(f->fcom->virtfile != nullptr, r.virt);
@@ -52,10 +52,8 @@ TEST_F(SaveTest, EachRoadKeepsTheLastCopyAsTheBackupAndSyncsTwice)
             TraceCapture cap(4);
             long syncs = sys.calls(SysRecorder::SYNC);
             save_gen(mgr_, f, b, g);
-            EXPECT_EQ(sys.calls(SysRecorder::SYNC) - syncs, 2);
-            EXPECT_EQ(gens(r), std::to_string(g) + "/" + std::to_string(g - 1));
-            EXPECT_FALSE(file_exists(r.tmp()) || file_exists(r.virt_file()));
-            EXPECT_FALSE(mgr_.given()) << "a good save gives no semaphore";
+            EXPECT_TRUE(sys.calls(SysRecorder::SYNC) - syncs == 2 && gens(r) == std::to_string(g) + "/" + std::to_string(g - 1));
+            EXPECT_FALSE(file_exists(r.tmp()) || file_exists(r.virt_file()) || mgr_.given()) << "no leftovers, no semaphore";
             EXPECT_EQ(cap.count_at_most(4), 0u) << cap.dump();
         }
         // Gzip data for a compressed name, and always on the virtual road.
@@ -73,10 +71,9 @@ TEST_F(SaveTest, OneRequestWritesEveryNodeOfTheFileAndTwoRequestsWriteOnce)
     SysRecorder sys;
     EXPECT_TRUE(kavor_save_one(fa) == 0 && kavor_save_one(fa) == 0 && kavor_file_on_saving(fc) == 1);
     mgr_.sweep();
-    EXPECT_EQ(sys.count("save "), 1u);
-    EXPECT_EQ(parse_exact(dir_.file("net"), 0, dir_.file("net.xml.gz"), "a").gen(), 7);
-    EXPECT_EQ(parse_exact(dir_.file("net"), 0, dir_.file("net.xml.gz"), "c").gen(), 8);
-    EXPECT_EQ(kavor_file_on_saving(fc), 0);
+    EXPECT_TRUE(sys.count("save ") == 1u && kavor_file_on_saving(fc) == 0);
+    EXPECT_EQ(parse_exact(dir_.file("net"), 0, dir_.file("net.xml.gz"), "a").gen() * 10 +
+              parse_exact(dir_.file("net"), 0, dir_.file("net.xml.gz"), "c").gen(), 78);
 }
 
 // Faults of the outside operations and of the file system, each made
@@ -138,14 +135,12 @@ TEST_F(SaveTest, EveryFaultKeepsTheStoredCopiesAndTheFileIsSavedOnceItHasGone)
             EXPECT_EQ(read_file(r.bak()), f.moved ? file_ : bak_) << "the backup holds the last whole copy";
             EXPECT_TRUE(f.moved || read_file(r.file()) == file_) << "the file, byte for byte";
             Loaded now = load_as_restart(r.base(), r.ugz);
-            EXPECT_TRUE(now.gen() == 2 || (f.moved && now.ret == 1)) << now.ret;
-            EXPECT_FALSE(file_exists(r.tmp()));
+            EXPECT_TRUE((now.gen() == 2 || (f.moved && now.ret == 1)) && !file_exists(r.tmp())) << now.ret;
             EXPECT_TRUE(f.c != RENAME || sys.count("system ") == gzips) << "no gzip over the only copy";
         }
         ASSERT_TRUE(cause(f.c, r, sys, false));
         mgr_.sweep();
         EXPECT_TRUE(kavor_file_on_saving(h) == 0 && gens(r) == "3/2");
-        kavor_unregister(h);
     }
 }
 
@@ -204,11 +199,9 @@ TEST_F(SaveTest, ABrokenFileNameNeverReplacesTheBackup)
         f = r.reg_in(mgr_.get(), &b);   // the restarted process
         SysRecorder sys;
         save_gen(mgr_, f, b, 3);
-        EXPECT_EQ(sys.count("rename " + r.file() + " "), 0u) << "the broken file is not moved";
-        EXPECT_EQ(gens(r), "3/1");
+        EXPECT_TRUE(sys.count("rename " + r.file() + " ") == 0u && gens(r) == "3/1") << "the broken file is not moved";
         save_gen(mgr_, f, b, 4);   // from now on the file name is known whole
         EXPECT_EQ(gen_at(r, r.bak()), 3);
-        kavor_unregister(f);
     }
 }
 
@@ -239,11 +232,9 @@ TEST_F(SaveTest, ALinkPlantedAtANameTheSaveWritesIsNeverFollowed)
         EXPECT_TRUE(planted);
         EXPECT_EQ(mgr_.given(), c.racing) << "the racing link fails the attempt";
         mgr_.sweep();
-        EXPECT_TRUE(kavor_file_on_saving(f) == 0 && read_file(victim) == "victim");
+        EXPECT_TRUE(kavor_file_on_saving(f) == 0 && read_file(victim) == "victim" && gens(r) == "2/1");
         struct stat st;
         EXPECT_TRUE(lstat(r.file().c_str(), &st) == 0 && S_ISREG(st.st_mode) && lstat(at.c_str(), &st) != 0);
-        EXPECT_EQ(gens(r), "2/1");
-        kavor_unregister(f);
     }
 }
 
@@ -273,9 +264,7 @@ TEST_F(SaveTest, AVirtualNameUnusableAtTheSaveGivesWayToThePlainRoad)
             EXPECT_EQ(cap.count_at_most(4), 1u) << cap.dump();
         }
         save_gen(mgr_, f, b, 5);   // and untraced
-        EXPECT_TRUE(sys.count("system") == 0 && sys.count("save " + r.tmp()) == 2);
-        EXPECT_EQ(gens(r), "5/4");
-        kavor_unregister(f);
+        EXPECT_TRUE(sys.count("system") == 0 && sys.count("save " + r.tmp()) == 2 && gens(r) == "5/4");
     }
 }
 
@@ -369,9 +358,8 @@ TEST_F(SaveTest, RequestsAndQueriesAnswerEveryHandle)
     EXPECT_TRUE(kavor_save_all(mgr_.get()) == 0 && mgr_.given());
     xml_file_hdl f1 = reg(mgr_.get(), dir_.file("one"), "blk", &b), f2 = reg(mgr_.get(), dir_.file("two"), "blk", &b);
     EXPECT_EQ(kavor_any_on_saving(mgr_.get()), nullptr);
-    EXPECT_EQ(kavor_save_one(f2), 0);
+    EXPECT_TRUE(kavor_save_one(f2) == 0 && kavor_file_on_saving(f1) == 0);
     EXPECT_STREQ(kavor_any_on_saving(mgr_.get()), dir_.file("two.xml.gz").c_str());
-    EXPECT_EQ(kavor_file_on_saving(f1), 0);
     EXPECT_EQ(kavor_save_all(mgr_.get()), 0);
     EXPECT_STREQ(kavor_any_on_saving(mgr_.get()), dir_.file("one.xml.gz").c_str());
     VN_SEM_ID sem = mgr_.get()->sem_sav;
