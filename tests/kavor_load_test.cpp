@@ -4,6 +4,8 @@
 
 #include <libxml/parser.h>
 
+#include <optional>
+
 #include "kavor_fixture.h"
 #include "trace_capture.h"
 
@@ -50,9 +52,7 @@ TEST_F(KavorLoad, OneHandleFillsEveryNodeFromTheFirstChildOfItsName)
                                doc("net", "<other/>" + child("b", "beta") + child("a", "alpha") + child("a", "second")), gz));
         TraceCapture cap(5);
         EXPECT_EQ(kavor_load_one(f_[gz ? 0 : 1]), 0);
-        EXPECT_STREQ(a_.label, "alpha");
-        EXPECT_STREQ(b_.label, "beta");
-        EXPECT_STREQ(a_.owner, "o");
+        EXPECT_EQ(std::string(a_.label) + a_.owner + b_.label, "alphaobeta");
         EXPECT_EQ(cap.count_at_most(5), 0u) << cap.dump();
     }
     ASSERT_TRUE(write_file(main_, doc("net", child("b", "only-b"))));
@@ -128,19 +128,19 @@ TEST_F(KavorLoad, Libxml2sMessagesOnADamagedFileGoToTheTraceNotToStandardError)
         TraceCapture cap(8);
         testing::internal::CaptureStderr();
         EXPECT_EQ(kavor_load_one(f_[1]), 1);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-        EXPECT_STREQ(a_.label, "partial");
+        EXPECT_TRUE(testing::internal::GetCapturedStderr().empty() && g_app_errors == 0 && a_.label == std::string("partial"));
         EXPECT_GE(cap.count_containing("5 xmlParseParamFile: libxml2: " + main_ + ":2:"), 2u) << cap.dump();
-        EXPECT_EQ(g_app_errors, 0);
         xmlFreeDoc(xmlReadMemory("<x>", 3, "app.xml", nullptr, 0));   // the application's own
         EXPECT_EQ(g_app_errors, app_handler ? 1 : 0);
         xmlSetStructuredErrorFunc(nullptr, nullptr);
     }
-    ASSERT_TRUE(write_file(main_, kHead + ("<net>" + repeat("<a></b>", 1000)) + "</net>"));
+    ASSERT_TRUE(write_file(main_, kHead + ("<net>" + repeat("<" + std::string(200, 'a') + "></b>", 1000)) + "</net>"));
     TraceCapture cap(8);
     kavor_load_one(f_[1]);
     EXPECT_EQ(cap.count_containing("5 xmlParseParamFile: libxml2: " + main_ + ":"), 16u);
     EXPECT_EQ(cap.count_containing("more messages on " + main_ + " not shown."), 1u) << cap.dump();
+    kavor_load_report_t rep;   // the report keeps the first error's message, cut to its buffer
+    EXPECT_TRUE(kavor_load_report(f_[1], &rep) == 0 && strlen(rep.error_message) == sizeof rep.error_message - 1) << rep.error_message;
 }
 
 // kavor_load_all over three files, each good (0), recovered (1) or failed
@@ -156,7 +156,7 @@ TEST(KavorLoadAll, MergesTheResultsOfAllFiles)
         TempDir dir;
         Mgr mgr;
         Pair blk[3] = {};
-        size_t failed = 0;
+        size_t failed = 0, traced = &r - rows < 5;   // the last rows untraced
         for (int i = 0; i < 3; i++) {
             std::string stem = "f" + std::to_string(i);
             kavor_file_rgst_t rg = request(dir.file(stem), "n", pair_table(), &blk[i], 1);
@@ -165,11 +165,13 @@ TEST(KavorLoadAll, MergesTheResultsOfAllFiles)
             ASSERT_TRUE(r[i] < 0 || write_file(dir.file(stem + ".xml"), body));
             failed += r[i] < 0;
         }
-        TraceCapture cap(4);
+        std::optional<TraceCapture> cap;
+        if (traced)
+            cap.emplace(4);
         EXPECT_EQ(kavor_load_all(mgr.get()), r[3]);
         for (int i = 0; i < 3; i++)
             EXPECT_STREQ(blk[i].label, r[i] >= 0 ? "ok" : "") << i;
-        EXPECT_EQ(cap.count_containing("4 kavor_load_all: load file ("), failed) << cap.dump();
+        EXPECT_TRUE(!cap || cap->count_containing("4 kavor_load_all: load file (") == failed) << cap->dump();
     }
     Mgr none;
     EXPECT_EQ(kavor_load_all(none.get()), 0);
