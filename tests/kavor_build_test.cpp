@@ -19,29 +19,25 @@ const char kIndented[] = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
 TEST(KavorBuild, TheTargetsLastSuffixDecidesTheFormAndNodesFollowInListOrder)
 {
     struct pdesc empty[] = {PX_END};
-    const struct { const char *target; bool gz; } rows[] = {
-        {"net.xml", false}, {"net.xml.gz", true}, {"x.xml.tmp", false}, {"x.xml.gz.tmp.gz", true},
-        {"sub/deeper/nodot", false}, {"new/dirs/made/x.xml.gz", true}};
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.target);
-        TempDir dir;
-        Mgr mgr;
-        Pair blk = {"alpha", "bob"};
-        kavor_file_rgst_t rn = request(dir.file("net"), "n", pair_table(), &blk, 0);
-        kavor_file_rgst_t re = request(dir.file("net"), "e", empty, &blk, 0);
-        kavor_file_t *f = kavor_register(mgr.get(), &rn);
-        ASSERT_NE(kavor_register(mgr.get(), &re), nullptr);
-        std::string target = dir.file(r.target);
-        EXPECT_TRUE(xmlMakeParamFile(f->fcom, &target[0]) == 0 && (read_file(target).substr(0, 2) == "\x1f\x8b") == r.gz);
-        EXPECT_EQ(gunzip(target), r.gz ? kIndented : kFlat);
-        EXPECT_EQ(files_in(dir.path()).size(), 1u) << "the target alone";
+    TempDir dir;
+    Mgr mgr;
+    Pair blk = {"alpha", "bob"};
+    kavor_file_rgst_t rn = request(dir.file("net"), "n", pair_table(), &blk, 0), re = request(dir.file("net"), "e", empty, &blk, 0);
+    kavor_file_t *f = kavor_register(mgr.get(), &rn);
+    ASSERT_NE(kavor_register(mgr.get(), &re), nullptr);
+    int i = 0;
+    for (const char *target : {"net.xml", "net.xml.gz", "x.xml.tmp", "x.xml.gz.tmp.gz", "sub/deeper/nodot", "new/dirs/made/x.xml.gz"}) {
+        std::string at = dir.file(std::to_string(i++)), path = at + "/" + target;
+        const bool gz = std::string(target).rfind(".gz") == strlen(target) - 3;
+        EXPECT_TRUE(xmlMakeParamFile(f->fcom, &path[0]) == 0 && (read_file(path).substr(0, 2) == "\x1f\x8b") == gz) << target;
+        EXPECT_EQ(gunzip(path), gz ? kIndented : kFlat) << target;
+        EXPECT_EQ(files_in(at).size(), 1u) << "the target alone";
     }
     // The one-shot save writes in place: no backup, no temporary.
     for (int32_t ugz : {1, 0, 7}) {
-        TempDir dir;
-        Pair blk = {"alpha", "bob"};
-        kavor_file_rgst_t r = request(dir.file("net.cfg"), "n", pair_table(), &blk, ugz);
-        EXPECT_TRUE(kavor_param2file(&r) == 0 && files_in(dir.path()) == std::vector<std::string>{ugz == 1 ? "net.xml" : "net.xml.gz"});
+        const std::string at = dir.file("o" + std::to_string(ugz));
+        kavor_file_rgst_t r = request(at + "/net.cfg", "n", pair_table(), &blk, ugz);
+        EXPECT_TRUE(kavor_param2file(&r) == 0 && files_in(at) == std::vector<std::string>{ugz == 1 ? "net.xml" : "net.xml.gz"});
     }
 }
 

@@ -146,18 +146,4 @@ TEST(KavorManager, WithoutDelayEveryRequestIsWrittenAndARequestDuringASweepLeads
     EXPECT_EQ(r.on_disk(), 3);
 }
 
-TEST(KavorManager, AFailedSaveIsRetriedUntilItsCauseHasGone)
-{
-    Running r("retry", 500, 9);
-    r.sys.fail_all(SysRecorder::SAVE, true);
-    ASSERT_EQ(kavor_save_one(r.f), 0);
-    ASSERT_TRUE(wait_for([&] { return r.sys.calls(SysRecorder::SAVE) >= 3; }));
-    kavor_file_lock(r.f);   // no write is under way while the lock is held
-    EXPECT_TRUE(kavor_file_on_saving(r.f) >= 1 && files_in(r.dir.path()).empty());
-    kavor_file_unlock(r.f);
-    r.sys.fail_all(SysRecorder::SAVE, false);
-    ASSERT_TRUE(wait_for([&] { return kavor_any_on_saving(r.h) == nullptr; }));
-    EXPECT_EQ(r.on_disk(), 9);
-}
-
 }  // namespace
