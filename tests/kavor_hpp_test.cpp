@@ -101,20 +101,16 @@ TEST(KavorHppFileLock, SecondLockWaitsForTheFirst)
     Pair s = {};
     kavor::Manager m = kavor::Manager::create("hpp_lock", 0);
     kavor::Registration r = m.add(dir.file("a").c_str(), "n", pair_table(), &s);
-    std::atomic<bool> started{false}, entered{false};
+    std::atomic<bool> entered{false};
     std::thread t;
     {
         kavor::FileLock hold(r);
-        t = std::thread([&] {
-            started = true;
-            EXPECT_EQ(r.locked([&] { entered = true; return 7; }), 7);
-        });
-        ASSERT_TRUE(wait_for([&] { return started.load(); }));
+        t = std::thread([&] { EXPECT_EQ(r.locked([&] { entered = true; return 7; }), 7); });
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         EXPECT_FALSE(entered.load()) << "in while the file was held";
     }
-    EXPECT_TRUE(wait_for([&] { return entered.load(); }));
     t.join();
+    EXPECT_TRUE(entered.load());
 }
 
 // A name asked for while another thread ends that file: the answer is
