@@ -71,35 +71,30 @@ TEST_F(KavorQuery, RefusedArgumentsGiveTheirResultAndOneRecord)
     xmlDocPtr rootless = xmlNewDoc(BAD_CAST "1.0");
     char buf[8];
     kavor_hdl m = mgr_.get();
-    const std::string null_mgr = ": kavor mobj is NULL.", null_hdl = ": xml_file_hdl is NULL.", no_doc = "kavor_write_copy: file name or document is NULL.";
+    const std::string N = ": kavor mobj is NULL.", H = ": xml_file_hdl is NULL.", no_doc = "kavor_write_copy: file name or document is NULL.",
+                      no_rq = "kavor_register: xmlParamFile pointer NULL!", net = dir_.file("net");
     const struct { std::function<long()> call; long result; std::string record; } rows[] = {
-        {[&] { return kavor_save_one(nullptr); }, -1, "kavor_save_one" + null_hdl},
+        {[&] { return kavor_save_one(nullptr); }, -1, "kavor_save_one" + H}, {[&] { return kavor_save_all(nullptr); }, -1, "kavor_save_all" + N},
         {[&] { return kavor_save_one(alone); }, -1, "kavor_save_one: file node (blk) has no manager, not saved!"},
         {[&] { return kavor_save_one(&orphan); }, -1, "kavor_save_one: file node (orphan) has no manager, not saved!"},
-        {[&] { return kavor_save_all(nullptr); }, -1, "kavor_save_all" + null_mgr},
         {[&] { return kavor_file_on_saving(nullptr); }, 0, "kavor_file_on_saving: xml file hdl is NULL."},
         {[&] { return kavor_file_on_saving(&orphan) + kavor_file_on_saving(alone); }, 0, ""},
-        {[&] { return kavor_any_on_saving(nullptr) != nullptr; }, 0, "kavor_any_on_saving" + null_mgr},
-        {[&] { return kavor_load_one(nullptr); }, -1, "kavor_load_one" + null_hdl},
+        {[&] { return kavor_any_on_saving(nullptr) != nullptr; }, 0, "kavor_any_on_saving" + N}, {[&] { return kavor_load_one(nullptr); }, -1, "kavor_load_one" + H},
         {[&] { return kavor_load_one(alone); }, -1, "kavor_load_one: file node (blk) has no manager!"},
         {[&] { return kavor_load_one(&orphan); }, -1, "kavor_load_one: file node (orphan) has no manager!"},
         {[&] { return kavor_load_all(nullptr); }, -1, "kavor_load_all: kavor hdl is NULL."},
-        {[&] { return kavor_count_all_filename(nullptr); }, 0, "kavor_count_all_filename" + null_mgr},
-        {[&] { return kavor_get_all_filename(nullptr, reinterpret_cast<uint8_t *>(buf), 8); }, 0, "kavor_get_all_filename" + null_mgr},
+        {[&] { return kavor_count_all_filename(nullptr); }, 0, "kavor_count_all_filename" + N},
+        {[&] { return kavor_get_all_filename(nullptr, reinterpret_cast<uint8_t *>(buf), 8); }, 0, "kavor_get_all_filename" + N},
         {[&] { return kavor_get_all_filename(m, nullptr, 8); }, 0, "kavor_get_all_filename: buf pointer NULL."},
-        {[&] { return kavor_any_on_saving_copy(nullptr, buf, 8); }, -1, "kavor_any_on_saving_copy" + null_mgr},
+        {[&] { return kavor_any_on_saving_copy(nullptr, buf, 8); }, -1, "kavor_any_on_saving_copy" + N},
         {[&] { return kavor_any_on_saving_copy(m, nullptr, 8); }, -1, "kavor_any_on_saving_copy: buf pointer NULL."},
-        {[&] { return kavor_delete_all(nullptr), 0L; }, 0, "kavor_delete_all" + null_mgr},
-        {[&] { return kavor_delete_one(nullptr), kavor_delete_one(&orphan), 0L; }, 0, ""},
-        {[&] { return kavor_file_lock(nullptr), 0L; }, 0, "kavor_file_lock" + null_hdl},
-        {[&] { return kavor_file_unlock(nullptr), 0L; }, 0, "kavor_file_unlock" + null_hdl},
+        {[&] { return kavor_delete_all(nullptr), 0L; }, 0, "kavor_delete_all" + N}, {[&] { return kavor_delete_one(nullptr), kavor_delete_one(&orphan), 0L; }, 0, ""},
+        {[&] { return kavor_file_lock(nullptr), 0L; }, 0, "kavor_file_lock" + H}, {[&] { return kavor_file_unlock(nullptr), 0L; }, 0, "kavor_file_unlock" + H},
         {[&] { return kavor_file_lock(&orphan), kavor_file_lock(&bare), kavor_file_unlock(&bare), kavor_file_unlock(&orphan), 0L; }, 0, ""},
-        {[&] { return kavor_write_copy(nullptr, rootless); }, -1, no_doc},
-        {[&] { return kavor_write_copy(dir_.file("net").c_str(), nullptr); }, -1, no_doc},
-        {[&] { return kavor_write_copy(dir_.file("net").c_str(), rootless); }, -1, no_doc},
+        {[&] { return kavor_write_copy(nullptr, rootless); }, -1, no_doc}, {[&] { return kavor_write_copy(net.c_str(), nullptr); }, -1, no_doc},
+        {[&] { return kavor_write_copy(net.c_str(), rootless); }, -1, no_doc},
         {[&] { return xmlParseNode(nullptr, alone), 0L; }, 0, "xmlParseNode: xmlParseNode: pRoot or fobj is NULL!"},
-        {[&] { return kavor_param2file(nullptr); }, -1, "kavor_register: xmlParamFile pointer NULL!"},
-        {[&] { return kavor_file2param(nullptr); }, -1, "kavor_register: xmlParamFile pointer NULL!"},
+        {[&] { return kavor_param2file(nullptr); }, -1, no_rq}, {[&] { return kavor_file2param(nullptr); }, -1, no_rq},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.record);
