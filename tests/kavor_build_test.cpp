@@ -1,6 +1,5 @@
-// Document build and the one-shot conversions: the form by the target's
-// suffix, nodes in list order, refusals, failed writes, the descriptor
-// writer, and a managed file's empty node list never written.
+// Document build and the one-shot conversions: the form by the suffix,
+// refusals, failed writes, the descriptor writer, an empty node list.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -96,9 +95,8 @@ TEST(KavorBuild, AFailedWriteGivesMinusOneAndLibxml2sMessage)
     kavor_sys = saved;
 }
 
-// The writer on a descriptor gives, byte for byte, what libxml2's own file
-// writer gives: plain, and gzip at level 1 with its header, with text that
-// needs escaping and characters beyond ASCII; it never writes an existing name.
+// The descriptor writer gives libxml2's file writer's bytes, plain and gzip,
+// with escaped text and non-ASCII characters; it never writes an existing name.
 TEST(KavorBuild, TheDescriptorWriterGivesTheBytesOfLibxml2sFileWriter)
 {
     TempDir dir;
@@ -125,9 +123,8 @@ TEST(KavorBuild, TheDescriptorWriterGivesTheBytesOfLibxml2sFileWriter)
     xmlFreeDoc(doc);
 }
 
-// A managed file whose last node is leaving has an empty list: its document
-// would hold the root alone and must not replace the stored file. A
-// standalone record, which always has its node, writes what it has.
+// A managed file whose last node is leaving has an empty list, never written
+// over the stored file; a standalone record writes what it has.
 TEST(KavorBuild, AnEmptyNodeListOfAManagedFileIsNeverWritten)
 {
     TempDir dir;

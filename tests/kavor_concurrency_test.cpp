@@ -1,9 +1,7 @@
-// Several threads on one manager within the lock rules, run under
-// ThreadSanitizer too. Workers register a file of their own per round,
-// change it under the file lock, save, wait, load it back and unregister it;
-// all share one more file that a loader keeps loading, while a marker marks
-// every file and queries the manager. And requests from many threads while
-// the task sweeps lose no mark.
+// Threads on one manager within the lock rules, under TSan too: workers
+// register, change, save, load and unregister files of their own and share
+// one that a loader keeps loading while a marker marks and queries; requests
+// from many threads while the task sweeps lose no mark.
 #include <gtest/gtest.h>
 
 #include "kavor_fixture.h"

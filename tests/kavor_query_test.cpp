@@ -22,10 +22,8 @@ protected:
     Mgr mgr_;
 };
 
-// The root names of the files (each once) up to the first that doesn't fit,
-// and the first file on saving, copied under the manager's lock whole or not
-// at all (an empty string and -1): never a cut name, never a byte past the
-// size given; "buf is not big enough!" when something didn't fit.
+// The files' root names up to the first that doesn't fit, and the first file
+// on saving whole or not at all ("" and -1): never a byte past the size given.
 TEST_F(KavorQuery, NamesAndTheNameOnSavingFillTheBufferWholeOrNotAtAll)
 {
     kavor_hdl m = mgr_.get();
@@ -57,9 +55,8 @@ TEST_F(KavorQuery, NamesAndTheNameOnSavingFillTheBufferWholeOrNotAtAll)
     }
 }
 
-// Every entry point refuses a NULL handle or buffer, a standalone node and a
-// node of no file (or of a file without its lock) with its result and, when
-// traced, one level-4 record; "" rows are refused in silence.
+// NULL handles and buffers, standalone nodes and nodes of no file: the result
+// and, when traced, one level-4 record ("" rows: in silence).
 TEST_F(KavorQuery, RefusedArgumentsGiveTheirResultAndOneRecord)
 {
     Blk b;

@@ -1,6 +1,5 @@
-// The save engine on both roads, driven by hand (no task): backups and syncs,
-// faults of every kind keeping the copies and the mark until a retry saves,
-// broken files, planted links, unusable virtual names, requests and states.
+// The save engine on both roads, driven by hand (no task): backups, syncs,
+// faults, broken files, planted links, unusable virtual names, states.
 #include <gtest/gtest.h>
 
 #include <signal.h>
@@ -73,12 +72,10 @@ TEST_F(SaveTest, EachRoadKeepsTheLastCopyAsTheBackupSyncsTwiceAndNeverBacksUpABr
     }
 }
 
-// Faults of the outside operations and of the file system, each made
-// before two failed attempts: the file and the backup stay byte for byte,
-// or where the file was moved to the backup name first (gzip) the backup
-// holds the last whole copy; the file stays marked; the task is woken; no
-// temporary is left; no gzip runs over the only copy. Once the cause has
-// gone the next sweep saves.
+// A fault before two failed attempts: the file and the backup stay byte for
+// byte (or, moved first for gzip, the backup holds the last whole copy); the
+// file stays marked; the task is woken; no temporary is left; no gzip runs
+// over the only copy. Once the cause has gone the next sweep saves.
 enum Cause { WRITER, TAKEN, RENAME, NO_ROOM, V_OPEN, V_FILE, V_LOOP, GZIP_FAIL, GZIP_HALF };
 
 bool cause(Cause c, const Road &r, SysRecorder &sys, bool on)
@@ -141,10 +138,9 @@ TEST_F(SaveTest, EveryFaultKeepsTheStoredCopiesAndTheFileIsSavedOnceItHasGone)
     }
 }
 
-// A file that has no copy yet, in a place where none can be written:
-// nothing comes into being, the blocking file stays, and the first save
-// after the cause has gone creates the file. And a new copy that can't take
-// the file name keeps the file marked, the backup holding the last copy.
+// A file with no copy yet where none can be written: nothing comes into
+// being, the blocker stays, the first save after it has gone creates the
+// file. A new copy that can't take the file name keeps the file marked.
 TEST_F(SaveTest, AFileThatCannotBeCreatedOrRenamedStaysMarkedAndIsSavedLater)
 {
     for (const char *link : {"", "p", "nowhere/at/all"}) {   // the parent: a file, a loop, a dangling link
@@ -180,10 +176,9 @@ TEST_F(SaveTest, AFileThatCannotBeCreatedOrRenamedStaysMarkedAndIsSavedLater)
     EXPECT_TRUE(sys.count("remove " + r.bak()) == removes && gens(r) == "3/2");
 }
 
-// A link planted at the temporary or virtual name, before the save or in the
-// moment between the removal of the name and its create, is never followed:
-// its target stays, and the file becomes a regular file with the new copy.
-// A create that finds the name taken fails the attempt; the retry saves.
+// A link planted at the temporary or virtual name, before the save or between
+// the removal of the name and its create, is never followed; a create that
+// finds the name taken fails the attempt; the retry saves a regular file.
 TEST_F(SaveTest, ALinkPlantedAtANameTheSaveWritesIsNeverFollowed)
 {
     const struct { int32_t ugz; bool virt, racing; } rows[] = {{0, false, false}, {1, false, false}, {0, false, true}, {0, true, true}};
@@ -212,10 +207,9 @@ TEST_F(SaveTest, ALinkPlantedAtANameTheSaveWritesIsNeverFollowed)
     }
 }
 
-// A virtual name the road can't use at the time of the save gives way to the
-// plain road, with a level-4 record: a command that would be cut (never run:
-// its target would be another path), or a virtual file that has turned out to
-// be the file itself (its directory came to be a link to the file's own).
+// A virtual name unusable at the save gives way to the plain road, with a
+// level-4 record: a command that would be cut (its target another path), or
+// a virtual file that has come to be the file itself (a linked directory).
 TEST_F(SaveTest, AVirtualNameUnusableAtTheSaveGivesWayToThePlainRoad)
 {
     for (bool alias : {false, true}) {
