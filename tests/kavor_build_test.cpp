@@ -1,11 +1,9 @@
 // Document build and the one-shot conversions: the form by the suffix,
 // refusals, failed writes, the descriptor writer, an empty node list.
-#include <gtest/gtest.h>
 
 #include <fcntl.h>
 
 #include "kavor_fixture.h"
-#include "trace_capture.h"
 
 using namespace kvtest;
 

@@ -2,10 +2,8 @@
 // register, change, save, load and unregister files of their own and share
 // one that a loader keeps loading while a marker marks and queries; requests
 // from many threads while the task sweeps lose no mark.
-#include <gtest/gtest.h>
 
 #include "kavor_fixture.h"
-#include "trace_capture.h"
 #include "vn_mem_hook.h"
 
 using namespace kvtest;

@@ -1,15 +1,12 @@
 // What a load finds after a save is cut short on each road: after each step,
 // after a restart cut again, and after a saving process is killed at random.
 // Always the last whole copy or the new. (A failed operation: the save tests.)
-#include <gtest/gtest.h>
 
-#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
-#include <map>
 #include <random>
 #include <set>
 

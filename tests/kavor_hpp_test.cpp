@@ -1,16 +1,11 @@
 // The C++ face: requests, empty objects, ownership across moves and
 // teardown, a race on a name. (FileLock forwards to the file lock.)
-#include <gtest/gtest.h>
 
 #include <pthread.h>
 #include <sched.h>
 
-#include <atomic>
-#include <thread>
-
 #include "kavor.hpp"
 #include "kavor_fixture.h"
-#include "trace_capture.h"
 
 using kvtest::Pair;
 using kvtest::pair_table;

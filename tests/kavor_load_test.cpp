@@ -1,13 +1,9 @@
 // Document load: every node from one handle, the recovery parser, the
 // fall-back to the backup, libxml2's messages, load_all.
-#include <gtest/gtest.h>
 
 #include <libxml/parser.h>
 
-#include <optional>
-
 #include "kavor_fixture.h"
-#include "trace_capture.h"
 
 using namespace kvtest;
 

@@ -1,12 +1,8 @@
 // The manager and its task: creation failing at every allocation, teardown
 // writing nothing, the tick's pacing, and a running task's writes.
-#include <gtest/gtest.h>
-
-#include <optional>
 
 #include "kavor_fixture.h"
 #include "sweep.h"
-#include "trace_capture.h"
 
 using namespace kvtest;
 

@@ -1,11 +1,6 @@
 // Queries, deletion, the per-file lock, and the refusals of every entry point.
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <thread>
 
 #include "kavor_fixture.h"
-#include "trace_capture.h"
 
 using namespace kvtest;
 

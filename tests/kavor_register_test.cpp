@@ -1,17 +1,10 @@
 // Registration: refusals, the names of a file and its virtual name, sharing
 // under a manager, every allocation failing, unregister/register racing.
-#include <gtest/gtest.h>
 
 #include <sys/stat.h>
 
-#include <optional>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "kavor_fixture.h"
 #include "sweep.h"
-#include "trace_capture.h"
 
 using namespace kvtest;
 

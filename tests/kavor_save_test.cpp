@@ -1,17 +1,13 @@
 // The save engine on both roads, driven by hand (no task): backups, syncs,
 // faults, broken files, planted links, unusable virtual names, states.
-#include <gtest/gtest.h>
 
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <optional>
-
 #include "kavor_fixture.h"
 #include "strmisc.h"
 #include "sweep.h"
-#include "trace_capture.h"
 #include "vn_mem.h"
 
 using namespace kvtest;

@@ -18,11 +18,13 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
 #include "kavor_private.h"
 #include "test_util.h"
+#include "trace_capture.h"
 
 namespace kvtest {
 
