@@ -10,11 +10,6 @@ using namespace kvtest;
 
 namespace {
 
-void set_locked(xml_file_hdl f, Blk &b, int32_t g)
-{
-    kavor_file_lock(f), fill(b, g), kavor_file_unlock(f);
-}
-
 TEST(KavorConcurrency, ThreadsRegisterSaveLoadLockAndUnregisterOnOneManager)
 {
     const int kWorkers = 4, kRounds = 30;

@@ -105,7 +105,7 @@ TEST(KavorCrash, ALoadAfterEachStepAndAfterARestartCutAgainFindsTheOldOrTheNewCo
     if (f == nullptr || (f->fcom->virtfile != nullptr) != r.virt)
         _exit(3);
     for (int32_t g = first_gen;; g++) {
-        kavor_file_lock(f), fill(b, g), kavor_file_unlock(f), kavor_save_one(f);
+        set_locked(f, b, g), kavor_save_one(f);
         while (kavor_file_on_saving(f) != 0)
             usleep(100);
         if (write(fd, &g, sizeof g) != (ssize_t)sizeof g)   // reports the finished save

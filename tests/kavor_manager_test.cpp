@@ -22,7 +22,6 @@ struct Running {
         EXPECT_NE(f = reg(h, dir.file("net"), "blk", &b), nullptr);
     }
     ~Running() { kavor_destroy(h); }
-    void set(int32_t g) { kavor_file_lock(f), fill(b, g), kavor_file_unlock(f); }   // as the application does
     int32_t on_disk() const { return parse_exact(dir.file("net"), 0, dir.file("net.xml.gz")).gen(); }
 };
 
@@ -108,7 +107,7 @@ TEST(KavorManager, ABurstOfRequestsInTheQuietTimeEndsInOneWrite)
     // A new manager counts from its start; let that first sweep pass.
     ASSERT_TRUE(wait_for([&] { return __atomic_load_n(&r.h->sv_dly, __ATOMIC_RELAXED) < 0; }));
     for (int i = 1; i <= 6; i++) {
-        r.set(i);
+        set_locked(r.f, r.b, i);
         ASSERT_EQ(kavor_save_one(r.f), 0);
         std::this_thread::sleep_for(std::chrono::milliseconds(40));
     }
@@ -128,12 +127,12 @@ TEST(KavorManager, WithoutDelayEveryRequestIsWrittenAndARequestDuringASweepLeads
             wait_for([&] { return state.load() == 2; }, 60);
     };
     for (int i = 1; i <= 2; i++) {
-        r.set(i);
+        set_locked(r.f, r.b, i);
         ASSERT_EQ(kavor_save_one(r.f), 0);
         ASSERT_TRUE(wait_for([&] { return i == 2 ? state.load() == 1 : kavor_file_on_saving(r.f) == 0; }));
         EXPECT_EQ(r.on_disk(), i);
     }
-    r.set(3);
+    set_locked(r.f, r.b, 3);
     ASSERT_EQ(kavor_save_one(r.f), 0);
     state = 2;
     ASSERT_TRUE(wait_for([&] { return r.sys.count("save ") == 3 && kavor_file_on_saving(r.f) == 0; }));

@@ -100,10 +100,10 @@ TEST_F(KavorQuery, RefusedArgumentsGiveTheirResultAndOneRecord)
     kavor_unregister(alone);
 }
 
-TEST_F(KavorQuery, DeleteRemovesOnlyTheFileAndItsBackup)
+TEST_F(KavorQuery, DeleteRemovesOnlyTheFileAndItsBackupAndOneNodesLockHoldsTheFile)
 {
-    kavor_file_t *net = add("net", "a", 0, dir_.file("v/net")), *net_b = add("net", "b", 0);
-    ASSERT_TRUE(net && net_b && add("user", "a", 1));
+    kavor_file_t *net = add("net", "a", 0, dir_.file("v/net")), *net_b = add("net", "b", 0), *user = add("user", "a", 1);
+    ASSERT_TRUE(net && net_b && user);
     mkdir(dir_.file("v").c_str(), 0777);
     for (const auto &n : {"net.xml.gz", "net.xml.bak.gz", "v/net.xml", "net.xml.gz.tmp.gz", "user.xml", "user.xml.bak"})
         ASSERT_TRUE(write_file(dir_.file(n), "data"));
@@ -115,12 +115,7 @@ TEST_F(KavorQuery, DeleteRemovesOnlyTheFileAndItsBackup)
     kavor_delete_all(mgr_.get());
     EXPECT_EQ(files_in(dir_.path()), (std::vector<std::string>{"net.xml.gz.tmp.gz", "v"}));
     EXPECT_TRUE(file_exists(dir_.file("v/net.xml")) && kavor_count_all_filename(mgr_.get()) == 2u) << "registrations stay";
-}
-
-// While one node holds the file's lock, nobody takes it through another node.
-TEST_F(KavorQuery, LockingOneNodeLocksTheWholeFile)
-{
-    kavor_file_t *a = add("net", "a"), *b = add("net", "b"), *other = add("user", "a");
+    // While one node holds the file's lock, nobody takes it through another node.
     auto busy = [](kavor_file_t *f) {   // whether another thread can't take it
         int rc = -1;
         std::thread t([&] {
@@ -131,11 +126,11 @@ TEST_F(KavorQuery, LockingOneNodeLocksTheWholeFile)
         t.join();
         return rc != 0;
     };
-    EXPECT_FALSE(busy(a));
-    kavor_file_lock(a);
-    EXPECT_TRUE(busy(b) && !busy(other));
-    kavor_file_unlock(b);
-    EXPECT_FALSE(busy(a));
+    EXPECT_FALSE(busy(net));
+    kavor_file_lock(net);
+    EXPECT_TRUE(busy(net_b) && !busy(user));
+    kavor_file_unlock(net_b);
+    EXPECT_FALSE(busy(net));
 }
 
 }  // namespace

@@ -65,6 +65,11 @@ inline int32_t whole_gen(const Blk &b)
     fill(want, b.gen);
     return memcmp(&want, &b, sizeof b) == 0 ? b.gen : -1;
 }
+/// As an application changes its block: under the file's lock.
+inline void set_locked(xml_file_hdl f, Blk &b, int32_t g)
+{
+    kavor_file_lock(f), fill(b, g), kavor_file_unlock(f);
+}
 inline xml_file_hdl reg(kavor_hdl h, const std::string &file, const char *node, Blk *mem, int32_t ugz = 0,
                         const std::string &virt = "")
 {
