@@ -117,26 +117,4 @@ TEST(KavorManager, ABurstOfRequestsInTheQuietTimeEndsInOneWrite)
     EXPECT_EQ(r.sys.count("save "), 1u);
 }
 
-TEST(KavorManager, WithoutDelayEveryRequestIsWrittenAndARequestDuringASweepLeadsToAnother)
-{
-    Running r("now", 0, 1);
-    std::atomic<int> state{0};   // 1: the second sweep waits in its sync step; 2: go on
-    r.sys.on_step = [&](const std::string &step, const kavor_fcom_t *) {
-        int expect = 0;
-        if (step == "sync" && r.sys.count("save ") == 2 && state.compare_exchange_strong(expect, 1))
-            wait_for([&] { return state.load() == 2; }, 60);
-    };
-    for (int i = 1; i <= 2; i++) {
-        set_locked(r.f, r.b, i);
-        ASSERT_EQ(kavor_save_one(r.f), 0);
-        ASSERT_TRUE(wait_for([&] { return i == 2 ? state.load() == 1 : kavor_file_on_saving(r.f) == 0; }));
-        EXPECT_EQ(r.on_disk(), i);
-    }
-    set_locked(r.f, r.b, 3);
-    ASSERT_EQ(kavor_save_one(r.f), 0);
-    state = 2;
-    ASSERT_TRUE(wait_for([&] { return r.sys.count("save ") == 3 && kavor_file_on_saving(r.f) == 0; }));
-    EXPECT_EQ(r.on_disk(), 3);
-}
-
 }  // namespace
