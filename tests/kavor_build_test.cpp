@@ -44,9 +44,7 @@ TEST(KavorBuild, OneShotFailuresLeaveTheBlockOrTheTargetAsTheyWere)
     const std::string head = "<?xml version=\"1.0\"?>\n", bak = head + "<net><n><label>backup</label></n></net>";
     ASSERT_TRUE(write_file(dir.file("net.xml.bak"), bak));   // never read: no fall-back
     const struct { std::string content; int32_t result; const char *label; } rows[] = {
-        {"", -1, "keep"},   // missing
-        {head + "<cfg><n><label>x</label></n></cfg>", -1, "keep"},
-        {head + "<net><n><label>part</label></n><n><lab", 1, "part"},
+        {"", -1, "keep"} /* missing */, {head + "<cfg><n><label>x</label></n></cfg>", -1, "keep"}, {head + "<net><n><label>part</label></n><n><lab", 1, "part"},
         {head + "<!DOCTYPE net [<!ENTITY x SYSTEM \"net.xml.bak\">]>\n<net><n><label>&x;</label></n></net>", -1, "keep"},
     };
     for (const auto &r : rows) {
