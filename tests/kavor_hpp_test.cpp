@@ -37,9 +37,11 @@ TEST(KavorHppManager, EmptyObjectsDoNothingAndAnswerFailed)
 {
     TempDir dir;
     Pair s = {};
-    kavor::Request refused(dir.file(std::string(130, 'x')).c_str(), "p", pair_table(), &s), broken(dir.file("p").c_str(), "p", pair_table(), &s);
+    kavor::Request refused(dir.file(std::string(130, 'x')).c_str(), "p", pair_table(), &s), broken(dir.file("p").c_str(), "p", pair_table(), &s),
+        none(dir.file("none").c_str(), "p", pair_table(), &s);
     ASSERT_TRUE(write_file(dir.file("p.xml.gz"), "<?xml version=\"1.0\"?>\n<p><p><label>x</label></p><p><lab"));
-    EXPECT_EQ(kavor::file2param(broken), kavor::Load::recovered);
+    EXPECT_TRUE(kavor::file2param(broken) == kavor::Load::recovered && kavor::param2file(broken) && kavor::param2file(broken, 0));
+    EXPECT_TRUE(kavor::file2param(broken, 0) == kavor::Load::ok && kavor::file2param(none) == kavor::Load::failed);
     EXPECT_FALSE(kavor::param2file(refused) || kavor::param2file(refused, 0));
     EXPECT_TRUE(kavor::file2param(refused) == kavor::Load::failed && kavor::file2param(refused, 0) == kavor::Load::failed);
     kavor::Manager m = kavor::Manager::create(nullptr);
@@ -81,6 +83,8 @@ TEST(KavorHppManager, OwnershipFollowsMovesResetsInAnyOrderAndTeardown)
         kept.reset();
         EXPECT_EQ(m2.file_count(), 1u);
         EXPECT_TRUE(m2.set_policy(0) && !m2.set_policy(1u << 31) && m2.save_all() && m2.flush(20000) && file_exists(dir.file("c.xml.gz")));
+        c.delete_files(), m2.delete_all();
+        EXPECT_TRUE(files_in(dir.path()).empty());
         kept = m2.add(dir.file("d").c_str(), "n", pair_table(), &s);
         m2.reset();   // kavor_destroy: every node of it is gone
         EXPECT_FALSE(kept || c);

@@ -61,6 +61,7 @@ TEST_F(KavorQuery, RefusedArgumentsGiveTheirResultAndOneRecord)
     orphan.node_name = bare.node_name = const_cast<char *>("orphan");
     bare.fcom = &bare_fcom;
     xmlDocPtr rootless = xmlNewDoc(BAD_CAST "1.0");
+    kavor_file_rgst_t one = request(dir_.file("one"), "n", pair_table(), &b, 1);
     char buf[8];
     kavor_hdl m = mgr_.get();
     const std::string N = ": kavor mobj is NULL.", H = ": xml_file_hdl is NULL.", no_doc = "kavor_write_copy: file name or document is NULL.",
@@ -87,6 +88,8 @@ TEST_F(KavorQuery, RefusedArgumentsGiveTheirResultAndOneRecord)
         {[&] { return kavor_write_copy(net.c_str(), rootless); }, -1, no_doc},
         {[&] { return xmlParseNode(nullptr, alone), 0L; }, 0, "xmlParseNode: xmlParseNode: pRoot or fobj is NULL!"},
         {[&] { return kavor_param2file(nullptr); }, -1, no_rq}, {[&] { return kavor_file2param(nullptr); }, -1, no_rq},
+        {[&] { return kavor_create(nullptr) != nullptr; }, 0, "kavor_create_v2: kavor module name NULL!"},
+        {[&] { return kavor_param2file_v2(&one, 1u << 31); }, -1, "kavor_param2file_v2: unknown policy 0x80000000."},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.record);
