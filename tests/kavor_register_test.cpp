@@ -59,11 +59,7 @@ TEST(KavorRegister, RefusedRequestsSayWhyAndBuildNothing)
 TEST(KavorRegister, APathGivesItsFileItsNames)
 {
     const std::string a118 = "/" + std::string(118, 'a'), b118 = "/" + std::string(118, 'b');
-    std::string full = std::string(123, 'v');   // 127 bytes ending in /net, and a 128th ignored
-    for (size_t i = 1; i < full.size(); i += 2)
-        full[i] = '/';
-    full += "/net";
-    const std::string full_virt = full + ".xml";
+    const std::string full = repeat("v/", 61) + "v/net", full_virt = full + ".xml";   // 127 bytes ending in /net; a 128th ignored
     const struct { std::string file; int32_t ugz; std::string virt, filename, root; const char *virtfile; bool told = false; } rows[] = {
         {"net", 1, "", "net.xml", "net", nullptr},                  {"net.xml.gz", 1, "", "net.xml", "net", nullptr},
         {"net.old.xml", 0, "", "net.xml.gz", "net", nullptr},       {"net.", 100, "", "net.xml.gz", "net", nullptr},
