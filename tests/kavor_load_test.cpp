@@ -134,9 +134,7 @@ TEST(KavorLoadAll, MergesTheResultsOfAllFiles)
             ASSERT_TRUE(r[i] < 0 || write_file(dir.file(stem + ".xml"), body));
             failed += r[i] < 0;
         }
-        std::optional<TraceCapture> cap;
-        if (traced)
-            cap.emplace(4);
+        std::optional<TraceCapture> cap = traced_if(traced, 4);
         EXPECT_EQ(kavor_load_all(mgr.get()), r[3]);
         for (int i = 0; i < 3; i++)
             EXPECT_STREQ(blk[i].label, r[i] >= 0 ? "ok" : "") << i;

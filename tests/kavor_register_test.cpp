@@ -39,9 +39,7 @@ TEST(KavorRegister, RefusedRequestsSayWhyAndBuildNothing)
         {"/d/net", "text", "node name (text) refused: the text between elements bears that name, so its file would never load."},
     };
     for (kavor_hdl hdl : {static_cast<kavor_hdl>(nullptr), mgr.get()}) {   // the standalone rows untraced
-        std::optional<TraceCapture> cap;
-        if (hdl != nullptr)
-            cap.emplace(8);
+        std::optional<TraceCapture> cap = traced_if(hdl != nullptr, 8);
         for (const auto &r : rows) {
             long live = vn_mem_live();
             kavor_file_rgst_t rgst = req(r.file, r.node);
@@ -87,9 +85,7 @@ TEST(KavorRegister, APathGivesItsFileItsNames)
             long live = vn_mem_live();
             kavor_file_rgst_t rgst = req(r.file, "n", r.ugz);
             memcpy(rgst.virtfile, r.virt.data(), std::min(r.virt.size(), sizeof rgst.virtfile));
-            std::optional<TraceCapture> cap;
-            if (managed)
-                cap.emplace(8);
+            std::optional<TraceCapture> cap = traced_if(managed, 8);
             kavor_file_t *f = kavor_register(managed ? mgr.get() : nullptr, &rgst);
             ASSERT_NE(f, nullptr);
             EXPECT_EQ(str(f->fcom->filename) + " " + str(f->fcom->file_bak) + " " + str(f->fcom->rt_node) + " " + str(f->fcom->virtfile),

@@ -170,6 +170,12 @@ inline int32_t gen_at(const Road &r, const std::string &exact) { return parse_ex
 /// "<generation of the file>/<generation of the backup>", -1 for none whole.
 inline std::string gens(const Road &r) { return std::to_string(gen_at(r, r.file())) + "/" + std::to_string(gen_at(r, r.bak())); }
 
+/// Records up to `level` while it lives, or none when `on` is false.
+inline std::optional<TraceCapture> traced_if(bool on, uint32_t level)
+{
+    return on ? std::optional<TraceCapture>(std::in_place, level) : std::nullopt;
+}
+
 /// Polls `cond` every few milliseconds for at most `secs` seconds.
 inline bool wait_for(const std::function<bool()> &cond, double secs = 20.0)
 {
