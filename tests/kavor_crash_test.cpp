@@ -130,7 +130,7 @@ void kill_loop(const Road &r, int rounds, int max_pause_ms, unsigned seed)
     std::mt19937 rng(seed);
     std::uniform_int_distribution<int> pause_us(500, max_pause_ms * 1000);
     int32_t done = 2, seen = 2;
-    int finished_saves = 0, recovered = 0;
+    int finished_saves = 0;
     for (int round = 0; round < rounds; round++) {
         SCOPED_TRACE("round " + std::to_string(round) + " seed " + std::to_string(seed));
         int fds[2];
@@ -152,15 +152,13 @@ void kill_loop(const Road &r, int rounds, int max_pause_ms, unsigned seed)
         ASSERT_TRUE(r.virt ? l.ret != -1 : l.ret == 0) << l.ret;
         Loaded bak = parse_exact(r.base(), r.ugz, r.bak());
         ASSERT_TRUE(!r.virt || (bak.ret == 0 && bak.gen() >= 2)) << "the backup always holds a whole copy";
-        if (l.ret == 1 && ++recovered)
+        if (l.ret == 1)   // a killed gzip left half a file: recovered; the backup is checked above
             continue;
         ASSERT_TRUE(l.gen() >= done && l.gen() >= seen) << "a whole block, never older than the last finished save or load";
         seen = l.gen();
     }
     ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 0), 0);
     EXPECT_GT(finished_saves, 0) << "the children saved nothing: the loop tested nothing";
-    std::printf("kill loop: %d rounds, %d with finished saves, %d recovered loads, last gen %d\n", rounds,
-                finished_saves, recovered, seen);
 }
 
 TEST(KavorCrash, KilledAtRandomOnThePlainRoadEveryLoadGivesAWholeBlock)
