@@ -1,10 +1,8 @@
 // The manager and its task: creation failing at every allocation, teardown
 // writing nothing, the tick's pacing, and a running task's writes.
-#include <gtest/gtest.h>
 
 #include "kavor_fixture.h"
 #include "sweep.h"
-#include "trace_capture.h"
 
 using namespace kvtest;
 
@@ -21,16 +19,9 @@ struct Running {
     Running(const char *name, int32_t dly, int32_t gen = 0) : h(kavor_create_v2(name, dly))
     {
         fill(b, gen);
-        f = reg(h, dir.file("net"), "blk", &b);
-        EXPECT_NE(f, nullptr);
+        EXPECT_NE(f = reg(h, dir.file("net"), "blk", &b), nullptr);
     }
     ~Running() { kavor_destroy(h); }
-    void set(int32_t g)   // as the application changes its block: under the file's lock
-    {
-        kavor_file_lock(f);
-        fill(b, g);
-        kavor_file_unlock(f);
-    }
     int32_t on_disk() const { return parse_exact(dir.file("net"), 0, dir.file("net.xml.gz")).gen(); }
 };
 
@@ -40,34 +31,28 @@ TEST(KavorManager, EveryFailedAllocationOfCreationEndsCleanlyAndATaskLessManager
     SysRecorder sys;
     kavor_hdl h = nullptr;
     int taskless = 0;
-    TraceCapture cap(4);
-    sweep(Alloc::library, [&] { cap.clear(), h = kavor_create_v2("cfg", INT32_MAX); }, [&](bool refused) {
+    std::optional<TraceCapture> cap;
+    for (bool traced : {true, false})
+    sweep(Alloc::library, [&] { cap.reset(), traced ? void(cap.emplace(4)) : void(), h = kavor_create_v2("cfg", INT32_MAX); }, [&](bool refused) {
         EXPECT_TRUE(h != nullptr || refused);
-        EXPECT_EQ(cap.count_at_most(4), refused ? 1u : 0u) << cap.dump();
+        EXPECT_TRUE(!cap || cap->count_at_most(4) == (refused ? 1u : 0u)) << cap->dump();
         if (h != nullptr && h->task.tsk_id == nullptr) {
             taskless++;
             Blk b;
-            fill(b, 3);
             xml_file_hdl f = reg(h, dir.file("net"), "blk", &b);
+            fill(b, 3);
             // The largest delay is counted to its end without overflow, then swept.
             saving_set(f->fcom, 1);
             h->sv_dly = KAVOR_SAVE_DLY_MAX_MS - 500;
-            EXPECT_EQ(xml_save_process(h), 0);
-            EXPECT_EQ(kavor_file_on_saving(f), 1);
-            EXPECT_EQ(xml_save_process(h), 0);
-            EXPECT_EQ(kavor_file_on_saving(f), 0);
+            EXPECT_TRUE(xml_save_process(h) == 0 && kavor_file_on_saving(f) == 1);
+            EXPECT_TRUE(xml_save_process(h) == 0 && kavor_file_on_saving(f) == 0);
             EXPECT_EQ(parse_exact(dir.file("net"), 0, dir.file("net.xml.gz")).gen(), 3);
-            EXPECT_EQ(kavor_save_one(f), 0);
-            EXPECT_EQ(kavor_save_all(h), 0);
-            EXPECT_EQ(kavor_file_on_saving(f), 1) << "marked, and nothing saves it";
+            EXPECT_TRUE(kavor_save_one(f) == 0 && kavor_save_all(h) == 0 && kavor_file_on_saving(f) == 1) << "marked, and nothing saves it";
             EXPECT_STREQ(kavor_any_on_saving(h), dir.file("net.xml.gz").c_str());
-            EXPECT_EQ(kavor_count_all_filename(h), 1u);
         }
         kavor_destroy(h);
     });
-    EXPECT_EQ(taskless, 1);
-    EXPECT_EQ(kavor_create(nullptr), nullptr);
-    EXPECT_EQ(kavor_create_v2(nullptr, 5), nullptr);
+    EXPECT_EQ(taskless, 2);
     kavor_destroy(nullptr);
 }
 
@@ -83,22 +68,19 @@ TEST(KavorManager, DestroyReleasesEveryRecordAndWritesNothing)
     ASSERT_EQ(kavor_save_all(h), 0);
     TraceCapture cap(7);   // the task may still take the request (level 8)
     kavor_destroy(h);
-    EXPECT_TRUE(cap.records().empty()) << cap.dump();
-    EXPECT_EQ(vn_mem_live(), live);
-    for (const char *name : {"one.xml.gz", "two.xml.gz", "v"})
-        EXPECT_FALSE(file_exists(dir.file(name))) << name;
+    EXPECT_TRUE(cap.records().empty() && vn_mem_live() == live) << cap.dump();
+    EXPECT_TRUE(files_in(dir.path()).empty()) << "nothing written";
 }
 
 // One tick driven by hand: the count on entry, whether a request came, the
 // delay; then the count after and whether the marked file was written.
 TEST(KavorManager, OneTickCountsTheQuietTimeInStepsOf500Ms)
 {
+    // A request restarts the count; no delay: a sweep in the same tick; idle
+    // stays idle; 700 counts as 1000; 1 counts as 500.
     const struct { int32_t d; bool given; int32_t lmt, after; bool swept; } rows[] = {
-        {-1, true, 1000, 500, false}, {700, true, 1000, 500, false},   // a request restarts the count
-        {-1, true, 0, -1, true},                                        // no delay: a sweep in the same tick
-        {-1, false, 1000, -1, false},                                   // idle stays idle
-        {500, false, 700, 1000, false}, {1000, false, 700, -1, true},   // 700 counts as 1000
-        {500, false, 1, -1, true},                                      // 1 counts as 500
+        {-1, true, 1000, 500, false}, {700, true, 1000, 500, false}, {-1, true, 0, -1, true}, {-1, false, 1000, -1, false},
+        {500, false, 700, 1000, false}, {1000, false, 700, -1, true}, {500, false, 1, -1, true},
     };
     TempDir dir;
     Mgr mgr;
@@ -114,11 +96,8 @@ TEST(KavorManager, OneTickCountsTheQuietTimeInStepsOf500Ms)
         if (r.given)
             vn_sem_give(h->sem_sav);
         size_t saves = sys.count("save ");
-        TraceCapture cap(8);
         EXPECT_EQ(xml_save_process(h), 0);
-        EXPECT_EQ(cap.has(8, "xml_save_process", "kavor_obj take semphore, delay save."), r.given);
-        EXPECT_EQ(h->sv_dly, r.after);
-        EXPECT_EQ(sys.count("save ") - saves, r.swept ? 1u : 0u);
+        EXPECT_TRUE(h->sv_dly == r.after && sys.count("save ") - saves == (r.swept ? 1u : 0u));
     }
 }
 
@@ -128,52 +107,14 @@ TEST(KavorManager, ABurstOfRequestsInTheQuietTimeEndsInOneWrite)
     // A new manager counts from its start; let that first sweep pass.
     ASSERT_TRUE(wait_for([&] { return __atomic_load_n(&r.h->sv_dly, __ATOMIC_RELAXED) < 0; }));
     for (int i = 1; i <= 6; i++) {
-        r.set(i);
+        set_locked(r.f, r.b, i);
         ASSERT_EQ(kavor_save_one(r.f), 0);
         std::this_thread::sleep_for(std::chrono::milliseconds(40));
     }
     ASSERT_TRUE(wait_for([&] { return kavor_any_on_saving(r.h) == nullptr; }));
-    EXPECT_EQ(r.sys.count("save "), 1u);
-    EXPECT_EQ(r.on_disk(), 6);
+    EXPECT_TRUE(r.sys.count("save ") == 1u && r.on_disk() == 6);
     std::this_thread::sleep_for(std::chrono::milliseconds(700));   // nothing left: no second write
     EXPECT_EQ(r.sys.count("save "), 1u);
-}
-
-TEST(KavorManager, WithoutDelayEveryRequestIsWrittenAndARequestDuringASweepLeadsToAnother)
-{
-    Running r("now", 0, 1);
-    std::atomic<int> state{0};   // 1: the second sweep waits in its sync step; 2: go on
-    r.sys.on_step = [&](const std::string &step, const kavor_fcom_t *) {
-        int expect = 0;
-        if (step == "sync" && r.sys.count("save ") == 2 && state.compare_exchange_strong(expect, 1))
-            wait_for([&] { return state.load() == 2; }, 60);
-    };
-    for (int i = 1; i <= 2; i++) {
-        r.set(i);
-        ASSERT_EQ(kavor_save_one(r.f), 0);
-        ASSERT_TRUE(wait_for([&] { return i == 2 ? state.load() == 1 : kavor_file_on_saving(r.f) == 0; }));
-        EXPECT_EQ(r.on_disk(), i);
-    }
-    r.set(3);
-    ASSERT_EQ(kavor_save_one(r.f), 0);
-    state = 2;
-    ASSERT_TRUE(wait_for([&] { return r.sys.count("save ") == 3 && kavor_file_on_saving(r.f) == 0; }));
-    EXPECT_EQ(r.on_disk(), 3);
-}
-
-TEST(KavorManager, AFailedSaveIsRetriedUntilItsCauseHasGone)
-{
-    Running r("retry", 500, 9);
-    r.sys.fail_all(SysRecorder::SAVE, true);
-    ASSERT_EQ(kavor_save_one(r.f), 0);
-    ASSERT_TRUE(wait_for([&] { return r.sys.calls(SysRecorder::SAVE) >= 3; }));
-    kavor_file_lock(r.f);   // no write is under way while the lock is held
-    EXPECT_GE(kavor_file_on_saving(r.f), 1);
-    EXPECT_FALSE(file_exists(r.dir.file("net.xml.gz")) || file_exists(r.dir.file("net.xml.gz.tmp.gz")));
-    kavor_file_unlock(r.f);
-    r.sys.fail_all(SysRecorder::SAVE, false);
-    ASSERT_TRUE(wait_for([&] { return kavor_any_on_saving(r.h) == nullptr; }));
-    EXPECT_EQ(r.on_disk(), 9);
 }
 
 }  // namespace

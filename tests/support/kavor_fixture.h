@@ -18,11 +18,13 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
 #include "kavor_private.h"
 #include "test_util.h"
+#include "trace_capture.h"
 
 namespace kvtest {
 
@@ -62,6 +64,11 @@ inline int32_t whole_gen(const Blk &b)
     Blk want;
     fill(want, b.gen);
     return memcmp(&want, &b, sizeof b) == 0 ? b.gen : -1;
+}
+/// As an application changes its block: under the file's lock.
+inline void set_locked(xml_file_hdl f, Blk &b, int32_t g)
+{
+    kavor_file_lock(f), fill(b, g), kavor_file_unlock(f);
 }
 inline xml_file_hdl reg(kavor_hdl h, const std::string &file, const char *node, Blk *mem, int32_t ugz = 0,
                         const std::string &virt = "")
@@ -162,6 +169,12 @@ inline Loaded parse_exact(const std::string &base, int32_t ugz, const std::strin
 inline int32_t gen_at(const Road &r, const std::string &exact) { return parse_exact(r.base(), r.ugz, exact).gen(); }
 /// "<generation of the file>/<generation of the backup>", -1 for none whole.
 inline std::string gens(const Road &r) { return std::to_string(gen_at(r, r.file())) + "/" + std::to_string(gen_at(r, r.bak())); }
+
+/// Records up to `level` while it lives, or none when `on` is false.
+inline std::optional<TraceCapture> traced_if(bool on, uint32_t level)
+{
+    return on ? std::optional<TraceCapture>(std::in_place, level) : std::nullopt;
+}
 
 /// Polls `cond` every few milliseconds for at most `secs` seconds.
 inline bool wait_for(const std::function<bool()> &cond, double secs = 20.0)
