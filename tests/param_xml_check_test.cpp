@@ -1,12 +1,7 @@
 // The table check: every bad row named with its path and reason and counted
 // once; tables walked once however they reach each other; out of memory.
-#include <gtest/gtest.h>
-
 #include "codec_util.h"
-#include "param_xml_table_fixture.h"
 #include "sweep.h"
-
-FX_DEFINE_TABLES
 
 namespace {
 

@@ -1,11 +1,7 @@
 // The reader: what each kind stores from the documents the writer makes and
 // from many it doesn't, the count fields, the records of the refusals, and
 // what the report counts.
-#include <gtest/gtest.h>
-
-#include <cinttypes>
 #include <random>
-#include <sstream>
 
 #include "codec_util.h"
 
@@ -19,14 +15,6 @@ std::string join(const T *v, size_t n)
     for (size_t i = 0; i < n; i++)
         out << (i ? " " : "") << +v[i];
     return out.str();
-}
-
-// `s` with "\n", "\t" and "\r" (a backslash and a letter) made the characters again.
-std::string unescaped(std::string s)
-{
-    for (size_t at = 0; (at = s.find('\\', at)) != std::string::npos; at++)
-        s.replace(at, 2, s[at + 1] == 'n' ? "\n" : s[at + 1] == 't' ? "\t" : "\r");
-    return s;
 }
 
 // Reads each document of the section `name` of the reader's expected file

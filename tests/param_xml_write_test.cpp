@@ -1,10 +1,6 @@
 // The writer: each kind's document, exact to the byte, with the records that
 // mark what was lost, as one table per kind; bad rows; text XML can't carry.
-#include <gtest/gtest.h>
-
 #include <cfloat>
-#include <climits>
-#include <cmath>
 
 #include "codec_util.h"
 #include "sweep.h"
