@@ -35,16 +35,6 @@ void expect_read(const std::string &name, struct pdesc r, const std::function<vo
     });
 }
 
-TEST(Reader, Strings)
-{
-    char b[16];
-    auto fresh = [&] { return std::memset(b, '#', sizeof b); };
-    auto shown = [&] { return printable(b, sizeof b); };
-    expect_read("strings", row(PT_STRI, "s", 16, 16), fresh, shown);
-    expect_read("strings of size 4", row(PT_STRI, "s", 16, 4), fresh, shown);
-    expect_read("a string named text", row(PT_STRI, "text", 16, 16), fresh, shown);
-}
-
 // Every text of numbers fills an array of each width and signedness as the
 // C library's base-0 conversion, called from where the last number ended and
 // cut to the width, fills it.
@@ -86,34 +76,33 @@ TEST(Reader, IntegerTextsAreReadAsTheLibraryReadsThem)
     }
 }
 
-TEST(Reader, IdxPlacesValuesAndMovesTheCountField)
+// Integers placed by "idx" moving their count field, and bad sizes of each kind.
+TEST(Reader, StringsIntegersFloatsAndEnumerations)
 {
+    char s[16];
+    auto chars = [&] { return std::memset(s, '#', sizeof s); };
+    auto shown = [&] { return printable(s, sizeof s); };
+    expect_read("strings", row(PT_STRI, "s", 16, 16), chars, shown);
+    expect_read("strings of size 4", row(PT_STRI, "s", 16, 4), chars, shown);
+    expect_read("a string named text", row(PT_STRI, "text", 16, 16), chars, shown);
     struct { int32_t v[8]; int n; } b;
     expect_read("idx", cia(row(PT_SINT, "v", 8, 4), offsetof(decltype(b), n)), [&] { return std::memset(&b, 0xFF, sizeof b); },
                 [&] { return join(b.v, 8) + " n=" + std::to_string(b.n); });
     expect_read("integers of size 3", row(PT_SINT, "v", 4, 3), [&] { return std::memset(&b, 0, sizeof b); }, [&] { return join(b.v, 2); });
-}
-
-TEST(Reader, Floats)
-{
     float f[4];
     double d[4];
     auto floats = [&] { std::fill(f, f + 4, -7.0f); return f; };
     expect_read("floats", row(PT_FLOT, "x", 4, 4), floats, [&] { return join(f, 4); });
     expect_read("doubles", row(PT_FLOT, "x", 4, 8), [&] { std::fill(d, d + 4, -7.0); return d; }, [&] { return join(d, 4); });
     expect_read("floats of size 2", row(PT_FLOT, "x", 2, 2), floats, [&] { return join(f, 4); });
-}
-
-TEST(Reader, Enumerations)
-{
     struct enume on_off[] = {{"on", 1}, {"off", 0}, {nullptr, 5}};
     int v[4];
-    auto fresh = [&] { return std::memset(v, 0xFF, sizeof v); };
-    auto shown = [&] { return join(v, 4); };
-    expect_read("enumerations", aux(row(PT_ENUM, "mode", 3, 4), on_off), fresh, shown);
-    expect_read("enumerations of count 0", aux(row(PT_ENUM, "mode", 0, 4), on_off), fresh, shown);
-    expect_read("enumerations of size 2", aux(row(PT_ENUM, "mode", 3, 2), on_off), fresh, shown);
-    expect_read("enumerations of size 8", aux(row(PT_ENUM, "mode", 2, 8), on_off), fresh, shown);
+    auto ints = [&] { return std::memset(v, 0xFF, sizeof v); };
+    auto values = [&] { return join(v, 4); };
+    expect_read("enumerations", aux(row(PT_ENUM, "mode", 3, 4), on_off), ints, values);
+    expect_read("enumerations of count 0", aux(row(PT_ENUM, "mode", 0, 4), on_off), ints, values);
+    expect_read("enumerations of size 2", aux(row(PT_ENUM, "mode", 3, 2), on_off), ints, values);
+    expect_read("enumerations of size 8", aux(row(PT_ENUM, "mode", 2, 8), on_off), ints, values);
 }
 
 TEST(Reader, Structures)

@@ -20,18 +20,6 @@ void expect_written(const std::string &name, const std::vector<Case> &cases)
     });
 }
 
-TEST(Writer, Strings)
-{
-    char s[5][12] = {"alpha", "abcdefg", "abcdefgh", "abc", ""};
-    char esc[8] = "a<b&c", before[8] = {'x', 'y', 'z', 0};
-    expect_written("strings", {{s[0], row(PT_STRI, "s", 8, 8), 0}, {s[1], row(PT_STRI, "s", 8, 8), 0},
-                               {s[2], row(PT_STRI, "s", 8, 8), 0}, {s[3], row(PT_STRI, "s", 1, 8), 0},
-                               {s[4], row(PT_STRI, "s", 8, 8), 0}, {esc, row(PT_STRI, "s", 8, 8), 0},
-                               {before + 4, row(PT_STRI, "s", 0, 4), 0}});
-    EXPECT_EQ('\0', s[2][7]) << "the terminator is stored at count - 1";
-    EXPECT_EQ('z', before[2]) << "a count below 1 stores nothing in front of the field";
-}
-
 TEST(Writer, Integers)
 {
     int8_t s1[] = {INT8_MIN, INT8_MAX, 0, -1};
@@ -61,8 +49,16 @@ TEST(Writer, Integers)
     });
 }
 
-TEST(Writer, Floats)
+TEST(Writer, StringsFloatsAndEnumerations)
 {
+    char s[5][12] = {"alpha", "abcdefg", "abcdefgh", "abc", ""};
+    char esc[8] = "a<b&c", before[8] = {'x', 'y', 'z', 0};
+    expect_written("strings", {{s[0], row(PT_STRI, "s", 8, 8), 0}, {s[1], row(PT_STRI, "s", 8, 8), 0},
+                               {s[2], row(PT_STRI, "s", 8, 8), 0}, {s[3], row(PT_STRI, "s", 1, 8), 0},
+                               {s[4], row(PT_STRI, "s", 8, 8), 0}, {esc, row(PT_STRI, "s", 8, 8), 0},
+                               {before + 4, row(PT_STRI, "s", 0, 4), 0}});
+    EXPECT_EQ('\0', s[2][7]) << "the terminator is stored at count - 1";
+    EXPECT_EQ('z', before[2]) << "a count below 1 stores nothing in front of the field";
     float f[10], p[] = {1000000.0f, 0.1f, -1.0f / 3.0f, INFINITY, -INFINITY, FLT_MAX}, e[] = {0.1f, -0.0f, FLT_TRUE_MIN, FLT_MAX};
     double d[10], q[] = {0.1, 1.0 / 3.0, NAN, DBL_MAX}, x[] = {0.1, -0.0, DBL_TRUE_MIN, NAN};
     for (int i = 0; i < 10; i++)
@@ -70,10 +66,6 @@ TEST(Writer, Floats)
     expect_written("floats", {{f, row(PT_FLOT, "g", 10, 4), 0}, {d, row(PT_FLOT, "g", 10, 8), 0}, {p, row(PT_FLOT, "x", 6, 4), 0},
                               {q, row(PT_FLOT, "x", 4, 8), 0}, {q, row(PT_FLOT, "x", 2, 16), 0},
                               {e, row(PT_FLOT, "x", 4, 4), PARAM_XML_EXACT_FLOATS}, {x, row(PT_FLOT, "x", 4, 8), PARAM_XML_EXACT_FLOATS}});
-}
-
-TEST(Writer, Enumerations)
-{
     struct enume on_off[] = {{"on", 1}, {"off", 0}, {nullptr, 0}};
     struct enume dup[] = {{"a", 2}, {"b", 2}, {"z", 9}, {nullptr, 9}};
     struct enume empty[] = {{nullptr, 4}};
