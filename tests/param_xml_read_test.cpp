@@ -105,31 +105,27 @@ TEST(Reader, StringsIntegersFloatsAndEnumerations)
     expect_read("enumerations of size 8", aux(row(PT_ENUM, "mode", 2, 8), on_off), ints, values);
 }
 
-TEST(Reader, Structures)
+struct Counted { int32_t *p[3]; int n[3]; int cia; };
+
+pdesc counted_row(int type = PT_SINT, size_t size = 4) { return cia(cob(row(type, "c", 3, size), offsetof(Counted, n)), offsetof(Counted, cia)); }
+
+// Structures in place and behind a pointer. Counted buffers: empty entries close
+// up; a new buffer starts zeroed; an entry no element reaches keeps its pointer.
+// Wrappers refused for their count or index; a refused count leaves its entry
+// saying "no buffer", whatever it held. "idx" on wrappers, surplus values inside.
+TEST(Reader, StructuresAndCountedBuffers)
 {
     struct Ports { Port p[4]; int n; Port *far; } b;
-    auto shown = [&] {
-        int speeds[] = {b.p[0].speed, b.p[1].speed, b.p[2].speed, b.p[3].speed};
-        return join(speeds, 4) + " n=" + std::to_string(b.n);
+    auto speeds = [&] {
+        int v[] = {b.p[0].speed, b.p[1].speed, b.p[2].speed, b.p[3].speed};
+        return join(v, 4) + " n=" + std::to_string(b.n);
     };
     auto port_row = [](int type) {
         return cia(sub(row(type, "port", 4, sizeof(Port), type == PT_STRUM ? offsetof(Ports, far) : 0), kPortRows), offsetof(Ports, n));
     };
     for (int type : {PT_STRU, PT_STRUM})
-        expect_read("structures", port_row(type), [&] { std::memset(&b, 0xFF, sizeof b), b.far = b.p; return &b; }, shown);
-    expect_read("structures behind no pointer", port_row(PT_STRUM), [&] { std::memset(&b, 0xFF, sizeof b), b.far = nullptr; return &b; }, shown);
-}
-
-struct Counted { int32_t *p[3]; int n[3]; int cia; };
-
-pdesc counted_row(int type = PT_SINT, size_t size = 4) { return cia(cob(row(type, "c", 3, size), offsetof(Counted, n)), offsetof(Counted, cia)); }
-
-// Empty entries close up; a new buffer starts zeroed; an entry no element
-// reaches keeps its pointer. Wrappers refused for their count or index; a
-// refused count leaves its entry saying "no buffer", whatever it held.
-// "idx" on wrappers, and surplus values inside.
-TEST(Reader, CountedBuffers)
-{
+        expect_read("structures", port_row(type), [&] { std::memset(&b, 0xFF, sizeof b), b.far = b.p; return &b; }, speeds);
+    expect_read("structures behind no pointer", port_row(PT_STRUM), [&] { std::memset(&b, 0xFF, sizeof b), b.far = nullptr; return &b; }, speeds);
     int32_t keep = 0;
     Counted r;
     auto shown = [&](int type) {
