@@ -60,8 +60,6 @@ TEST(KavorCli, EachSubcommandAndExitCodeOnGoodDamagedAndEditedFiles)
     EXPECT_EQ(ran, 43);
 }
 
-// ---- status decides as the load does ---------------------------------------
-
 using Files = std::map<std::string, std::string>;   // base name -> bytes
 
 // What stands under the file's four names in `dir`.
@@ -152,8 +150,6 @@ TEST(KavorCli, StatusTakesTheCopyTheLoadTakesAndASetCutLeavesACompleteCopy)
     }
     EXPECT_GE(n, 28);
 }
-
-// ---- the calls the command names files and judges copies with ---------------------
 
 TEST(KavorCli, FileNamesFitOrFailAndCopyReadRefusesNoPath)
 {

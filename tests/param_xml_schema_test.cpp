@@ -109,8 +109,6 @@ TEST(ParamXmlSchema, EveryDocumentTheWriterMakesValidates)
     expect_writer_validates("forest", g_forest, &f);
 }
 
-// ---- integers: the schema against the reader's conversion ----------------------
-
 std::string in_base(unsigned __int128 v, unsigned base, bool upper)
 {
     std::string out;
@@ -154,8 +152,6 @@ TEST(ParamXmlSchema, AnIntegerValidatesExactlyWhenTheReaderStoresItWhole)
     }
 }
 
-// ---- wrong documents -------------------------------------------------------------
-
 TEST(ParamXmlSchema, WrongDocumentsAreRefusedAtTheirLine)
 {
     TempDir dir;
@@ -179,8 +175,6 @@ TEST(ParamXmlSchema, WrongDocumentsAreRefusedAtTheirLine)
         }
     }
 }
-
-// ---- what can't be described or checked -------------------------------------------
 
 TEST(ParamXmlSchema, BadTablesArgumentsAndRunningOutOfMemoryFailCleanly)
 {

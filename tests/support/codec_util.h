@@ -1,7 +1,6 @@
-// codec_util.h - what the codec's tests share: descriptor rows written on
-// one line, a parsed document, one row written or read on its own, the
-// every-kind block read from its expected document, and the small
-// structures (a port, a list rule, two variants) of their tables.
+// codec_util.h - what the codec's tests share: descriptor rows on one line, a
+// parsed document, one row written or read on its own, the every-kind block
+// read in, and the small structures (a port, a rule, two variants) of tables.
 #ifndef KAVOR_TEST_CODEC_UTIL_H
 #define KAVOR_TEST_CODEC_UTIL_H
 
