@@ -201,25 +201,23 @@ TEST(FileHelpers, SizesAndTheDirectoriesMade)
     EXPECT_EQ(get_gz_filesize(dir.file("a.xml").c_str()), 4);
     for (const std::string &p : {dir.file("empty.xml"), dir.file("missing.xml"), dir.path()})   // a directory too
         EXPECT_EQ(get_gz_filesize(p.c_str()), 0) << p;
-    EXPECT_EQ(get_gz_filesize(nullptr), 0);
+    EXPECT_TRUE(get_gz_filesize(nullptr) == 0 && make_dir_from_filename(nullptr, 777) == -1);
+    const struct { std::string path; int32_t mode, ret; } rows[] = {
+        {dir.file("a/b/c/file.xml"), 777, 0}, {dir.file("m//n/f"), 700, 0},
+        {dir.file("a/b/c/file.xml"), 777, 0}, {"plain.xml", 777, 0}, {"/f.xml", 777, 0},   // made, or no directory part
+        {dir.file("blocker/f.xml"), 777, -1}, {dir.file("blocker/sub/f.xml"), 777, -1},
+        {dir.file("d/f"), 778, -1}, {dir.file("d/f"), -1, -1},   // 8 is no octal digit
+    };
     mode_t old = umask(022);
-    EXPECT_EQ(make_dir_from_filename(dir.file("a/b/c/file.xml").c_str(), 777), 0);
-    EXPECT_TRUE(is_dir(dir.file("a/b"), 0755) && is_dir(dir.file("a/b/c"), 0755));   // 0777 under the umask
-    EXPECT_FALSE(file_exists(dir.file("a/b/c/file.xml")));
-    EXPECT_EQ(make_dir_from_filename(dir.file("m//n/f").c_str(), 700), 0);
-    EXPECT_TRUE(is_dir(dir.file("m/n"), 0700));
+    for (const auto &r : rows)
+        EXPECT_EQ(make_dir_from_filename(r.path.c_str(), r.mode), r.ret) << r.path << " " << r.mode;
     umask(old);
-    for (std::string done : {dir.file("a/b/c/file.xml"), std::string("plain.xml"), std::string("/f.xml")})   // made, or no directory part
-        EXPECT_EQ(make_dir_from_filename(done.c_str(), 777), 0) << done;
-    for (const std::string &p : {dir.file("blocker/f.xml"), dir.file("blocker/sub/f.xml")})
-        EXPECT_EQ(make_dir_from_filename(p.c_str(), 777), -1) << p;
+    // 777 is 0755 under the umask
+    EXPECT_TRUE(is_dir(dir.file("a/b"), 0755) && is_dir(dir.file("a/b/c"), 0755) && is_dir(dir.file("m/n"), 0700));
     EXPECT_EQ(read_file(dir.file("blocker")), "x");
-    EXPECT_EQ(make_dir_from_filename(nullptr, 777), -1);
-    EXPECT_EQ(make_dir_from_filename(dir.file("d/f").c_str(), 778), -1);   // 8 is no octal digit
-    EXPECT_EQ(make_dir_from_filename(dir.file("d/f").c_str(), -1), -1);
     vn_mem_fail_nth(1);   // its copy of the path can't be had
     EXPECT_EQ(make_dir_from_filename(dir.file("d/f").c_str(), 777), -1);
-    EXPECT_FALSE(file_exists(dir.file("d")) || file_exists("plain.xml"));
+    EXPECT_FALSE(file_exists(dir.file("a/b/c/file.xml")) || file_exists(dir.file("d")) || file_exists("plain.xml"));
 }
 
 }  // namespace
