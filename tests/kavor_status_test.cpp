@@ -7,6 +7,7 @@
 
 #include <random>
 
+#include "codec_util.h"
 #include "kavor.hpp"
 #include "kavor_fixture.h"
 #include "sweep.h"
@@ -115,15 +116,14 @@ TEST(LoadReport, EachFieldTellsWhatTheLoadFoundTheOneShotAndTheCodecTheSameAndXm
             continue;
         kavor_load_report_t shot;  // the one-shot, and the codec with and without a report
         EXPECT_TRUE(kavor_file2param_v2(&f.rgst, 0, &shot) == 0 && memcmp(&shot.values, &rep.values, sizeof rep.values) == 0);
-        xmlDocPtr d = xmlReadMemory(r.main.data(), static_cast<int>(r.main.size()), "rep.xml", nullptr, 0);
+        Doc d(r.main, true);
         Rep blk[2] = {}; param_xml_report_t values; std::vector<std::string> records[2];
         for (int i : {0, 1}) {
             TraceCapture cap(8);
-            xmlNodePtr n = xmlDocGetRootElement(d)->children;
-            i == 0 ? xml2param(&blk[0], n, rep_table) : xml2param_report(&blk[1], n, rep_table, 0, &values);
+            i == 0 ? xml2param(&blk[0], d.root()->children, rep_table)
+                   : xml2param_report(&blk[1], d.root()->children, rep_table, 0, &values);
             records[i] = cap.records();
         }
-        xmlFreeDoc(d);
         EXPECT_TRUE(memcmp(&blk[0], &blk[1], sizeof blk[0]) == 0 && memcmp(&values, &rep.values, sizeof values) == 0);
         EXPECT_EQ(records[0], records[1]);
     }

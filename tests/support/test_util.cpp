@@ -14,8 +14,7 @@ TempDir::TempDir()
 {
     const char *base = std::getenv("TMPDIR");
     std::string tmpl = std::string(base && *base ? base : "/tmp") + "/kavor-test-XXXXXX";
-    char *made = mkdtemp(&tmpl[0]);
-    path_ = made ? made : "";
+    path_ = mkdtemp(&tmpl[0]) != nullptr ? tmpl : "";
 }
 
 TempDir::~TempDir()
@@ -38,11 +37,9 @@ std::string gunzip(const std::string &path)
     gzFile gz = gzopen(path.c_str(), "rb");
     std::string out;
     char buf[4096];
-    int n;
-    while (gz != nullptr && (n = gzread(gz, buf, sizeof buf)) > 0)
+    for (int n; gz != nullptr && (n = gzread(gz, buf, sizeof buf)) > 0;)
         out.append(buf, static_cast<size_t>(n));
-    if (gz != nullptr)
-        gzclose(gz);
+    gzclose(gz);   // nothing for a file not opened
     return out;
 }
 
@@ -78,8 +75,7 @@ std::string dump_children(xmlNode *node)
 std::string repeat(const std::string &s, size_t n)
 {
     std::string out;
-    out.reserve(s.size() * n);
-    for (size_t i = 0; i < n; i++)
+    while (n-- > 0)
         out += s;
     return out;
 }

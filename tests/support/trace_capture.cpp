@@ -1,5 +1,6 @@
 #include "trace_capture.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <mutex>
 
@@ -30,13 +31,6 @@ struct Modules {
     }
 } g_modules;
 
-template <typename F> size_t count_if(const std::vector<std::string> &records, F f)
-{
-    size_t n = 0;
-    for (const auto &r : records)
-        n += f(r);
-    return n;
-}
 }  // namespace
 
 TraceCapture::TraceCapture(uint32_t level)
@@ -56,18 +50,20 @@ std::vector<std::string> TraceCapture::records() const
 
 size_t TraceCapture::count(int level, const std::string &func, const std::string &msg) const
 {
-    const std::string want = std::to_string(level) + " " + func + ": " + msg;
-    return count_if(records(), [&](const std::string &r) { return r == want; });
+    const std::vector<std::string> all = records();
+    return std::count(all.begin(), all.end(), std::to_string(level) + " " + func + ": " + msg);
 }
 
 size_t TraceCapture::count_containing(const std::string &text) const
 {
-    return count_if(records(), [&](const std::string &r) { return r.find(text) != std::string::npos; });
+    const std::vector<std::string> all = records();
+    return std::count_if(all.begin(), all.end(), [&](const std::string &r) { return r.find(text) != std::string::npos; });
 }
 
 size_t TraceCapture::count_at_most(int level) const
 {
-    return count_if(records(), [&](const std::string &r) { return std::atoi(r.c_str()) <= level; });
+    const std::vector<std::string> all = records();
+    return std::count_if(all.begin(), all.end(), [&](const std::string &r) { return std::atoi(r.c_str()) <= level; });
 }
 
 void TraceCapture::clear()
