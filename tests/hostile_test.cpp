@@ -3,9 +3,8 @@
 // where the leak checker sees it.
 //
 // A data file: lines "# accept <outcome>..." ("0", "1", or "0b": 0 with the
-// backup's content) and "# record <record>" (@F: the file's path), then the
-// document, where "@{N*text}" is N copies, "@dir" the test directory and
-// "@xHH" the byte HH.
+// backup's content) and "# record <record>", then the document; in both
+// "@{N*text}" is N copies, "@dir" the test directory and "@xHH" the byte HH.
 #include <gtest/gtest.h>
 
 #include <sys/mman.h>
@@ -13,8 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <string>
-#include <vector>
+#include <sstream>
 
 #include <libxml/parser.h>
 
@@ -67,17 +65,14 @@ std::vector<Hostile> hostile_files()
 {
     std::vector<Hostile> out;
     for (const std::string &n : files_in(kDir, ".doc")) {
-        std::string text = read_file(kDir + "/" + n);
+        std::istringstream in(read_file(kDir + "/" + n));
         Hostile h{n, "", "", {}};
-        size_t at = 0;
-        for (size_t eol; text.compare(at, 2, "# ") == 0 && (eol = text.find('\n', at)) != std::string::npos; at = eol + 1) {
-            std::string line = text.substr(at + 2, eol - at - 2);
-            if (line.compare(0, 7, "accept ") == 0)
-                h.accept += line.substr(6) + " ";
-            else if (line.compare(0, 7, "record ") == 0)
-                h.records.push_back(line.substr(7));
-        }
-        h.body = text.substr(at);
+        for (std::string line; in.peek() == '#' && std::getline(in, line);)
+            if (line.compare(0, 9, "# accept ") == 0)
+                h.accept += line.substr(8) + " ";
+            else if (line.compare(0, 9, "# record ") == 0)
+                h.records.push_back(line.substr(9));
+        h.body.assign(std::istreambuf_iterator<char>(in), {});
         out.push_back(h);
     }
     return out;
@@ -171,13 +166,9 @@ TEST(HostileLoad, EveryDocumentLoadsOrFallsBackWithinTheBounds)
         EXPECT_TRUE(h.accept.find(" " + got + " ") != std::string::npos ||
                     (o.ret == 0 && h.accept.find(" 0 ") != std::string::npos))
             << "result " << got << "\n" << o.records;
-        for (std::string rec : h.records) {
-            size_t f = rec.find("@F");
-            if (f != std::string::npos)
-                rec.replace(f, 2, dir.file("cfg.xml"));
-            EXPECT_NE(std::string::npos, ("\n" + std::string(o.records)).find("\n" + rec + "\n"))
+        for (const std::string &rec : h.records)
+            EXPECT_NE(std::string::npos, ("\n" + std::string(o.records)).find("\n" + expand(rec, dir.path()) + "\n"))
                 << rec << "\n" << o.records;
-        }
     }
     munmap(shared, sizeof(Outcome));
 }
