@@ -157,12 +157,10 @@ bool full_device(const std::string &at)
 // Through the C++ face: a file saved, and files whose path meets a regular file or a full device.
 TEST(SaveStatus, AFailingSaveTellsItsStepAndErrnoUntilASaveCompletesAndFlushWaitsForTheMarksBeforeIt)
 {
-    for (bool refuse_new : {true, false}) {  // its registry, or the manager itself refused
-        g_refuse_new = refuse_new, vn_mem_fail_nth(refuse_new ? 0 : 2);  // 2: the task object
-        kavor::Manager none = kavor::Manager::create("none");
-        g_refuse_new = false, vn_mem_fail_nth(0);
-        EXPECT_FALSE(none.flush(0) || none.set_policy(0));
-    }
+    g_refuse_new = true;  // its registry refused: an empty manager (the manager refused is the hpp test's)
+    kavor::Manager none = kavor::Manager::create("none");
+    g_refuse_new = false;
+    EXPECT_FALSE(none || none.flush(0) || none.set_policy(0));
     const int32_t N = KAVOR_STEP_NONE, W = KAVOR_STEP_WRITE;
     auto told = [](const kavor_save_status_t &s) {  // attempts > 0, failed step, errno, saves, last save's times told
         return std::make_tuple(s.attempts > 0, s.failed_step, s.failed_errno, s.saves, s.saved_time > 0 && s.saved_uptime_ms > 0);
@@ -196,7 +194,6 @@ TEST(SaveStatus, AFailingSaveTellsItsStepAndErrnoUntilASaveCompletesAndFlushWait
     EXPECT_TRUE(m.flush(5000));
     for (int i : {0, 1})  // the last failure stays told
         EXPECT_TRUE(errs[i] == 0 || told(failing[i].save_status()) == std::make_tuple(false, W, errs[i], 1u, true)) << i;
-    EXPECT_FALSE(m.set_policy(KAVOR_POLICY_KEEP_UNKNOWN << 1));
 }
 
 struct Floats { float f[256]; double d[256]; };

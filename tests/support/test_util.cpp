@@ -1,14 +1,14 @@
 #include "test_util.h"
 
-#include <dirent.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <sys/stat.h>
-#include <zlib.h>
 
 TempDir::TempDir()
 {
@@ -19,9 +19,8 @@ TempDir::TempDir()
 
 TempDir::~TempDir()
 {
-    // A leftover temporary directory harms no test.
-    if (!path_.empty() && std::system(("rm -rf '" + path_ + "'").c_str()) != 0)
-        path_.clear();
+    std::error_code ignored;   // a leftover temporary directory harms no test
+    std::filesystem::remove_all(path_, ignored);
 }
 
 std::string read_file(const std::string &path)
@@ -83,14 +82,12 @@ std::string repeat(const std::string &s, size_t n)
 std::vector<std::string> files_in(const std::string &dir, const std::string &suffix)
 {
     std::vector<std::string> out;
-    DIR *d = opendir(dir.c_str());
-    while (struct dirent *e = d != nullptr ? readdir(d) : nullptr) {
-        std::string n = e->d_name;
-        if (n != "." && n != ".." && n.size() >= suffix.size() && n.compare(n.size() - suffix.size(), suffix.size(), suffix) == 0)
+    std::error_code ignored;   // no directory, no names
+    for (const auto &e : std::filesystem::directory_iterator(dir, ignored)) {
+        const std::string n = e.path().filename().string();
+        if (n.size() >= suffix.size() && n.compare(n.size() - suffix.size(), suffix.size(), suffix) == 0)
             out.push_back(n);
     }
-    if (d != nullptr)
-        closedir(d);
     std::sort(out.begin(), out.end());
     return out;
 }
