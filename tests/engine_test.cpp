@@ -85,10 +85,7 @@ TEST(VnSem, BinaryAndTimed)
     vn_sem_delete(s);
 }
 
-struct item {
-    struct znode node;
-    int value;
-};
+struct item { struct znode node; int value; };
 
 // The values from head to end, checking the links and the tail on the way.
 std::string walk(zhead_t head)

@@ -116,12 +116,10 @@ void quiet(void *, const char *, ...) {}
     TraceCapture cap(5);
     static fuzz::RichBlock b;
     fuzz::reset(&b);
-    {
-        Mgr mgr;
-        kavor_file_rgst_t r = request(dir.file("cfg"), "dev", fx_table, &b.all, 1);
-        xml_file_hdl h = kavor_register(mgr.get(), &r);
-        o->ret = h != nullptr ? kavor_load_one(h) : -2;
-    }
+    Mgr mgr;
+    kavor_file_rgst_t r = request(dir.file("cfg"), "dev", fx_table, &b.all, 1);
+    xml_file_hdl h = kavor_register(mgr.get(), &r);
+    o->ret = h != nullptr ? kavor_load_one(h) : -2;
     o->secret = memmem(&b, sizeof b, kSecret, strlen(kSecret)) != nullptr;
     o->good_backup = strcmp(b.all.label, "backup") == 0;
     std::string recs;

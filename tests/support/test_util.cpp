@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 TempDir::TempDir()
 {
@@ -26,9 +25,7 @@ TempDir::~TempDir()
 std::string read_file(const std::string &path)
 {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 std::string gunzip(const std::string &path)
@@ -50,8 +47,7 @@ bool write_file(const std::string &path, const std::string &content, bool gz)
         return f != nullptr && gzclose(f) == Z_OK && n == static_cast<int>(content.size());
     }
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << content;
-    return static_cast<bool>(out);
+    return static_cast<bool>(out << content);
 }
 
 bool file_exists(const std::string &path)
