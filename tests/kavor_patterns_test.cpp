@@ -75,9 +75,8 @@ TEST(Patterns, AMigrationGivesWhatTheGuideSaysAndItsNextSaveLeavesTheOldNamesOut
                       "<timeout>30</timeout></dev></dev>\n");
 }
 
-// One process saves generation after generation (each saved before the
-// next) of a file that another loads meanwhile: every load of the reader
-// fills its block from one whole copy, whatever its result says.
+// One process saves generation after generation of a file that another loads meanwhile:
+// every load of the reader fills its block from one whole copy, whatever its result says.
 TEST(Patterns, AProcessLoadingAFileThatAnotherSavesAlwaysFindsAWholeCopy)
 {
     TempDir dir;
