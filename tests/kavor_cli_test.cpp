@@ -2,13 +2,7 @@
 // subcommand and exit code (tests/data/schema/cli_cases.txt); `status` names
 // the copy kavor_load_one takes, and a `set` cut after any step of its write
 // leaves a complete copy; the calls it names files and judges copies with.
-#include <gtest/gtest.h>
-
-#include <stdio.h>
-
-#include <memory>
-#include <sstream>
-
+#include "codec_util.h"
 #include "kavor_cli.h"
 #include "kavor_fixture.h"
 #include "sweep.h"
@@ -17,14 +11,12 @@ using namespace kvtest;
 
 namespace {
 
-// `s` with "$D" as `dir` and the escapes "\n", "\t" as their characters.
+// `s` with "$D" as `dir`, unescaped.
 std::string expand(std::string s, const std::string &dir)
 {
     for (size_t p; (p = s.find("$D")) != std::string::npos;)
         s.replace(p, 2, dir);
-    for (size_t p = 0; (p = s.find('\\', p)) != std::string::npos && p + 1 < s.size(); p++)
-        s.replace(p, 2, s[p + 1] == 'n' ? "\n" : s[p + 1] == 't' ? "\t" : s.substr(p + 1, 1));
-    return s;
+    return unescaped(s);
 }
 
 // The installed command's way: a shell runs it; its exit code and output.
@@ -67,8 +59,6 @@ TEST(KavorCli, EachSubcommandAndExitCodeOnGoodDamagedAndEditedFiles)
     }
     EXPECT_EQ(ran, 43);
 }
-
-// ---- status decides as the load does ---------------------------------------
 
 using Files = std::map<std::string, std::string>;   // base name -> bytes
 
@@ -160,8 +150,6 @@ TEST(KavorCli, StatusTakesTheCopyTheLoadTakesAndASetCutLeavesACompleteCopy)
     }
     EXPECT_GE(n, 28);
 }
-
-// ---- the calls the command names files and judges copies with ---------------------
 
 TEST(KavorCli, FileNamesFitOrFailAndCopyReadRefusesNoPath)
 {

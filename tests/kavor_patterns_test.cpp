@@ -75,17 +75,14 @@ TEST(Patterns, AMigrationGivesWhatTheGuideSaysAndItsNextSaveLeavesTheOldNamesOut
                       "<timeout>30</timeout></dev></dev>\n");
 }
 
-struct Pair { int32_t a, b; };
-pdesc pair_table[] = {PX_SINT(Pair, a, "a"), PX_SINT(Pair, b, "b"), PX_END};
-
-// One process saves generation after generation (a = b = g, each saved
-// before the next) of a file that another loads meanwhile: every load of the
-// reader fills its block from one whole copy, whatever its result says.
+// One process saves generation after generation of a file that another loads meanwhile:
+// every load of the reader fills its block from one whole copy, whatever its result says.
 TEST(Patterns, AProcessLoadingAFileThatAnotherSavesAlwaysFindsAWholeCopy)
 {
     TempDir dir;
-    Pair p{};
-    kavor_file_rgst_t r = kvtest::request(dir.file("pair"), "pair", pair_table, &p, 1);
+    kvtest::Blk b;
+    kvtest::fill(b, 0);
+    kavor_file_rgst_t r = kvtest::request(dir.file("blk"), "blk", kvtest::blk_table(), &b, 1);
     ASSERT_EQ(kavor_param2file(&r), 0);
     const int gens = 20;
     pid_t writer = fork();
@@ -94,7 +91,7 @@ TEST(Patterns, AProcessLoadingAFileThatAnotherSavesAlwaysFindsAWholeCopy)
         xml_file_hdl h = kavor_register(mgr, &r);
         bool ok = h != nullptr;
         for (int g = 1; g <= gens && ok; g++) {
-            kavor_file_lock(h), p.a = p.b = g, kavor_file_unlock(h);
+            kvtest::set_locked(h, b, g);
             ok = kavor_save_one(h) == 0 && kvtest::wait_for([&] { return kavor_file_on_saving(h) == 0; });
         }
         kavor_destroy(mgr);
@@ -106,11 +103,11 @@ TEST(Patterns, AProcessLoadingAFileThatAnotherSavesAlwaysFindsAWholeCopy)
     for (bool running = true; running; loads++) {
         running = waitpid(writer, &st, WNOHANG) == 0;
         kavor_load_one(h);
-        ASSERT_EQ(p.a, p.b);
+        ASSERT_NE(kvtest::whole_gen(b), -1);
     }
     EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0);
     EXPECT_EQ(kavor_load_one(h), 0);
-    EXPECT_EQ(std::make_tuple(p.a, loads > 1), std::make_tuple(gens, true));
+    EXPECT_EQ(std::make_tuple(kvtest::whole_gen(b), loads > 1), std::make_tuple(gens, true));
     kavor_destroy(mgr);
 }
 

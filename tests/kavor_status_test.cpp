@@ -7,6 +7,7 @@
 
 #include <random>
 
+#include "codec_util.h"
 #include "kavor.hpp"
 #include "kavor_fixture.h"
 #include "sweep.h"
@@ -115,15 +116,14 @@ TEST(LoadReport, EachFieldTellsWhatTheLoadFoundTheOneShotAndTheCodecTheSameAndXm
             continue;
         kavor_load_report_t shot;  // the one-shot, and the codec with and without a report
         EXPECT_TRUE(kavor_file2param_v2(&f.rgst, 0, &shot) == 0 && memcmp(&shot.values, &rep.values, sizeof rep.values) == 0);
-        xmlDocPtr d = xmlReadMemory(r.main.data(), static_cast<int>(r.main.size()), "rep.xml", nullptr, 0);
+        Doc d(r.main, true);
         Rep blk[2] = {}; param_xml_report_t values; std::vector<std::string> records[2];
         for (int i : {0, 1}) {
             TraceCapture cap(8);
-            xmlNodePtr n = xmlDocGetRootElement(d)->children;
-            i == 0 ? xml2param(&blk[0], n, rep_table) : xml2param_report(&blk[1], n, rep_table, 0, &values);
+            i == 0 ? xml2param(&blk[0], d.root()->children, rep_table)
+                   : xml2param_report(&blk[1], d.root()->children, rep_table, 0, &values);
             records[i] = cap.records();
         }
-        xmlFreeDoc(d);
         EXPECT_TRUE(memcmp(&blk[0], &blk[1], sizeof blk[0]) == 0 && memcmp(&values, &rep.values, sizeof values) == 0);
         EXPECT_EQ(records[0], records[1]);
     }
@@ -157,12 +157,10 @@ bool full_device(const std::string &at)
 // Through the C++ face: a file saved, and files whose path meets a regular file or a full device.
 TEST(SaveStatus, AFailingSaveTellsItsStepAndErrnoUntilASaveCompletesAndFlushWaitsForTheMarksBeforeIt)
 {
-    for (bool refuse_new : {true, false}) {  // its registry, or the manager itself refused
-        g_refuse_new = refuse_new, vn_mem_fail_nth(refuse_new ? 0 : 2);  // 2: the task object
-        kavor::Manager none = kavor::Manager::create("none");
-        g_refuse_new = false, vn_mem_fail_nth(0);
-        EXPECT_FALSE(none.flush(0) || none.set_policy(0));
-    }
+    g_refuse_new = true;  // its registry refused: an empty manager (the manager refused is the hpp test's)
+    kavor::Manager none = kavor::Manager::create("none");
+    g_refuse_new = false;
+    EXPECT_FALSE(none || none.flush(0) || none.set_policy(0));
     const int32_t N = KAVOR_STEP_NONE, W = KAVOR_STEP_WRITE;
     auto told = [](const kavor_save_status_t &s) {  // attempts > 0, failed step, errno, saves, last save's times told
         return std::make_tuple(s.attempts > 0, s.failed_step, s.failed_errno, s.saves, s.saved_time > 0 && s.saved_uptime_ms > 0);
@@ -196,7 +194,6 @@ TEST(SaveStatus, AFailingSaveTellsItsStepAndErrnoUntilASaveCompletesAndFlushWait
     EXPECT_TRUE(m.flush(5000));
     for (int i : {0, 1})  // the last failure stays told
         EXPECT_TRUE(errs[i] == 0 || told(failing[i].save_status()) == std::make_tuple(false, W, errs[i], 1u, true)) << i;
-    EXPECT_FALSE(m.set_policy(KAVOR_POLICY_KEEP_UNKNOWN << 1));
 }
 
 struct Floats { float f[256]; double d[256]; };

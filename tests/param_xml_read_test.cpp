@@ -1,11 +1,7 @@
 // The reader: what each kind stores from the documents the writer makes and
 // from many it doesn't, the count fields, the records of the refusals, and
 // what the report counts.
-#include <gtest/gtest.h>
-
-#include <cinttypes>
 #include <random>
-#include <sstream>
 
 #include "codec_util.h"
 
@@ -19,14 +15,6 @@ std::string join(const T *v, size_t n)
     for (size_t i = 0; i < n; i++)
         out << (i ? " " : "") << +v[i];
     return out.str();
-}
-
-// `s` with "\n", "\t" and "\r" (a backslash and a letter) made the characters again.
-std::string unescaped(std::string s)
-{
-    for (size_t at = 0; (at = s.find('\\', at)) != std::string::npos; at++)
-        s.replace(at, 2, s[at + 1] == 'n' ? "\n" : s[at + 1] == 't' ? "\t" : "\r");
-    return s;
 }
 
 // Reads each document of the section `name` of the reader's expected file
@@ -45,16 +33,6 @@ void expect_read(const std::string &name, struct pdesc r, const std::function<vo
         read_row(fresh(), r, unescaped(docs[i]));
         return docs[i] + "\n= " + shown();
     });
-}
-
-TEST(Reader, Strings)
-{
-    char b[16];
-    auto fresh = [&] { return std::memset(b, '#', sizeof b); };
-    auto shown = [&] { return printable(b, sizeof b); };
-    expect_read("strings", row(PT_STRI, "s", 16, 16), fresh, shown);
-    expect_read("strings of size 4", row(PT_STRI, "s", 16, 4), fresh, shown);
-    expect_read("a string named text", row(PT_STRI, "text", 16, 16), fresh, shown);
 }
 
 // Every text of numbers fills an array of each width and signedness as the
@@ -98,61 +76,56 @@ TEST(Reader, IntegerTextsAreReadAsTheLibraryReadsThem)
     }
 }
 
-TEST(Reader, IdxPlacesValuesAndMovesTheCountField)
+// Integers placed by "idx" moving their count field, and bad sizes of each kind.
+TEST(Reader, StringsIntegersFloatsAndEnumerations)
 {
+    char s[16];
+    auto chars = [&] { return std::memset(s, '#', sizeof s); };
+    auto shown = [&] { return printable(s, sizeof s); };
+    expect_read("strings", row(PT_STRI, "s", 16, 16), chars, shown);
+    expect_read("strings of size 4", row(PT_STRI, "s", 16, 4), chars, shown);
+    expect_read("a string named text", row(PT_STRI, "text", 16, 16), chars, shown);
     struct { int32_t v[8]; int n; } b;
     expect_read("idx", cia(row(PT_SINT, "v", 8, 4), offsetof(decltype(b), n)), [&] { return std::memset(&b, 0xFF, sizeof b); },
                 [&] { return join(b.v, 8) + " n=" + std::to_string(b.n); });
     expect_read("integers of size 3", row(PT_SINT, "v", 4, 3), [&] { return std::memset(&b, 0, sizeof b); }, [&] { return join(b.v, 2); });
-}
-
-TEST(Reader, Floats)
-{
     float f[4];
     double d[4];
     auto floats = [&] { std::fill(f, f + 4, -7.0f); return f; };
     expect_read("floats", row(PT_FLOT, "x", 4, 4), floats, [&] { return join(f, 4); });
     expect_read("doubles", row(PT_FLOT, "x", 4, 8), [&] { std::fill(d, d + 4, -7.0); return d; }, [&] { return join(d, 4); });
     expect_read("floats of size 2", row(PT_FLOT, "x", 2, 2), floats, [&] { return join(f, 4); });
-}
-
-TEST(Reader, Enumerations)
-{
     struct enume on_off[] = {{"on", 1}, {"off", 0}, {nullptr, 5}};
     int v[4];
-    auto fresh = [&] { return std::memset(v, 0xFF, sizeof v); };
-    auto shown = [&] { return join(v, 4); };
-    expect_read("enumerations", aux(row(PT_ENUM, "mode", 3, 4), on_off), fresh, shown);
-    expect_read("enumerations of count 0", aux(row(PT_ENUM, "mode", 0, 4), on_off), fresh, shown);
-    expect_read("enumerations of size 2", aux(row(PT_ENUM, "mode", 3, 2), on_off), fresh, shown);
-    expect_read("enumerations of size 8", aux(row(PT_ENUM, "mode", 2, 8), on_off), fresh, shown);
-}
-
-TEST(Reader, Structures)
-{
-    struct Ports { Port p[4]; int n; Port *far; } b;
-    auto shown = [&] {
-        int speeds[] = {b.p[0].speed, b.p[1].speed, b.p[2].speed, b.p[3].speed};
-        return join(speeds, 4) + " n=" + std::to_string(b.n);
-    };
-    auto port_row = [](int type) {
-        return cia(sub(row(type, "port", 4, sizeof(Port), type == PT_STRUM ? offsetof(Ports, far) : 0), kPortRows), offsetof(Ports, n));
-    };
-    for (int type : {PT_STRU, PT_STRUM})
-        expect_read("structures", port_row(type), [&] { std::memset(&b, 0xFF, sizeof b), b.far = b.p; return &b; }, shown);
-    expect_read("structures behind no pointer", port_row(PT_STRUM), [&] { std::memset(&b, 0xFF, sizeof b), b.far = nullptr; return &b; }, shown);
+    auto ints = [&] { return std::memset(v, 0xFF, sizeof v); };
+    auto values = [&] { return join(v, 4); };
+    expect_read("enumerations", aux(row(PT_ENUM, "mode", 3, 4), on_off), ints, values);
+    expect_read("enumerations of count 0", aux(row(PT_ENUM, "mode", 0, 4), on_off), ints, values);
+    expect_read("enumerations of size 2", aux(row(PT_ENUM, "mode", 3, 2), on_off), ints, values);
+    expect_read("enumerations of size 8", aux(row(PT_ENUM, "mode", 2, 8), on_off), ints, values);
 }
 
 struct Counted { int32_t *p[3]; int n[3]; int cia; };
 
 pdesc counted_row(int type = PT_SINT, size_t size = 4) { return cia(cob(row(type, "c", 3, size), offsetof(Counted, n)), offsetof(Counted, cia)); }
 
-// Empty entries close up; a new buffer starts zeroed; an entry no element
-// reaches keeps its pointer. Wrappers refused for their count or index; a
-// refused count leaves its entry saying "no buffer", whatever it held.
-// "idx" on wrappers, and surplus values inside.
-TEST(Reader, CountedBuffers)
+// Structures in place and behind a pointer. Counted buffers: empty entries close
+// up; a new buffer starts zeroed; an entry no element reaches keeps its pointer.
+// Wrappers refused for their count or index; a refused count leaves its entry
+// saying "no buffer", whatever it held. "idx" on wrappers, surplus values inside.
+TEST(Reader, StructuresAndCountedBuffers)
 {
+    struct Ports { Port p[4]; int n; Port *far; } b;
+    auto speeds = [&] {
+        int v[] = {b.p[0].speed, b.p[1].speed, b.p[2].speed, b.p[3].speed};
+        return join(v, 4) + " n=" + std::to_string(b.n);
+    };
+    auto port_row = [](int type) {
+        return cia(sub(row(type, "port", 4, sizeof(Port), type == PT_STRUM ? offsetof(Ports, far) : 0), kPortRows), offsetof(Ports, n));
+    };
+    for (int type : {PT_STRU, PT_STRUM})
+        expect_read("structures", port_row(type), [&] { std::memset(&b, 0xFF, sizeof b), b.far = b.p; return &b; }, speeds);
+    expect_read("structures behind no pointer", port_row(PT_STRUM), [&] { std::memset(&b, 0xFF, sizeof b), b.far = nullptr; return &b; }, speeds);
     int32_t keep = 0;
     Counted r;
     auto shown = [&](int type) {

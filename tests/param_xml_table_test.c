@@ -42,15 +42,9 @@ int main(void)
     int rows = print_rows("all", fx_table);
     print_rows("item", fx_item_table), print_rows("node", fx_node_table), print_rows("other", fx_other_table);
     print_rows("local", local_table);
-    for (e = fx_modes;; e++) {
+    for (e = fx_modes; e == fx_modes || e[-1].key != NULL; e++)   /* the end entry too */
         printf("modes %s %d\n", e->key != NULL ? e->key : "-", e->value);
-        if (e->key == NULL)
-            break;
-    }
-    for (a = fx_kinds;; a++) {
+    for (a = fx_kinds; a == fx_kinds || a[-1].name != NULL; a++)
         printf("kinds %zu %s %s\n", a->size, table_name(a->pdesc), a->name != NULL ? a->name : "-");
-        if (a->name == NULL)
-            break;
-    }
     return rows == FX_ROWS && param_xml_check(fx_table) == 0 && param_xml_check(local_table) == 0 ? 0 : 1;
 }

@@ -1,10 +1,6 @@
 // The writer: each kind's document, exact to the byte, with the records that
 // mark what was lost, as one table per kind; bad rows; text XML can't carry.
-#include <gtest/gtest.h>
-
 #include <cfloat>
-#include <climits>
-#include <cmath>
 
 #include "codec_util.h"
 #include "sweep.h"
@@ -12,7 +8,7 @@
 namespace {
 
 // One row written over `mem`, with param2xml_opt's `options`.
-struct Case { void *mem; struct pdesc row; uint32_t options; };
+struct Case { void *mem; struct pdesc row; uint32_t options = 0; };
 
 // The document of each case on one line ("-" for none), and its records.
 void expect_written(const std::string &name, const std::vector<Case> &cases)
@@ -24,19 +20,7 @@ void expect_written(const std::string &name, const std::vector<Case> &cases)
     });
 }
 
-TEST(Writer, Strings)
-{
-    char s[5][12] = {"alpha", "abcdefg", "abcdefgh", "abc", ""};
-    char esc[8] = "a<b&c", before[8] = {'x', 'y', 'z', 0};
-    expect_written("strings", {{s[0], row(PT_STRI, "s", 8, 8), 0}, {s[1], row(PT_STRI, "s", 8, 8), 0},
-                               {s[2], row(PT_STRI, "s", 8, 8), 0}, {s[3], row(PT_STRI, "s", 1, 8), 0},
-                               {s[4], row(PT_STRI, "s", 8, 8), 0}, {esc, row(PT_STRI, "s", 8, 8), 0},
-                               {before + 4, row(PT_STRI, "s", 0, 4), 0}});
-    EXPECT_EQ('\0', s[2][7]) << "the terminator is stored at count - 1";
-    EXPECT_EQ('z', before[2]) << "a count below 1 stores nothing in front of the field";
-}
-
-TEST(Writer, Integers)
+TEST(Writer, IntegersStringsFloatsAndEnumerations)
 {
     int8_t s1[] = {INT8_MIN, INT8_MAX, 0, -1};
     int16_t s2[] = {INT16_MIN, INT16_MAX};
@@ -52,43 +36,41 @@ TEST(Writer, Integers)
     struct { int32_t v; int n; } one = {7, 1};
     const pdesc ca = cia(row(PT_SINT, "v", 3, 4), offsetof(decltype(c2), n));
     expect_written("integers", {
-        {s1, row(PT_SINT, "v", 4, 1), 0}, {s1, row(PT_SINT | PT_FMT_HEXL, "v", 4, 1), 0}, {s1, row(PT_SINT | PT_FMT_HEXU, "v", 4, 1), 0},
-        {s2, row(PT_SINT, "v", 2, 2), 0}, {s4, row(PT_SINT, "v", 20, 4), 0}, {s8, row(PT_SINT, "v", 5, 8), 0},
-        {u1, row(PT_UINT, "v", 3, 1), 0}, {u1, row(PT_UINT | PT_FMT_HEXL, "v", 3, 1), 0}, {u1, row(PT_UINT | PT_FMT_HEXU, "v", 33, 1), 0},
-        {u2, row(PT_UINT | 0x5, "v", 17, 2), 0}, {u4, row(PT_UINT | PT_FMT_HEXU, "v", 2, 4), 0}, {u4, row(PT_UINT, "v", 2, 4), 0},
-        {u8, row(PT_UINT, "v", 2, 8), 0}, {u8, row(PT_UINT | PT_FMT_HEXL, "v", 2, 8), 0}, {u8, row(PT_UINT, "v", 5, 3), 0},
-        {u8, row(PT_UINT, "v", 0, 3), 0}, {u8, row(PT_SINT, "v", -3, 4), 0},
-        {&c2, ca, 0}, {&c7, ca, 0}, {&c0, ca, 0}, {&cn, ca, 0},
-        {&one, cia(row(PT_SINT, "v", 1000000000, 4), 4), 0}, {&one, cia(row(PT_UINT, "v", 1000000000, 4), 4), 0},
-        {&one, cia(row(PT_FLOT, "v", 1000000000, 4), 4), 0}, {&one, cia(row(PT_SINT, "v", 999999999, 4), 4), 0},
-        {&one, cia(row(PT_UINT, "v", 999999999, 4), 4), 0}, {&one, cia(row(PT_FLOT, "v", 999999999, 4), 4), 0},
+        {s1, row(PT_SINT, "v", 4, 1)}, {s1, row(PT_SINT | PT_FMT_HEXL, "v", 4, 1)}, {s1, row(PT_SINT | PT_FMT_HEXU, "v", 4, 1)},
+        {s2, row(PT_SINT, "v", 2, 2)}, {s4, row(PT_SINT, "v", 20, 4)}, {s8, row(PT_SINT, "v", 5, 8)},
+        {u1, row(PT_UINT, "v", 3, 1)}, {u1, row(PT_UINT | PT_FMT_HEXL, "v", 3, 1)}, {u1, row(PT_UINT | PT_FMT_HEXU, "v", 33, 1)},
+        {u2, row(PT_UINT | 0x5, "v", 17, 2)}, {u4, row(PT_UINT | PT_FMT_HEXU, "v", 2, 4)}, {u4, row(PT_UINT, "v", 2, 4)},
+        {u8, row(PT_UINT, "v", 2, 8)}, {u8, row(PT_UINT | PT_FMT_HEXL, "v", 2, 8)}, {u8, row(PT_UINT, "v", 5, 3)},
+        {u8, row(PT_UINT, "v", 0, 3)}, {u8, row(PT_SINT, "v", -3, 4)}, {&c2, ca}, {&c7, ca}, {&c0, ca}, {&cn, ca},
+        {&one, cia(row(PT_SINT, "v", 1000000000, 4), 4)}, {&one, cia(row(PT_UINT, "v", 1000000000, 4), 4)},
+        {&one, cia(row(PT_FLOT, "v", 1000000000, 4), 4)}, {&one, cia(row(PT_SINT, "v", 999999999, 4), 4)},
+        {&one, cia(row(PT_UINT, "v", 999999999, 4), 4)}, {&one, cia(row(PT_FLOT, "v", 999999999, 4), 4)},
     });
-}
-
-TEST(Writer, Floats)
-{
+    char s[5][12] = {"alpha", "abcdefg", "abcdefgh", "abc", ""};
+    char esc[8] = "a<b&c", before[8] = {'x', 'y', 'z', 0};
+    expect_written("strings", {{s[0], row(PT_STRI, "s", 8, 8)}, {s[1], row(PT_STRI, "s", 8, 8)}, {s[2], row(PT_STRI, "s", 8, 8)},
+                               {s[3], row(PT_STRI, "s", 1, 8)}, {s[4], row(PT_STRI, "s", 8, 8)}, {esc, row(PT_STRI, "s", 8, 8)},
+                               {before + 4, row(PT_STRI, "s", 0, 4)}});
+    EXPECT_EQ('\0', s[2][7]) << "the terminator is stored at count - 1";
+    EXPECT_EQ('z', before[2]) << "a count below 1 stores nothing in front of the field";
     float f[10], p[] = {1000000.0f, 0.1f, -1.0f / 3.0f, INFINITY, -INFINITY, FLT_MAX}, e[] = {0.1f, -0.0f, FLT_TRUE_MIN, FLT_MAX};
     double d[10], q[] = {0.1, 1.0 / 3.0, NAN, DBL_MAX}, x[] = {0.1, -0.0, DBL_TRUE_MIN, NAN};
     for (int i = 0; i < 10; i++)
         d[i] = f[i] = 0.5f * static_cast<float>(i + 1);
-    expect_written("floats", {{f, row(PT_FLOT, "g", 10, 4), 0}, {d, row(PT_FLOT, "g", 10, 8), 0}, {p, row(PT_FLOT, "x", 6, 4), 0},
-                              {q, row(PT_FLOT, "x", 4, 8), 0}, {q, row(PT_FLOT, "x", 2, 16), 0},
+    expect_written("floats", {{f, row(PT_FLOT, "g", 10, 4)}, {d, row(PT_FLOT, "g", 10, 8)}, {p, row(PT_FLOT, "x", 6, 4)},
+                              {q, row(PT_FLOT, "x", 4, 8)}, {q, row(PT_FLOT, "x", 2, 16)},
                               {e, row(PT_FLOT, "x", 4, 4), PARAM_XML_EXACT_FLOATS}, {x, row(PT_FLOT, "x", 4, 8), PARAM_XML_EXACT_FLOATS}});
-}
-
-TEST(Writer, Enumerations)
-{
     struct enume on_off[] = {{"on", 1}, {"off", 0}, {nullptr, 0}};
     struct enume dup[] = {{"a", 2}, {"b", 2}, {"z", 9}, {nullptr, 9}};
     struct enume empty[] = {{nullptr, 4}};
     struct { int value, other; } recs[2] = {{2, 111}, {9, 222}};
     int v[3] = {0, 1, 7}, w[2] = {4, 5};
-    expect_written("enumerations", {{v, aux(row(PT_ENUM, "mode", 3, 4), on_off), 0},
-                                    {recs, aux(row(PT_ENUM | PT_F_CIA | PT_F_COB, "e", 2, sizeof recs[0]), dup), 0},
-                                    {w, aux(row(PT_ENUM, "e", 2, 4), empty), 0}, {v, aux(row(PT_ENUM, "e", 2, 2), on_off), 0}});
+    expect_written("enumerations", {{v, aux(row(PT_ENUM, "mode", 3, 4), on_off)},
+                                    {recs, aux(row(PT_ENUM | PT_F_CIA | PT_F_COB, "e", 2, sizeof recs[0]), dup)},
+                                    {w, aux(row(PT_ENUM, "e", 2, 4), empty)}, {v, aux(row(PT_ENUM, "e", 2, 2), on_off)}});
 }
 
-TEST(Writer, StructuresAndCountedBuffers)
+TEST(Writer, StructuresCountedBuffersAndLists)
 {
     struct { Port ports[3]; int n; Port *far; } b = {{{10, 20}, {30, 40}, {50, 60}}, 2, nullptr};
     b.far = b.ports;
@@ -98,20 +80,16 @@ TEST(Writer, StructuresAndCountedBuffers)
         b2[i] = static_cast<uint16_t>(100 + i);
     struct { uint16_t *p[3]; int n[3]; } seg = {{b0, nullptr, b2}, {3, 0, 20}};
     int32_t i0[2] = {5, 6};
-    struct { int32_t *p[4]; int n[4]; } odd = {{i0, nullptr, i0, i0}, {-5, 2, -1000000000, 1000000000}};
+    struct { int32_t *p[4]; int n[4]; } holes = {{i0, nullptr, i0, i0}, {-5, 2, -1000000000, 1000000000}};
     Port a[2] = {{1, 2}, {3, 4}}, z[1] = {{9, 9}};
     struct { Port *p[3]; int n[3]; int cia; } ps = {{a, z, z}, {2, 1, 1}, 2};
     expect_written("structures", {
-        {&b, cia(sub(row(PT_STRU, "port", 3, sizeof(Port)), kPortRows), offsetof(decltype(b), n)), 0},
-        {&b, cia(sub(row(PT_STRUM, "port", 3, sizeof(Port), offsetof(decltype(b), far)), kPortRows), offsetof(decltype(b), n)), 0},
-        {&none, sub(row(PT_STRUM, "port", 2, sizeof(Port)), kPortRows), 0}, {&none, sub(row(PT_STRUM, "port", 0, sizeof(Port)), kPortRows), 0},
-        {&seg, cob(row(PT_UINT, "seg", 3, 2), sizeof seg.p), 0}, {&odd, cob(row(PT_SINT, "c", 4, 4), sizeof odd.p), 0},
-        {&ps, cia(cob(sub(row(PT_STRUM, "p", 3, sizeof(Port)), kPortRows), sizeof ps.p), sizeof ps.p + sizeof ps.n), 0},
+        {&b, cia(sub(row(PT_STRU, "port", 3, sizeof(Port)), kPortRows), offsetof(decltype(b), n))},
+        {&b, cia(sub(row(PT_STRUM, "port", 3, sizeof(Port), offsetof(decltype(b), far)), kPortRows), offsetof(decltype(b), n))},
+        {&none, sub(row(PT_STRUM, "port", 2, sizeof(Port)), kPortRows)}, {&none, sub(row(PT_STRUM, "port", 0, sizeof(Port)), kPortRows)},
+        {&seg, cob(row(PT_UINT, "seg", 3, 2), sizeof seg.p)}, {&holes, cob(row(PT_SINT, "c", 4, 4), sizeof holes.p)},
+        {&ps, cia(cob(sub(row(PT_STRUM, "p", 3, sizeof(Port)), kPortRows), sizeof ps.p), sizeof ps.p + sizeof ps.n)},
     });
-}
-
-TEST(Writer, Lists)
-{
     Rule r5 = {{}, 5, 0}, r6 = {{}, 6, 0};
     Event e = {{}, 7};
     Timer t = {{}, 100}, ghost = {{}, 3}, unnamed = {{}, 4}, alone = {{}, 1};
@@ -126,10 +104,10 @@ TEST(Writer, Lists)
     struct adesc small_first[] = {{sizeof(Timer), kTimerRows, "timer"}, {sizeof(Big), big_rows, "big"}, {0, nullptr, nullptr}};
     struct adesc big_first[] = {{sizeof(Big), big_rows, "big"}, {sizeof(Timer), kTimerRows, "timer"}, {0, nullptr, nullptr}};
     struct adesc no_alt[] = {{64, nullptr, nullptr}};
-    expect_written("lists", {{rules, sub(row(PT_LIST, "rule", 2, sizeof(Rule)), kRuleRows), 0},
-                             {tasks, aux(row(PT_VLST, "task", 1, 0), kAlts), 0}, {&odd, aux(row(PT_VLST, "task", 1, 0), small_first), 0},
-                             {&odd, aux(row(PT_VLST, "task", 1, 0), big_first), 0}, {lone, row(PT_VLST, "task", 2, 0), 0},
-                             {lone, aux(row(PT_VLST, "task", 2, 0), no_alt), 0}, {&odd, aux(row(PT_VLST, "task", 1, 0), kAlts), 0}});
+    expect_written("lists", {{rules, sub(row(PT_LIST, "rule", 2, sizeof(Rule)), kRuleRows)},
+                             {tasks, aux(row(PT_VLST, "task", 1, 0), kAlts)}, {&odd, aux(row(PT_VLST, "task", 1, 0), small_first)},
+                             {&odd, aux(row(PT_VLST, "task", 1, 0), big_first)}, {lone, row(PT_VLST, "task", 2, 0)},
+                             {lone, aux(row(PT_VLST, "task", 2, 0), no_alt)}, {&odd, aux(row(PT_VLST, "task", 1, 0), kAlts)}});
 }
 
 TEST(Writer, TheFrameSkipsBadRowsAndKeepsTableOrderBehindExistingChildren)

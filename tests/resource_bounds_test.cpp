@@ -1,9 +1,6 @@
 // Every allocation of both allocators failing in turn over a managed save, a
 // one-shot save and a load: the documented result, never an incomplete
 // document handed to the writer, and no leak.
-#include <gtest/gtest.h>
-
-#include "../fuzz/fuzz_table.h"
 #include "codec_util.h"
 #include "kavor_fixture.h"
 #include "sweep.h"
@@ -94,8 +91,7 @@ TEST_P(ResourceBounds, AOneShotSaveWritesTheDocumentOrFails)
 TEST_P(ResourceBounds, ALoadGivesADocumentedResultAndTouchesNoBlockOnMinusOne)
 {
     static fuzz::RichBlock want, got;
-    fuzz::reset(&want);
-    read_file_into(&want.all, fx_table, KAVOR_TEST_DATA_DIR "/rich_written.xml");
+    read_rich(&want);
     const std::string base = dir_.file("cfg"), text = write_table(&want.all, fx_table);
     kavor_file_rgst_t r = request(base, "dev", fx_table, &want.all, 0);
     ASSERT_EQ(kavor_param2file(&r), 0);

@@ -1,21 +1,25 @@
-// codec_util.h - what the codec's tests share: descriptor rows written on
-// one line, a parsed document, one row written or read on its own, and the
-// small structures (a port, a list rule, two variants) of their tables.
+// codec_util.h - what the codec's tests share: descriptor rows on one line, a
+// parsed document, one row written or read on its own, the every-kind block
+// read in, and the small structures (a port, a rule, two variants) of tables.
 #ifndef KAVOR_TEST_CODEC_UTIL_H
 #define KAVOR_TEST_CODEC_UTIL_H
 
 #include <gtest/gtest.h>
 
+#include <cinttypes>
+#include <cmath>
 #include <cstddef>
-#include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <algorithm>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <libxml/parser.h>
 
+#include "../../fuzz/fuzz_table.h"
 #include "param_xml.h"
 #include "test_util.h"
 #include "trace_capture.h"
@@ -50,12 +54,11 @@ struct Doc {
     xmlNode *root() const { return xmlDocGetRootElement(doc); }
 };
 
-/// Fills `mem` through `table` from the root element of the document at `path`.
-inline void read_file_into(void *mem, struct pdesc *table, const std::string &path)
+/// `b` emptied, then filled from the every-kind block's expected document.
+inline void read_rich(fuzz::RichBlock *b)
 {
-    Doc d(read_file(path), true);
-    if (d.doc != nullptr)
-        xml2param(mem, d.root(), table);
+    Doc d(read_file(KAVOR_TEST_DATA_DIR "/rich_written.xml"), true);
+    fuzz::reset(b), xml2param(&b->all, d.root(), fx_table);
 }
 
 /// The elements param2xml_opt makes of `table` over `mem`, as text.
@@ -74,6 +77,15 @@ inline void read_row(void *mem, struct pdesc r, const std::string &children)
     Doc d(children);
     if (d.doc != nullptr)
         xml2param(mem, d.root(), table);
+}
+
+/// `s` with a backslash and a letter made the character: "\n", "\t", "\r"
+/// as the controls, any other as the letter itself.
+inline std::string unescaped(std::string s)
+{
+    for (size_t at = 0; (at = s.find('\\', at)) != std::string::npos && at + 1 < s.size(); at++)
+        s.replace(at, 2, s[at + 1] == 'n' ? "\n" : s[at + 1] == 't' ? "\t" : s[at + 1] == 'r' ? "\r" : s.substr(at + 1, 1));
+    return s;
 }
 
 /// The `n` bytes at `p` as printable text: a zero byte as \0, a line end as

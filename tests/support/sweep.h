@@ -17,11 +17,6 @@
 
 enum class Alloc { library, libxml2 };
 
-inline const char *name_of(Alloc a)
-{
-    return a == Alloc::library ? "library allocator" : "libxml2 allocator";
-}
-
 /// Round 0 runs `op` without a failure (it also warms libxml2 up); round n
 /// refuses the nth allocation of `alloc`. After each `op`, with failures
 /// off, `after(refused)` checks the documented result and releases what the
@@ -30,22 +25,20 @@ inline long sweep(Alloc alloc, const std::function<void()> &op,
                   const std::function<void(bool refused)> &after)
 {
     XmlAlloc xa;
+    const bool lib = alloc == Alloc::library;
+    const std::string what = lib ? "library allocator" : "libxml2 allocator";
     long n = 0;
     for (;; n++) {
-        SCOPED_TRACE(std::string(name_of(alloc)) + ", allocation " + std::to_string(n));
+        SCOPED_TRACE(what + ", allocation " + std::to_string(n));
         const long lib_live = vn_mem_live(), xml_live = xa.live();
         const unsigned long lib_calls = vn_mem_calls(), lib_refused = vn_mem_refused();
         const long xml_calls = xa.calls();
-        if (alloc == Alloc::library)
-            vn_mem_fail_nth(static_cast<unsigned long>(n));
-        else
-            xa.fail_nth(n);
+        lib ? vn_mem_fail_nth(static_cast<unsigned long>(n)) : xa.fail_nth(n);
         op();
-        const bool refused = alloc == Alloc::library ? vn_mem_refused() > lib_refused : xa.failed();
+        const bool refused = lib ? vn_mem_refused() > lib_refused : xa.failed();
         vn_mem_fail_nth(0);
         xa.stop();
-        const bool reached = n > 0 && (alloc == Alloc::library
-                                           ? vn_mem_calls() - lib_calls >= static_cast<unsigned long>(n)
+        const bool reached = n > 0 && (lib ? vn_mem_calls() - lib_calls >= static_cast<unsigned long>(n)
                                            : xa.calls() - xml_calls >= n);
         EXPECT_EQ(refused, reached) << "the chosen allocation must be refused when reached";
         after(refused);
@@ -56,7 +49,7 @@ inline long sweep(Alloc alloc, const std::function<void()> &op,
         if ((n > 0 && !reached) || ::testing::Test::HasFailure() || n > 100000)
             break;
     }
-    EXPECT_GT(n, 1) << "the operation allocates nothing of the " << name_of(alloc);
+    EXPECT_GT(n, 1) << "the operation allocates nothing of the " << what;
     return n - 1;
 }
 

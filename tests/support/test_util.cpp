@@ -1,36 +1,31 @@
 #include "test_util.h"
 
-#include <dirent.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
-#include <sstream>
-#include <sys/stat.h>
-#include <zlib.h>
 
 TempDir::TempDir()
 {
     const char *base = std::getenv("TMPDIR");
     std::string tmpl = std::string(base && *base ? base : "/tmp") + "/kavor-test-XXXXXX";
-    char *made = mkdtemp(&tmpl[0]);
-    path_ = made ? made : "";
+    path_ = mkdtemp(&tmpl[0]) != nullptr ? tmpl : "";
 }
 
 TempDir::~TempDir()
 {
-    // A leftover temporary directory harms no test.
-    if (!path_.empty() && std::system(("rm -rf '" + path_ + "'").c_str()) != 0)
-        path_.clear();
+    std::error_code ignored;   // a leftover temporary directory harms no test
+    std::filesystem::remove_all(path_, ignored);
 }
 
 std::string read_file(const std::string &path)
 {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 std::string gunzip(const std::string &path)
@@ -38,11 +33,9 @@ std::string gunzip(const std::string &path)
     gzFile gz = gzopen(path.c_str(), "rb");
     std::string out;
     char buf[4096];
-    int n;
-    while (gz != nullptr && (n = gzread(gz, buf, sizeof buf)) > 0)
+    for (int n; gz != nullptr && (n = gzread(gz, buf, sizeof buf)) > 0;)
         out.append(buf, static_cast<size_t>(n));
-    if (gz != nullptr)
-        gzclose(gz);
+    gzclose(gz);   // nothing for a file not opened
     return out;
 }
 
@@ -54,8 +47,7 @@ bool write_file(const std::string &path, const std::string &content, bool gz)
         return f != nullptr && gzclose(f) == Z_OK && n == static_cast<int>(content.size());
     }
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << content;
-    return static_cast<bool>(out);
+    return static_cast<bool>(out << content);
 }
 
 bool file_exists(const std::string &path)
@@ -78,8 +70,7 @@ std::string dump_children(xmlNode *node)
 std::string repeat(const std::string &s, size_t n)
 {
     std::string out;
-    out.reserve(s.size() * n);
-    for (size_t i = 0; i < n; i++)
+    while (n-- > 0)
         out += s;
     return out;
 }
@@ -87,14 +78,12 @@ std::string repeat(const std::string &s, size_t n)
 std::vector<std::string> files_in(const std::string &dir, const std::string &suffix)
 {
     std::vector<std::string> out;
-    DIR *d = opendir(dir.c_str());
-    while (struct dirent *e = d != nullptr ? readdir(d) : nullptr) {
-        std::string n = e->d_name;
-        if (n != "." && n != ".." && n.size() >= suffix.size() && n.compare(n.size() - suffix.size(), suffix.size(), suffix) == 0)
+    std::error_code ignored;   // no directory, no names
+    for (const auto &e : std::filesystem::directory_iterator(dir, ignored)) {
+        const std::string n = e.path().filename().string();
+        if (n.size() >= suffix.size() && n.compare(n.size() - suffix.size(), suffix.size(), suffix) == 0)
             out.push_back(n);
     }
-    if (d != nullptr)
-        closedir(d);
     std::sort(out.begin(), out.end());
     return out;
 }

@@ -1,5 +1,6 @@
 #include "trace_capture.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <mutex>
 
@@ -21,26 +22,17 @@ int32_t collect(const char *record)
 // it neither counts among a test's live blocks nor takes an allocation that
 // a test means to fail.
 const uint32_t kLevels = 9;
-struct Modules {
-    vorn_trace_handle by_level[kLevels];
-    Modules()
-    {
-        for (uint32_t l = 0; l < kLevels; l++)
-            by_level[l] = vorn_mod_trace_init("test", nullptr, l, collect);
-    }
-} g_modules;
+const std::vector<vorn_trace_handle> g_modules = [] {
+    std::vector<vorn_trace_handle> by_level;
+    for (uint32_t l = 0; l < kLevels; l++)
+        by_level.push_back(vorn_mod_trace_init("test", nullptr, l, collect));
+    return by_level;
+}();
 
-template <typename F> size_t count_if(const std::vector<std::string> &records, F f)
-{
-    size_t n = 0;
-    for (const auto &r : records)
-        n += f(r);
-    return n;
-}
 }  // namespace
 
 TraceCapture::TraceCapture(uint32_t level)
-    : previous_(param_xml_trace_h), mine_(g_modules.by_level[level < kLevels ? level : kLevels - 1])
+    : previous_(param_xml_trace_h), mine_(g_modules[level < kLevels ? level : kLevels - 1])
 {
     clear();
     param_xml_trace_h = mine_;
@@ -56,18 +48,20 @@ std::vector<std::string> TraceCapture::records() const
 
 size_t TraceCapture::count(int level, const std::string &func, const std::string &msg) const
 {
-    const std::string want = std::to_string(level) + " " + func + ": " + msg;
-    return count_if(records(), [&](const std::string &r) { return r == want; });
+    const std::vector<std::string> all = records();
+    return std::count(all.begin(), all.end(), std::to_string(level) + " " + func + ": " + msg);
 }
 
 size_t TraceCapture::count_containing(const std::string &text) const
 {
-    return count_if(records(), [&](const std::string &r) { return r.find(text) != std::string::npos; });
+    const std::vector<std::string> all = records();
+    return std::count_if(all.begin(), all.end(), [&](const std::string &r) { return r.find(text) != std::string::npos; });
 }
 
 size_t TraceCapture::count_at_most(int level) const
 {
-    return count_if(records(), [&](const std::string &r) { return std::atoi(r.c_str()) <= level; });
+    const std::vector<std::string> all = records();
+    return std::count_if(all.begin(), all.end(), [&](const std::string &r) { return std::atoi(r.c_str()) <= level; });
 }
 
 void TraceCapture::clear()
