@@ -1,7 +1,6 @@
-// Threads on one manager within the lock rules, under TSan too: workers
-// register, change, save, load and unregister files of their own and share
-// one that a loader keeps loading while a marker marks and queries; requests
-// from many threads while the task sweeps lose no mark.
+// Threads on one manager within the lock rules, under TSan too: workers register, change, save, load and
+// unregister files of their own and share one that a loader keeps loading while a marker marks and queries;
+// requests from many threads while the task sweeps lose no mark.
 
 #include "kavor_fixture.h"
 #include "vn_mem_hook.h"

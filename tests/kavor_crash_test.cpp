@@ -55,11 +55,10 @@ std::map<std::string, Snapshot> cut_at_each_step(const Road &r, const std::vecto
     return at;
 }
 
-// A load after each step of a save finds the old copy or the new. Then a
-// restarted process loads what a cut after step k1 left, and its own first
-// save is cut after step k2: every load gives a whole copy, never one older
-// than the load before it; a file name that parses but that a load refuses
-// (a document type declaration) never becomes the backup.
+// A load after each step of a save finds the old copy or the new. Then a restarted process loads what a cut
+// after step k1 left, and its own first save is cut after step k2: every load gives a whole copy, never one
+// older than the load before it; a file name that parses but that a load refuses (a document type declaration)
+// never becomes the backup.
 TEST(KavorCrash, ALoadAfterEachStepAndAfterARestartCutAgainFindsTheOldOrTheNewCopy)
 {
     TempDir dir;

@@ -8,23 +8,6 @@ using namespace kvtest;
 
 namespace {
 
-// A running task over one file "net" of a block; the recorder goes in
-// first, so a test sets its failures and step hooks before the task runs.
-struct Running {
-    TempDir dir;
-    SysRecorder sys;
-    Blk b;
-    kavor_hdl h;
-    xml_file_hdl f;
-    Running(const char *name, int32_t dly, int32_t gen = 0) : h(kavor_create_v2(name, dly))
-    {
-        fill(b, gen);
-        EXPECT_NE(f = reg(h, dir.file("net"), "blk", &b), nullptr);
-    }
-    ~Running() { kavor_destroy(h); }
-    int32_t on_disk() const { return parse_exact(dir.file("net"), 0, dir.file("net.xml.gz")).gen(); }
-};
-
 TEST(KavorManager, EveryFailedAllocationOfCreationEndsCleanlyAndATaskLessManagerStillAnswers)
 {
     TempDir dir;
@@ -103,18 +86,22 @@ TEST(KavorManager, OneTickCountsTheQuietTimeInStepsOf500Ms)
 
 TEST(KavorManager, ABurstOfRequestsInTheQuietTimeEndsInOneWrite)
 {
-    Running r("burst", 500);
+    TempDir dir;
+    SysRecorder sys;
+    Blk b;
+    kavor_hdl h = kavor_create_v2("burst", 500);
+    xml_file_hdl f = reg(h, dir.file("net"), "blk", &b);
     // A new manager counts from its start; let that first sweep pass.
-    ASSERT_TRUE(wait_for([&] { return __atomic_load_n(&r.h->sv_dly, __ATOMIC_RELAXED) < 0; }));
-    for (int i = 1; i <= 6; i++) {
-        set_locked(r.f, r.b, i);
-        ASSERT_EQ(kavor_save_one(r.f), 0);
-        std::this_thread::sleep_for(std::chrono::milliseconds(40));
+    ASSERT_TRUE(f && wait_for([&] { return __atomic_load_n(&h->sv_dly, __ATOMIC_RELAXED) < 0; }));
+    for (int i = 1; i <= 6; i++, std::this_thread::sleep_for(std::chrono::milliseconds(40))) {
+        set_locked(f, b, i);
+        ASSERT_EQ(kavor_save_one(f), 0);
     }
-    ASSERT_TRUE(wait_for([&] { return kavor_any_on_saving(r.h) == nullptr; }));
-    EXPECT_TRUE(r.sys.count("save ") == 1u && r.on_disk() == 6);
+    ASSERT_TRUE(wait_for([&] { return kavor_any_on_saving(h) == nullptr; }));
+    EXPECT_TRUE(sys.count("save ") == 1u && parse_exact(dir.file("net"), 0, dir.file("net.xml.gz")).gen() == 6);
     std::this_thread::sleep_for(std::chrono::milliseconds(700));   // nothing left: no second write
-    EXPECT_EQ(r.sys.count("save "), 1u);
+    EXPECT_EQ(sys.count("save "), 1u);
+    kavor_destroy(h);
 }
 
 }  // namespace
