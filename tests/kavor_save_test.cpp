@@ -283,24 +283,4 @@ TEST_F(SaveTest, TheRoadsAndAFallBackWriteTheirRecords)
     EXPECT_EQ(read_file(KAVOR_TEST_DATA_DIR "/file_trace.txt"), got);
 }
 
-// A manager without files is woken all the same; the name on saving follows
-// list order; a wake-up that fails gives -1 and the mark stays.
-TEST_F(SaveTest, RequestsAndQueriesAnswerEveryHandle)
-{
-    Blk b;
-    EXPECT_TRUE(kavor_save_all(mgr_.get()) == 0 && mgr_.given());
-    xml_file_hdl f1 = reg(mgr_.get(), dir_.file("one"), "blk", &b), f2 = reg(mgr_.get(), dir_.file("two"), "blk", &b);
-    EXPECT_EQ(kavor_any_on_saving(mgr_.get()), nullptr);
-    EXPECT_TRUE(kavor_save_one(f2) == 0 && kavor_file_on_saving(f1) == 0 && kavor_any_on_saving(mgr_.get()) == dir_.file("two.xml.gz"));
-    EXPECT_TRUE(kavor_save_all(mgr_.get()) == 0 && kavor_any_on_saving(mgr_.get()) == dir_.file("one.xml.gz"));
-    VN_SEM_ID sem = mgr_.get()->sem_sav;
-    mgr_.get()->sem_sav = nullptr;
-    saving_set(f1->fcom, 0);
-    EXPECT_TRUE(kavor_save_one(f1) == -1 && kavor_save_all(mgr_.get()) == -1 && kavor_file_on_saving(f1) == 1);
-    TraceCapture cap(4);   // and traced
-    EXPECT_TRUE(kavor_save_one(f1) == -1 && kavor_save_all(mgr_.get()) == -1);
-    EXPECT_TRUE(cap.has(4, "kavor_save_one", "sem_give error!") && cap.has(4, "kavor_save_all", "sem_give error!")) << cap.dump();
-    mgr_.get()->sem_sav = sem;
-}
-
 }  // namespace
