@@ -108,8 +108,7 @@ TEST(KavorBuild, TheDescriptorWriterGivesTheBytesOfLibxml2sFileWriter)
         ASSERT_GE(fd, 0);
         EXPECT_TRUE(kavor_sys_default.save_doc(fd, doc, "utf-8", gz) > 0 && xmlSaveFormatFileEnc(theirs.c_str(), doc, "utf-8", gz) > 0);
         EXPECT_EQ(read_file(mine).substr(0, 2) == "\x1f\x8b", gz == 1);
-        EXPECT_EQ(read_file(mine), read_file(theirs)) << gz;
-        EXPECT_LT(kavor_create_new(mine.c_str()), 0);
+        EXPECT_TRUE(read_file(mine) == read_file(theirs) && kavor_create_new(mine.c_str()) < 0) << gz;
         // An unknown encoding, a descriptor gzip can't take: -1, and the descriptor closed.
         fd = open(mine.c_str(), O_RDONLY);
         EXPECT_TRUE(kavor_sys_default.save_doc(fd, doc, "no-such-code", gz) == -1 && fcntl(fd, F_GETFD) == -1 && errno == EBADF);

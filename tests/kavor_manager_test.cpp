@@ -32,27 +32,17 @@ TEST(KavorManager, EveryFailedAllocationOfCreationEndsCleanlyAndATaskLessManager
             EXPECT_EQ(parse_exact(dir.file("net"), 0, dir.file("net.xml.gz")).gen(), 3);
             EXPECT_TRUE(kavor_save_one(f) == 0 && kavor_save_all(h) == 0 && kavor_file_on_saving(f) == 1) << "marked, and nothing saves it";
             EXPECT_STREQ(kavor_any_on_saving(h), dir.file("net.xml.gz").c_str());
+        } else if (h != nullptr) {   // destroying a running manager releases every record and writes nothing
+            Blk b1, b2;
+            for (const char *node : {"a", "b"})
+                ASSERT_TRUE(reg(h, dir.file("t/one"), node, &b1, 0, dir.file("t/v/one")) && reg(h, dir.file("t/two"), node, &b2));
+            ASSERT_EQ(kavor_save_all(h), 0);
         }
         kavor_destroy(h);
+        EXPECT_TRUE(files_in(dir.file("t")).empty());
     });
     EXPECT_EQ(taskless, 2);
     kavor_destroy(nullptr);
-}
-
-TEST(KavorManager, DestroyReleasesEveryRecordAndWritesNothing)
-{
-    TempDir dir;
-    long live = vn_mem_live();
-    kavor_hdl h = kavor_create("d");
-    ASSERT_NE(h, nullptr);
-    Blk blks[6];
-    for (int i = 0; i < 6; i++)
-        ASSERT_NE(reg(h, dir.file(i < 3 ? "one" : "two"), i % 3 ? "a" : "b", &blks[i], 0, i < 3 ? dir.file("v/one") : ""), nullptr);
-    ASSERT_EQ(kavor_save_all(h), 0);
-    TraceCapture cap(7);   // the task may still take the request (level 8)
-    kavor_destroy(h);
-    EXPECT_TRUE(cap.records().empty() && vn_mem_live() == live) << cap.dump();
-    EXPECT_TRUE(files_in(dir.path()).empty()) << "nothing written";
 }
 
 // One tick driven by hand: the count on entry, whether a request came, the
@@ -79,8 +69,7 @@ TEST(KavorManager, OneTickCountsTheQuietTimeInStepsOf500Ms)
         if (r.given)
             vn_sem_give(h->sem_sav);
         size_t saves = sys.count("save ");
-        EXPECT_EQ(xml_save_process(h), 0);
-        EXPECT_TRUE(h->sv_dly == r.after && sys.count("save ") - saves == (r.swept ? 1u : 0u));
+        EXPECT_TRUE(xml_save_process(h) == 0 && h->sv_dly == r.after && sys.count("save ") - saves == (r.swept ? 1u : 0u));
     }
 }
 

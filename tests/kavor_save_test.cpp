@@ -26,8 +26,7 @@ protected:
         save_gen(mgr_, f, b, 1), save_gen(mgr_, f, b, 2);
         file_ = read_file(r.file()), bak_ = read_file(r.bak());
         fill(b, 3);
-        EXPECT_EQ(kavor_save_one(f), 0);
-        EXPECT_TRUE(mgr_.given()) << "a request wakes the task";
+        EXPECT_TRUE(kavor_save_one(f) == 0 && mgr_.given()) << "a request wakes the task";
         return f;
     }
     TempDir dir_;
@@ -249,8 +248,7 @@ TEST_F(SaveTest, ACopyGivenFromOutsideTakesThePlainRoadOrWritesNothing)
     int32_t ret = 0, written = 0;   // round 0 writes the file, the next ones its backup; odd rounds traced
     std::optional<TraceCapture> cap;
     sweep(Alloc::library, [&] { cap ? cap.reset() : void(cap.emplace(4)), ret = kavor_write_copy(r.base().c_str(), doc); }, [&](bool refused) {
-        EXPECT_TRUE((ret == 0 && ++written) || (refused && ret == -1)) << ret;
-        EXPECT_TRUE(gen_at(r, r.file()) == 7 && !file_exists(r.tmp()));
+        EXPECT_TRUE(((ret == 0 && ++written) || (refused && ret == -1)) && gen_at(r, r.file()) == 7 && !file_exists(r.tmp()));
     });
     EXPECT_TRUE(gens(r) == "7/7" && sys.count("sync") == 2u * written) << "synced twice";
     for (bool traced : {false, true}) {
