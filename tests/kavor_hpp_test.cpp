@@ -63,11 +63,10 @@ TEST(KavorHppManager, OwnershipFollowsMovesResetsInAnyOrderAndTeardown)
     {
         kavor::Manager m1 = kavor::Manager::create("hpp_order", 0);
         ASSERT_TRUE(m1);
-        kavor::Registration a = m1.add(dir.file("a").c_str(), "n", pair_table(), &s);
-        kavor::Registration b = m1.add(dir.file("b").c_str(), "n", pair_table(), &s);
-        kavor::Registration c = m1.add(dir.file("c").c_str(), "n", pair_table(), &s);
+        auto add = [&](const char *stem) { return m1.add(dir.file(stem).c_str(), "n", pair_table(), &s); };
+        kavor::Registration a = add("a"), b = add("b"), c = add("c");
         ASSERT_TRUE(a && b && c);
-        kavor::Registration second = m1.add(dir.file("a").c_str(), "n", pair_table(), &s);
+        kavor::Registration second = add("a");
         EXPECT_FALSE(second) << "a second owner of one node";
         second.reset();   // empty: must not end the first one's node
         b.reset();        // from the middle of the manager's list
