@@ -1,7 +1,6 @@
-// Threads on one manager within the lock rules, under TSan too: workers
-// register, change, save, load and unregister files of their own and share
-// one that a loader keeps loading while a marker marks and queries; requests
-// from many threads while the task sweeps lose no mark.
+// Threads on one manager within the lock rules, under TSan too: workers register, change, save, load and
+// unregister files of their own and share one that a loader keeps loading while a marker marks and queries;
+// requests from many threads while the task sweeps lose no mark.
 
 #include "kavor_fixture.h"
 #include "vn_mem_hook.h"
@@ -66,8 +65,7 @@ TEST(KavorConcurrency, ThreadsRegisterSaveLoadLockAndUnregisterOnOneManager)
     // The shared file ends with each node's last block.
     for (int t = 0; t < kWorkers; t++)
         set_locked(shared[t], shared_blk[t], 5000 + t);
-    ASSERT_EQ(kavor_save_one(shared[0]), 0);
-    ASSERT_TRUE(wait_for([&] { return kavor_any_on_saving(h) == nullptr; }, 60));
+    ASSERT_TRUE(kavor_save_one(shared[0]) == 0 && wait_for([&] { return kavor_any_on_saving(h) == nullptr; }, 60));
     for (int t = 0; t < kWorkers; t++)
         set_locked(shared[t], shared_blk[t], 0);
     EXPECT_EQ(kavor_load_all(h), 0);

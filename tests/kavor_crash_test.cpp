@@ -55,11 +55,10 @@ std::map<std::string, Snapshot> cut_at_each_step(const Road &r, const std::vecto
     return at;
 }
 
-// A load after each step of a save finds the old copy or the new. Then a
-// restarted process loads what a cut after step k1 left, and its own first
-// save is cut after step k2: every load gives a whole copy, never one older
-// than the load before it; a file name that parses but that a load refuses
-// (a document type declaration) never becomes the backup.
+// A load after each step of a save finds the old copy or the new. Then a restarted process loads what a cut
+// after step k1 left, and its own first save is cut after step k2: every load gives a whole copy, never one
+// older than the load before it; a file name that parses but that a load refuses (a document type declaration)
+// never becomes the backup.
 TEST(KavorCrash, ALoadAfterEachStepAndAfterARestartCutAgainFindsTheOldOrTheNewCopy)
 {
     TempDir dir;
@@ -113,14 +112,6 @@ TEST(KavorCrash, ALoadAfterEachStepAndAfterARestartCutAgainFindsTheOldOrTheNewCo
     }
 }
 
-// Reaps the killed child and every process of its group; true when none is left.
-bool reap_group(pid_t pgid)
-{
-    int st;
-    waitpid(pgid, &st, 0);
-    return wait_for([&] { return waitpid(-pgid, &st, WNOHANG) <= 0 && kill(-pgid, 0) == -1 && errno == ESRCH; }, 10);
-}
-
 void kill_loop(const Road &r, int rounds, int max_pause_ms, unsigned seed)
 {
     // Orphaned shells and gzips of a killed child come to this process,
@@ -142,7 +133,10 @@ void kill_loop(const Road &r, int rounds, int max_pause_ms, unsigned seed)
         setpgid(pid, pid), close(fds[1]);
         usleep((useconds_t)pause_us(rng));
         kill(-pid, SIGKILL), kill(pid, SIGKILL);
-        EXPECT_TRUE(reap_group(pid)) << "a process of the killed group lives on";
+        int st;   // the child reaped, then every process of its group
+        waitpid(pid, &st, 0);
+        EXPECT_TRUE(wait_for([&] { return waitpid(-pid, &st, WNOHANG) <= 0 && kill(-pid, 0) == -1 && errno == ESRCH; }, 10))
+            << "a process of the killed group lives on";
         int32_t before = done, g;
         while (read(fds[0], &g, sizeof g) == (ssize_t)sizeof g)
             done = g > done ? g : done;

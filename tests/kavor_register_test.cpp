@@ -10,11 +10,6 @@ using namespace kvtest;
 
 namespace {
 
-kavor_file_rgst_t req(const std::string &file, const char *node, int32_t ugz = 0, const std::string &virt = "")
-{
-    return request(file, node, nullptr, nullptr, ugz, virt);
-}
-
 std::vector<std::string> node_names(const kavor_fcom_t *fcom)
 {
     std::vector<std::string> out;
@@ -42,7 +37,7 @@ TEST(KavorRegister, RefusedRequestsSayWhyAndBuildNothing)
         std::optional<TraceCapture> cap = traced_if(hdl != nullptr, 8);
         for (const auto &r : rows) {
             long live = vn_mem_live();
-            kavor_file_rgst_t rgst = req(r.file, r.node);
+            kavor_file_rgst_t rgst = request(r.file, r.node);
             EXPECT_TRUE(kavor_register(hdl, &rgst) == nullptr && vn_mem_live() == live) << r.msg;
             EXPECT_TRUE(!cap || cap->has(4, "kavor_register", r.msg)) << cap->dump();
         }
@@ -50,10 +45,9 @@ TEST(KavorRegister, RefusedRequestsSayWhyAndBuildNothing)
     EXPECT_EQ(kavor_count_all_filename(mgr.get()), 0u);
 }
 
-// The names of a file: the suffix rule (cut at the base name's first dot,
-// never a leading one; the base name behind the last backslash, else the
-// last slash), the backup name "<stem>.xml.bak[.gz]", the stem, and a virtual
-// name when its stem is the file's and the gzip command can use it safely.
+// The names of a file: the suffix rule (cut at the base name's first dot, never a leading one; the base name
+// behind the last backslash, else the last slash), the backup name "<stem>.xml.bak[.gz]", the stem, and a
+// virtual name when its stem is the file's and the gzip command can use it safely.
 TEST(KavorRegister, APathGivesItsFileItsNames)
 {
     const std::string a118 = "/" + std::string(118, 'a'), b118 = "/" + std::string(118, 'b');
@@ -67,9 +61,8 @@ TEST(KavorRegister, APathGivesItsFileItsNames)
         {"/data/net", 1, "/tmp/net", "/data/net.xml", "net", "/tmp/net.xml"},
         {"/d/net.cfg", -3, "/t/net.x.y", "/d/net.xml.gz", "net", "/t/net.xml"}, {"/d/n", 0, "n", "/d/n.xml.gz", "n", "n.xml"},
         {"/d/n-et", 0, "/t/n-et", "/d/n-et.xml.gz", "n-et", "/t/n-et.xml"}, {"/d/net", 0, full + "Z", "/d/net.xml.gz", "net", full_virt.c_str()},
-        // Virtual names not used: another stem, the file itself, a character
-        // a shell reads, a base name the command would take for an option, a
-        // command too long for its buffer.
+        // Virtual names not used: another stem, the file itself, a character a shell reads, a base name the
+        // command would take for an option, a command too long for its buffer.
         {"/data/net", 0, "/tmp/other", "/data/net.xml.gz", "net", nullptr}, {"/data/net", 1, "/data/net", "/data/net.xml", "net", nullptr, true},
         {"/data/net", 0, "/tmp/a b/net", "/data/net.xml.gz", "net", nullptr, true},
         {"/da;ta/net", 0, "/tmp/net", "/da;ta/net.xml.gz", "net", nullptr, true},
@@ -83,7 +76,7 @@ TEST(KavorRegister, APathGivesItsFileItsNames)
         for (bool managed : {false, true}) {   // managed traced, standalone untraced
             Mgr mgr;
             long live = vn_mem_live();
-            kavor_file_rgst_t rgst = req(r.file, "n", r.ugz);
+            kavor_file_rgst_t rgst = request(r.file, "n", nullptr, nullptr, r.ugz);
             memcpy(rgst.virtfile, r.virt.data(), std::min(r.virt.size(), sizeof rgst.virtfile));
             std::optional<TraceCapture> cap = traced_if(managed, 8);
             kavor_file_t *f = kavor_register(managed ? mgr.get() : nullptr, &rgst);
@@ -122,9 +115,8 @@ TEST(KavorRegister, APathGivesItsFileItsNames)
     }
 }
 
-// A virtual name in a directory others can write (no sticky bit) or another
-// user owns, or that is the file itself under another spelling, is refused;
-// a directory not there yet tells nothing: the save looks again.
+// A virtual name in a directory others can write (no sticky bit) or another user owns, or that is the file
+// itself under another spelling, is refused; a directory not there yet tells nothing: the save looks again.
 TEST(KavorRegister, AVirtualNameIsRefusedByWhatItsDirectoryIsOnDisk)
 {
     TempDir dir;
@@ -143,7 +135,7 @@ TEST(KavorRegister, AVirtualNameIsRefusedByWhatItsDirectoryIsOnDisk)
     };
     for (const auto &r : rows) {
         const std::string virt = dir.file(r.virt) + ".xml";
-        kavor_file_rgst_t rgst = req(dir.file(r.file), "n", r.ugz, dir.file(r.virt));
+        kavor_file_rgst_t rgst = request(dir.file(r.file), "n", nullptr, nullptr, r.ugz, dir.file(r.virt));
         TraceCapture cap(8);
         kavor_file_t *f = kavor_register(nullptr, &rgst);
         ASSERT_NE(f, nullptr);
@@ -168,18 +160,15 @@ TEST(KavorRegister, NodesShareAFileOnlyUnderAManagerAndTheFirstRegistrationNames
     std::vector<kavor_file_t *> nodes;
     TraceCapture cap(8);
     for (const auto &r : rows) {
-        kavor_file_rgst_t rgst = req(r.file, r.node, r.ugz, r.virt);
-        rgst.mem = &first;
+        kavor_file_rgst_t rgst = request(r.file, r.node, nullptr, &first, r.ugz, r.virt);
         nodes.push_back(kavor_register(m, &rgst));
-        ASSERT_NE(nodes.back(), nullptr);
-        EXPECT_EQ(kavor_count_all_filename(m), r.files_after) << r.file;
+        ASSERT_TRUE(nodes.back() != nullptr && kavor_count_all_filename(m) == r.files_after) << r.file;
     }
     EXPECT_EQ(node_names(nodes[0]->fcom), (std::vector<std::string>{"a", "b", "c"}));
     EXPECT_TRUE(nodes[0]->fcom == nodes[2]->fcom && str(nodes[0]->fcom->virtfile) == "/t/net.xml" && nodes[6]->fcom->virtfile == nullptr);
     EXPECT_TRUE(cap.records().empty()) << cap.dump();
     // A node registered again: the first, unchanged; no reference count.
-    kavor_file_rgst_t again = req("/d/net.cfg", "a");
-    again.mem = &second;
+    kavor_file_rgst_t again = request("/d/net.cfg", "a", nullptr, &second);
     long live = vn_mem_live();
     EXPECT_TRUE(kavor_register(m, &again) == nodes[0] && nodes[0]->mem == &first && vn_mem_live() == live);
     EXPECT_TRUE(cap.has(4, "kavor_register", "file node(a) has exist!")) << cap.dump();
@@ -192,7 +181,7 @@ TEST(KavorRegister, NodesShareAFileOnlyUnderAManagerAndTheFirstRegistrationNames
     EXPECT_EQ(kavor_count_all_filename(m), 5u);
     kavor_unregister(nodes[2]), kavor_unregister(nullptr);
     EXPECT_EQ(kavor_count_all_filename(m), 4u);
-    kavor_file_rgst_t fresh = req("/d/net", "b", 0, "/v/net");
+    kavor_file_rgst_t fresh = request("/d/net", "b", nullptr, nullptr, 0, "/v/net");
     kavor_file_t *c = kavor_register(m, &fresh);
     EXPECT_EQ(str(c != nullptr ? c->fcom->virtfile : nullptr), "/v/net.xml");
 }
@@ -206,7 +195,8 @@ TEST(KavorRegister, EveryFailedAllocationLeavesNothingNewBehind)
         SCOPED_TRACE(std::string(c.managed ? "managed" : "standalone") + (c.existing ? ", joining" : "") + (c.virt ? ", virtual" : ""));
         Mgr mgr;
         kavor_hdl hdl = c.managed ? mgr.get() : nullptr;
-        kavor_file_rgst_t first = req("/d/net", "first"), rgst = req("/d/net", "node", 0, c.virt ? "/t/net" : "");
+        kavor_file_rgst_t first = request("/d/net", "first");
+        kavor_file_rgst_t rgst = request("/d/net", "node", nullptr, nullptr, 0, c.virt ? "/t/net" : "");
         kavor_file_t *old = c.existing ? kavor_register(hdl, &first) : nullptr, *f = nullptr;
         sweep(Alloc::library, [&] { f = kavor_register(hdl, &rgst); }, [&](bool refused) {
             EXPECT_TRUE(refused || f != nullptr);
@@ -229,7 +219,7 @@ TEST(KavorRegisterConcurrency, UnregisterEndingAFileRacesAnUnregisterOrAJoin)
         kavor_hdl m = mgr.get();
         long live = vn_mem_live();
         for (int i = 0; i < 1000; i++) {
-            kavor_file_rgst_t ra = req("/d/net", "a"), rb = req("/d/net", "b");
+            kavor_file_rgst_t ra = request("/d/net", "a"), rb = request("/d/net", "b");
             kavor_file_t *a = kavor_register(m, &ra), *b = join ? nullptr : kavor_register(m, &rb);
             ASSERT_NE(a, nullptr);
             std::thread t1([a] { kavor_unregister(a); });

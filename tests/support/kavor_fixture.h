@@ -1,10 +1,7 @@
-// kavor_fixture.h - what the file manager's tests share: the one place a
-// registration record is filled by hand; Blk, whose every field follows
-// from one generation number (a loaded block is one whole generation or
-// visibly not), and Pair, two strings; Mgr, a manager without a task whose
-// sweeps a test runs itself; the names of a file on each road; SysRecorder,
-// which counts, fails and watches the outside operations of a save; and
-// loaders that read a path as a restarted process would.
+// kavor_fixture.h - what the file manager's tests share: registration records; Blk, whose every field follows
+// from one generation number (a loaded block is one whole generation or visibly not), and Pair; Mgr, a manager
+// without a task; the names of a file on each road; SysRecorder, which counts, fails and watches a save's
+// outside operations; loaders that read a path as a restart would.
 #ifndef KAVOR_TEST_FIXTURE_H
 #define KAVOR_TEST_FIXTURE_H
 
@@ -29,8 +26,8 @@
 namespace kvtest {
 
 /// A zeroed record naming `file`, `node` and `virt`, each cut to its field.
-inline kavor_file_rgst_t request(const std::string &file, const std::string &node, xml_pd_t *table, void *mem,
-                                 int32_t ugz, const std::string &virt = "")
+inline kavor_file_rgst_t request(const std::string &file, const std::string &node, xml_pd_t *table = nullptr,
+                                 void *mem = nullptr, int32_t ugz = 0, const std::string &virt = "")
 {
     kavor_file_rgst_t r = {};
     snprintf(r.filename, sizeof r.filename, "%s", file.c_str());
@@ -86,8 +83,7 @@ inline struct pdesc *pair_table()
     return t;
 }
 
-/// A manager's lists, locks and semaphore made by hand, with no task.
-/// Unregisters whatever is left at the end.
+/// A manager's lists, locks and semaphore made by hand, with no task; its end unregisters what is left.
 class Mgr {
 public:
     Mgr() : m_(static_cast<kavor_mobj_t *>(calloc(1, sizeof(kavor_mobj_t))))
@@ -147,8 +143,7 @@ struct Loaded {
     Blk blk;
     int32_t gen() const { return whole_gen(blk); }
 };
-/// A load of the file registered as `base`, with the fall-back, as a freshly
-/// started process does it.
+/// A load, with the fall-back, of the file registered as `base`, as a freshly started process does it.
 inline Loaded load_as_restart(const std::string &base, int32_t ugz)
 {
     Mgr mgr;
@@ -180,30 +175,26 @@ inline std::optional<TraceCapture> traced_if(bool on, uint32_t level)
 inline bool wait_for(const std::function<bool()> &cond, double secs = 20.0)
 {
     auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(secs);
-    while (!cond())
+    for (; !cond(); std::this_thread::sleep_for(std::chrono::milliseconds(2)))
         if (std::chrono::steady_clock::now() > until)
             return false;
-        else
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
     return true;
 }
 
-/// Replaces the kavor_sys table with counting wrappers for its lifetime. A
-/// failing remove or rename does nothing and returns -1; a failing create
-/// returns -1 with EEXIST (something took the name); a failing save_doc
-/// writes half the document and returns -1; gzip runs, fails without output
-/// or writes half its output and fails, by gzip_mode. sync is counted and
-/// does nothing: a killed process loses nothing of the page cache.
+/// Replaces the kavor_sys table with counting wrappers for its lifetime. A failing remove or rename does
+/// nothing and returns -1; a failing create returns -1 with EEXIST (something took the name); a failing
+/// save_doc writes half the document and returns -1; gzip runs, fails without output or writes half its output
+/// and fails, by gzip_mode. sync is counted and does nothing: a kill loses nothing of the page cache.
 class SysRecorder {
 public:
     enum Op { REMOVE, RENAME, SYSTEM, SAVE, SYNC, CREATE, NOPS };
     enum Gzip { REAL, FAIL, HALF };
     SysRecorder() : saved_(kavor_sys)
     {
-        self() = this;
+        self_ = this;
         kavor_sys = {w_remove, w_rename, w_system, w_sync, w_create, w_save, w_step};
     }
-    ~SysRecorder() { kavor_sys = saved_, self() = nullptr; }
+    ~SysRecorder() { kavor_sys = saved_, self_ = nullptr; }
     SysRecorder(const SysRecorder &) = delete;
     SysRecorder &operator=(const SysRecorder &) = delete;
 
@@ -217,26 +208,18 @@ public:
             n += e.compare(0, prefix.size(), prefix) == 0;
         return n;
     }
-    long calls(Op op) const { return calls_[op].load(); }
     void fail_nth(Op op, long n) { fail_at_[op] = calls_[op].load() + n; }   ///< 1: the next call
     void fail_all(Op op, bool on) { fail_all_[op] = on; }
 
-    /// Called on the saving thread after each step, and after each remove
-    /// with its path; set them before a save runs.
+    /// Called on the saving thread after each step, and after each remove with its path; set before a save runs.
     std::function<void(const std::string &step, const kavor_fcom_t *fcom)> on_step;
     std::function<void(const std::string &path)> after_remove;
     std::atomic<int> gzip_mode{REAL};
-    /// With `nodes` set, documents handed to the writer whose root doesn't
-    /// hold that many elements are counted in `incomplete`.
+    /// With `nodes` set, documents given to the writer whose root holds another number count in `incomplete`.
     size_t nodes = 0;
     std::atomic<int> incomplete{0};
 
 private:
-    static SysRecorder *&self()
-    {
-        static SysRecorder *s = nullptr;
-        return s;
-    }
     bool failing(Op op, const std::string &entry)
     {
         std::lock_guard<std::mutex> hold(lock_);
@@ -246,56 +229,57 @@ private:
     }
     static int w_remove(const char *p)
     {
-        int rc = self()->failing(REMOVE, std::string("remove ") + p) ? -1 : self()->saved_.remove(p);
-        if (self()->after_remove)
-            self()->after_remove(p);
+        int rc = self_->failing(REMOVE, std::string("remove ") + p) ? -1 : self_->saved_.remove(p);
+        if (self_->after_remove)
+            self_->after_remove(p);
         return rc;
     }
     static int w_create(const char *p)
     {
-        if (self()->failing(CREATE, std::string("create ") + p))
+        if (self_->failing(CREATE, std::string("create ") + p))
             return errno = EEXIST, -1;
-        int fd = self()->saved_.create(p);
-        std::lock_guard<std::mutex> hold(self()->lock_);
-        self()->created_[fd] = p;
+        int fd = self_->saved_.create(p);
+        std::lock_guard<std::mutex> hold(self_->lock_);
+        self_->created_[fd] = p;
         return fd;
     }
     static int w_rename(const char *a, const char *b)
     {
-        return self()->failing(RENAME, std::string("rename ") + a + " " + b) ? -1 : self()->saved_.rename(a, b);
+        return self_->failing(RENAME, std::string("rename ") + a + " " + b) ? -1 : self_->saved_.rename(a, b);
     }
     static int w_system(const char *cmd)
     {
         const std::string c = cmd, target = c.substr(c.rfind("> ") + 2);
-        if (self()->failing(SYSTEM, "system " + c) || self()->gzip_mode == FAIL)
+        if (self_->failing(SYSTEM, "system " + c) || self_->gzip_mode == FAIL)
             return 256;
-        int rc = self()->saved_.system(cmd);
-        if (self()->gzip_mode == HALF)
+        int rc = self_->saved_.system(cmd);
+        if (self_->gzip_mode == HALF)
             rc = truncate(target.c_str(), static_cast<off_t>(read_file(target).size() / 2)) == 0 ? 256 : 512;
         return rc;
     }
-    static void w_sync() { self()->failing(SYNC, "sync"); }
+    static void w_sync() { self_->failing(SYNC, "sync"); }
     static int w_save(int fd, xmlDocPtr doc, const char *enc, int fmt)
     {
         std::string p;
         {
-            std::lock_guard<std::mutex> hold(self()->lock_);
-            p = self()->created_[fd];
+            std::lock_guard<std::mutex> hold(self_->lock_);
+            p = self_->created_[fd];
         }
-        bool fail = self()->failing(SAVE, "save " + p);
+        bool fail = self_->failing(SAVE, "save " + p);
         size_t kids = 0;
         for (xmlNode *c = xmlDocGetRootElement(doc) ? xmlDocGetRootElement(doc)->children : nullptr; c; c = c->next)
             kids += c->type == XML_ELEMENT_NODE;
-        self()->incomplete += self()->nodes > 0 && kids != self()->nodes;
-        int n = self()->saved_.save_doc(fd, doc, enc, fmt);
+        self_->incomplete += self_->nodes > 0 && kids != self_->nodes;
+        int n = self_->saved_.save_doc(fd, doc, enc, fmt);
         return !fail ? n : n > 0 && truncate(p.c_str(), static_cast<off_t>(read_file(p).size() / 2)) != 0 ? -2 : -1;
     }
     static void w_step(const char *name, const kavor_fcom_t *fcom)
     {
-        if (self()->on_step)
-            self()->on_step(name, fcom);
+        if (self_->on_step)
+            self_->on_step(name, fcom);
     }
 
+    static inline SysRecorder *self_ = nullptr;
     kavor_sys_t saved_;
     mutable std::mutex lock_;
     std::vector<std::string> log_;
