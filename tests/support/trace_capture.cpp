@@ -22,17 +22,19 @@ int32_t collect(const char *record)
 // it neither counts among a test's live blocks nor takes an allocation that
 // a test means to fail.
 const uint32_t kLevels = 9;
-const std::vector<vorn_trace_handle> g_modules = [] {
-    std::vector<vorn_trace_handle> by_level;
-    for (uint32_t l = 0; l < kLevels; l++)
-        by_level.push_back(vorn_mod_trace_init("test", nullptr, l, collect));
-    return by_level;
-}();
+struct Modules {   // a plain array: the leak checker sees the modules live at exit
+    vorn_trace_handle by_level[kLevels];
+    Modules()
+    {
+        for (uint32_t l = 0; l < kLevels; l++)
+            by_level[l] = vorn_mod_trace_init("test", nullptr, l, collect);
+    }
+} g_modules;
 
 }  // namespace
 
 TraceCapture::TraceCapture(uint32_t level)
-    : previous_(param_xml_trace_h), mine_(g_modules[level < kLevels ? level : kLevels - 1])
+    : previous_(param_xml_trace_h), mine_(g_modules.by_level[level < kLevels ? level : kLevels - 1])
 {
     clear();
     param_xml_trace_h = mine_;
