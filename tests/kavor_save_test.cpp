@@ -5,7 +5,6 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <regex>
 
 #include "kavor_fixture.h"
 #include "strmisc.h"
@@ -275,7 +274,13 @@ TEST_F(SaveTest, TheRoadsAndAFallBackWriteTheirRecords)
         EXPECT_EQ(kavor_load_one(f), 0);
         kavor_unregister(f);
     }
-    std::string got = std::regex_replace(cap.dump(), std::regex("time=[0-9]+|use [0-9]+ ms"), "N");
+    std::string got = cap.dump();   // "time=12" and "use 3 ms" read N (std::regex trips -Wmaybe-uninitialized under ASan)
+    for (const std::string pre : {"time=", "use "})
+        for (size_t at = 0; (at = got.find(pre, at)) != std::string::npos; at++) {
+            size_t end = got.find_first_not_of("0123456789", at + pre.size()), ms = pre == "use " ? 3 : 0;
+            if (end > at + pre.size() && got.compare(end, ms, " ms", ms) == 0)
+                got.replace(at, end + ms - at, "N");
+        }
     for (size_t at; (at = got.find(dir_.path())) != std::string::npos;)
         got.replace(at, dir_.path().size(), "@D");
     EXPECT_EQ(read_file(KAVOR_TEST_DATA_DIR "/file_trace.txt"), got);
