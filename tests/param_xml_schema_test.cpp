@@ -222,7 +222,10 @@ TEST(ParamXmlSchema, BadTablesArgumentsAndRunningOutOfMemoryFailCleanly)
     std::string problems;
     EXPECT_EQ(kavor_validate(doc.c_str(), xsd.c_str(), collect, &problems), 0);   // nodes may be missing
     EXPECT_EQ(kavor_validate(dir.file("none.xml").c_str(), xsd.c_str(), collect, &problems), 1) << problems;
+    testing::internal::CaptureStderr();   // libxml2's own messages go to the trace
     EXPECT_EQ(kavor_validate(doc.c_str(), doc.c_str(), collect, &problems), -1);   // no schema
+    EXPECT_EQ(kavor_validate(doc.c_str(), dir.file("missing.xsd").c_str(), nullptr, nullptr), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(kavor_validate(nullptr, xsd.c_str(), nullptr, nullptr), -1);
     EXPECT_EQ(kavor_validate(doc.c_str(), nullptr, nullptr, nullptr), -1);
     EXPECT_EQ(kavor_validate_doc(nullptr, xsd.c_str(), nullptr, nullptr), -1);
