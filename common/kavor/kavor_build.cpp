@@ -48,6 +48,7 @@ int32_t xmlMakeNode(xmlNodePtr pRoot, kavor_file_t *fobj)
         return pRoot == NULL ? -1 : 0;
     }
     int32_t made = 0;
+    unsigned dropped = walk_dropped();  // param2xml drops a row it can't allocate, returning 0
     for (; fobj != NULL; fobj = (kavor_file_t *)fobj->node.next) {
         xmlNodePtr xml_node = xmlNewNode(NULL, BAD_CAST fobj->node_name);
         if (xml_node == NULL || xml_node->name == NULL) {  // libxml2 doesn't check the name's copy
@@ -57,6 +58,10 @@ int32_t xmlMakeNode(xmlNodePtr pRoot, kavor_file_t *fobj)
         }
         param2xml(fobj->mem, xml_node, fobj->param_desc);
         xmlAddChild(pRoot, xml_node);
+        if (walk_dropped() != dropped) {
+            KV_LOG(4, "node (%s) lost a row for want of memory!", fobj->node_name);
+            return -1;
+        }
         made++;
     }
     return made;

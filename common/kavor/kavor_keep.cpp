@@ -15,6 +15,7 @@
 // All of it runs under the file's f_mutex, with its node list held for
 // reading: the load that keeps and the save that writes back never meet.
 #include <libxml/parser.h>
+#include <libxml/xmlIO.h>
 
 #include "kavor_private.h"
 #include "xml_trace.h"
@@ -41,23 +42,28 @@ xmlNodePtr node_element(xmlNodePtr root, const char *name)
 }
 
 // Appends the text of `elem` to `*kept`, made on first use, when it fits the
-// file's `*budget`; reports an element that doesn't.
+// file's `*budget`; reports an element that doesn't. The text is made in an
+// output buffer, which shows a failed allocation: xmlNodeDump can leave its
+// xmlBuffer pointing at text it has freed.
 void keep_element(xmlNodePtr elem, xmlBufferPtr *kept, size_t *budget)
 {
-    xmlBufferPtr one = *budget > 0 ? xmlBufferCreate() : NULL;
-    int len = one != NULL ? xmlNodeDump(one, elem->doc, elem, 0, 0) : -1;
-    if (len > 0 && (size_t)len <= *budget) {
+    xmlOutputBufferPtr one = *budget > 0 ? xmlAllocOutputBuffer(NULL) : NULL;
+    if (one != NULL)
+        xmlNodeDumpOutput(one, elem->doc, elem, 0, 0, NULL);
+    const xmlChar *text = one != NULL && one->error == 0 ? xmlOutputBufferGetContent(one) : NULL;
+    size_t len = text != NULL ? xmlOutputBufferGetSize(one) : 0;
+    if (len > 0 && len <= *budget) {
         if (*kept == NULL)
             *kept = xmlBufferCreate();
-        if (*kept != NULL && xmlBufferAdd(*kept, xmlBufferContent(one), len) == 0)
-            *budget -= (size_t)len;
+        if (*kept != NULL && xmlBufferAdd(*kept, text, (int)len) == 0)
+            *budget -= len;
     } else {
         xmlChar *path = xmlGetNodePath(elem);
         KV_LOGF("xmlParseParamFile", 5, "element (%s) not kept: over KAVOR_KEEP_MAX",
                 path != NULL ? (const char *)path : (const char *)elem->name);
         xmlFree(path);
     }
-    xmlBufferFree(one);
+    xmlOutputBufferClose(one);
 }
 
 // The text of a buffer, handed over (xmlFree), or NULL for none.

@@ -7,7 +7,8 @@
 // document as a load reads it (no DTD, no entity, no network: a document
 // type declaration is a problem of its own) and checks it with libxml2's
 // schema validator; every problem goes to the caller's function with its
-// line, never to standard error or the trace.
+// line. What libxml2 says beside them (a schema file it can't load, a failed
+// allocation) goes to the trace, never to standard error.
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
@@ -133,6 +134,8 @@ extern "C" int32_t kavor_validate_doc(xmlDocPtr doc, const char *schema_path,
     if (doc == nullptr || schema_path == nullptr)
         return -1;
     problems p = {report, ctx, 0};
+    kavor_xml_errors_t route;
+    kavor_xml_errors_begin(&route, "kavor_validate", schema_path);
     xmlSchemaPtr schema = load_schema(schema_path, &p);
     xmlSchemaValidCtxtPtr vctxt = schema != nullptr ? xmlSchemaNewValidCtxt(schema) : nullptr;
     int32_t ret = -1;
@@ -145,6 +148,7 @@ extern "C" int32_t kavor_validate_doc(xmlDocPtr doc, const char *schema_path,
         xmlSchemaFreeValidCtxt(vctxt);
     }
     xmlSchemaFree(schema);
+    kavor_xml_errors_end(&route);
     return ret;
 }
 

@@ -82,6 +82,7 @@ namespace {
 
 thread_local uint32_t t_options = 0;
 thread_local param_xml_report_t *t_report = nullptr;
+thread_local unsigned t_dropped = 0;
 
 // The "C" locale, for exact floats; (locale_t)0 if it can't be had (glibc
 // gives it without allocating).
@@ -101,6 +102,16 @@ uint32_t walk_options()
 param_xml_report_t *walk_report()
 {
     return t_report;
+}
+
+unsigned walk_dropped()
+{
+    return t_dropped;
+}
+
+void walk_note_dropped()
+{
+    t_dropped++;
 }
 
 void param_xml_walk_begin(struct param_xml_walk *w, uint32_t options, param_xml_report_t *report)

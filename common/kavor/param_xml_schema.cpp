@@ -385,8 +385,11 @@ bool words_type(schema_gen *g, char *out, const struct pdesc *row)
     }
     if (!unique_name(g, out, row->name, "words"))
         return false;
-    if (xmlHashAddEntry(g->seen, BAD_CAST key, xmlStrdup(BAD_CAST out)) != 0)
+    xmlChar *copy = xmlStrdup(BAD_CAST out);
+    if (copy == nullptr || xmlHashAddEntry(g->seen, BAD_CAST key, copy) != 0) {
+        xmlFree(copy);
         g->failed = true;
+    }
     xmlNodePtr r = restriction(g, out, "xs:string");
     for (const struct enume *it = items; it->key != nullptr; it++) {
         const struct enume *first = items;

@@ -32,6 +32,12 @@ void param_xml_walk_end(const struct param_xml_walk *w);
 /// The options and the report of the walks on this thread now.
 uint32_t walk_options();
 param_xml_report_t *walk_report();
+/// The writer's count, on this thread, of elements it couldn't make for
+/// want of memory (each drops the rest of its row from the document): it
+/// only grows, so a build that compares it before and after its walk knows
+/// whether the document it holds is whole.
+unsigned walk_dropped();
+void walk_note_dropped();
 /// Counts one case in `c`; the first case notes the path and line of
 /// `node` (an element or an attribute), with "/<row>" behind the path when
 /// `row` isn't NULL (a missing row). The reader's; the file manager uses it

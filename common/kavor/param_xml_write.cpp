@@ -6,7 +6,9 @@
 // Invariant: an element joins the tree only when it is complete (name,
 // attributes, content, children); an element that can't be completed is
 // freed, reported, and ends its row, so the document never holds a half-made
-// element whose values a reader would put in the wrong place. The writer
+// element whose values a reader would put in the wrong place. Each element
+// not made for want of memory is counted (walk_note_dropped) so that the
+// file manager's build writes no document that lacks it. The writer
 // reads the block and the lists; its only store is the 0 byte that ends each
 // string field. Text taken from memory (strings, enumeration keys, "typ")
 // passes xml_fit_text first: valid UTF-8 of XML characters goes out byte for
@@ -145,8 +147,10 @@ xmlNode *new_element(const char *name)
     xmlNode *node = xmlNewNode(nullptr, BAD_CAST name);
     if (node && !node->name) {
         xmlFreeNode(node);
-        return nullptr;
+        node = nullptr;
     }
+    if (!node)
+        walk_note_dropped();
     return node;
 }
 
@@ -156,11 +160,12 @@ xmlNode *new_element(const char *name)
 bool set_attr(xmlNode *elem, const xmlChar *attr, const char *value)
 {
     xmlAttr *prop = xmlNewProp(elem, attr, BAD_CAST value);
-    if (!prop || !prop->name)
-        return false;
-    if (value && *value && !(prop->children && prop->children->content))
-        return false;
-    return true;
+    bool ok = prop && prop->name;
+    if (ok && value && *value)
+        ok = prop->children && prop->children->content;
+    if (!ok)
+        walk_note_dropped();
+    return ok;
 }
 
 // xmlNodeAddContent on a fresh element, checked: false if non-empty text
@@ -172,7 +177,10 @@ bool add_text(xmlNode *elem, const char *text)
     xmlNode *before = elem->last;
     xmlNodeAddContent(elem, BAD_CAST text);
     xmlNode *last = elem->last;
-    return last && last != before && last->content;
+    bool ok = last && last != before && last->content;
+    if (!ok)
+        walk_note_dropped();
+    return ok;
 }
 
 // Bytes of the one XML character in valid UTF-8 at `p`, or 0 when `p` holds
@@ -250,8 +258,10 @@ const char *xml_fit_text(const char *text, const char *func, const char *name, c
             text_or_null(name), bad);
     size_t len = std::strlen(text);
     char *out = static_cast<char *>(xmlMalloc(len + 1));
-    if (!out)
+    if (!out) {
+        walk_note_dropped();
         return nullptr;
+    }
     for (size_t i = 0; i < len;) {
         size_t n = xml_char_len(in + i);
         if (n == 0) {
