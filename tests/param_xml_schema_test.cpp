@@ -211,6 +211,7 @@ TEST(ParamXmlSchema, BadTablesArgumentsAndRunningOutOfMemoryFailCleanly)
     struct stat st;
     EXPECT_EQ(kavor_write_schema(f, xsd.c_str()), 0);   // the link is replaced, not followed
     EXPECT_TRUE(read_file(doc) == "<net/>" && lstat(xsd.c_str(), &st) == 0 && S_ISREG(st.st_mode));
+    testing::internal::CaptureStderr();   // libxml2's own messages go to the trace
     struct rlimit old, small = {64, 64};   // a write cut short leaves no file
     signal(SIGXFSZ, SIG_IGN), getrlimit(RLIMIT_FSIZE, &old), small.rlim_max = old.rlim_max;
     setrlimit(RLIMIT_FSIZE, &small);
@@ -225,7 +226,6 @@ TEST(ParamXmlSchema, BadTablesArgumentsAndRunningOutOfMemoryFailCleanly)
     std::string problems;
     EXPECT_EQ(kavor_validate(doc.c_str(), xsd.c_str(), collect, &problems), 0);   // nodes may be missing
     EXPECT_EQ(kavor_validate(dir.file("none.xml").c_str(), xsd.c_str(), collect, &problems), 1) << problems;
-    testing::internal::CaptureStderr();   // libxml2's own messages go to the trace
     EXPECT_EQ(kavor_validate(doc.c_str(), doc.c_str(), collect, &problems), -1);   // no schema
     EXPECT_EQ(kavor_validate(doc.c_str(), dir.file("missing.xsd").c_str(), nullptr, nullptr), -1);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");

@@ -7,8 +7,9 @@
 // document as a load reads it (no DTD, no entity, no network: a document
 // type declaration is a problem of its own) and checks it with libxml2's
 // schema validator; every problem goes to the caller's function with its
-// line. What libxml2 says beside them (a schema file it can't load, a failed
-// allocation) goes to the trace, never to standard error.
+// line. What libxml2 says beside them (a schema file it can't load, a schema
+// write cut short, a failed allocation) goes to the trace, never to standard
+// error.
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
@@ -32,10 +33,13 @@ int32_t write_new_file(const char *path, xmlDocPtr doc)
     int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
     if (fd < 0)
         return -1;
+    kavor_xml_errors_t route;   // libxml2's I/O messages go to the trace
+    kavor_xml_errors_begin(&route, "kavor_write_schema", path);
     xmlSaveCtxtPtr save = xmlSaveToFd(fd, "utf-8", XML_SAVE_FORMAT);
     int rc = save != nullptr ? xmlSaveDoc(save, doc) : -1;
     if (save != nullptr && xmlSaveClose(save) < 0)
         rc = -1;
+    kavor_xml_errors_end(&route);
     if (close(fd) != 0)
         rc = -1;
     if (rc < 0)
